@@ -1,0 +1,29 @@
+#!/usr/bin/env bash
+# Installs the Debian packages the project needs, only those that are missing.
+# Usage: scripts/deps.sh [build|test|bench|fuzz]...   (default: build)
+set -euo pipefail
+
+want=(cmake g++ make pkg-config libsqlite3-dev libjson-c-dev libcurl4-openssl-dev
+      libgtest-dev libgmock-dev sqlite3)
+for group in "$@"; do
+  case "$group" in
+    build) ;;
+    test) want+=(curl lighttpd msmtp python3 python3-aiosmtpd clang libclang-rt-14-dev time) ;;
+    bench) want+=(hyperfine time sqlite3 gawk) ;;
+    fuzz) want+=(clang libclang-rt-14-dev) ;;
+    *) echo "deps.sh: unknown group $group" >&2; exit 2 ;;
+  esac
+done
+
+missing=()
+for p in "${want[@]}"; do
+  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
+done
+[ ${#missing[@]} -eq 0 ] && exit 0
+
+echo "Installing: ${missing[*]}" >&2
+SUDO=""
+[ "$(id -u)" -eq 0 ] || SUDO="sudo"
+export DEBIAN_FRONTEND=noninteractive
+$SUDO apt-get update -qq >/dev/null
+$SUDO apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null

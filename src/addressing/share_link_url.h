@@ -1,0 +1,14 @@
+// Share-link URLs: host choice by HostKind, ports, and the URL text
+// "<scheme><host>[:<port>]/share.cgi?ssid=<id>[&fid=<fid>]".
+#ifndef SLT_ADDRESSING_SHARE_LINK_URL_H_
+#define SLT_ADDRESSING_SHARE_LINK_URL_H_
+
+#include <cstddef>
+
+// Writes the link of ssid (and fid, when not empty) for the stored host text
+// into out_url, and the port that belongs to the chosen host into out_port.
+// Always 0.
+int compose_share_link(int ssl, const char* host_text, const char* ssid, const char* fid,
+                       char* out_url, size_t url_size, char* out_port, size_t port_size);
+
+#endif  // SLT_ADDRESSING_SHARE_LINK_URL_H_

@@ -1,0 +1,1 @@
+// placeholder so the library has a member until its code lands

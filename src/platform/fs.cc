@@ -1,0 +1,107 @@
+#include "platform/fs.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "platform/os.h"
+#include "platform/root.h"
+
+int fs_open(const char* path, int flags, mode_t mode) {
+  return os.open(rooted_path(path).c_str(), flags, mode);
+}
+
+FILE* fs_fopen(const char* path, const char* mode) {
+  return os.fopen(rooted_path(path).c_str(), mode);
+}
+
+int fs_stat(const char* path, struct stat* st) { return os.stat(rooted_path(path).c_str(), st); }
+
+int fs_lstat(const char* path, struct stat* st) {
+  return os.lstat(rooted_path(path).c_str(), st);
+}
+
+bool fs_exists(const char* path) {
+  struct stat st;
+  return fs_stat(path, &st) == 0;
+}
+
+bool fs_is_dir(const char* path) {
+  struct stat st;
+  return fs_stat(path, &st) == 0 && S_ISDIR(st.st_mode);
+}
+
+int fs_mkdir(const char* path, mode_t mode) { return ::mkdir(rooted_path(path).c_str(), mode); }
+
+int fs_unlink(const char* path) { return os.unlink(rooted_path(path).c_str()); }
+
+int fs_rename(const char* from, const char* to) {
+  return os.rename(rooted_path(from).c_str(), rooted_path(to).c_str());
+}
+
+int fs_chmod(const char* path, mode_t mode) { return ::chmod(rooted_path(path).c_str(), mode); }
+
+DIR* fs_opendir(const char* path) { return ::opendir(rooted_path(path).c_str()); }
+
+bool fs_realpath(const char* path, char* out, size_t size) {
+  if (path == nullptr || out == nullptr || size == 0) return false;
+  char* real = ::realpath(rooted_path(path).c_str(), nullptr);
+  if (real == nullptr) return false;
+  bool ok = unrooted_path(real, out, size);
+  free(real);
+  return ok;
+}
+
+int fs_sync_stream(FILE* f) {
+  if (f == nullptr) return -1;
+  if (fflush(f) != 0) return -1;
+  return os.fsync(fileno(f)) == 0 ? 0 : -1;
+}
+
+int fs_sync_parent_dir(const char* path) {
+  std::string dir = rooted_path(path);
+  size_t slash = dir.rfind('/');
+  if (slash == std::string::npos) {
+    dir = ".";
+  } else if (slash == 0) {
+    dir = "/";
+  } else {
+    dir.resize(slash);
+  }
+  int fd = os.open(dir.c_str(), O_RDONLY | O_DIRECTORY, 0);
+  if (fd < 0) return -1;
+  int r = os.fsync(fd);
+  os.close(fd);
+  return r == 0 ? 0 : -1;
+}
+
+int remove_file(const char* path) { return fs_unlink(path); }
+
+int vexa_mktmpname(char* name) {
+  static const char kChars[] = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789";
+  if (name == nullptr) return -1;
+  size_t len = strlen(name);
+  if (len < 6 || strcmp(name + len - 6, "XXXXXX") != 0) return -1;
+  static unsigned long long counter = 0;
+  unsigned long long seed =
+      (static_cast<unsigned long long>(getpid()) << 32) ^ static_cast<unsigned long long>(time(nullptr));
+  for (int attempt = 0; attempt < 100; ++attempt) {
+    unsigned long long v = seed ^ (++counter * 0x9E3779B97F4A7C15ULL);
+    for (size_t i = len - 6; i < len; ++i) {
+      name[i] = kChars[v % (sizeof(kChars) - 1)];
+      v /= (sizeof(kChars) - 1);
+    }
+    int fd = fs_open(name, O_WRONLY | O_CREAT | O_EXCL, 0666);
+    if (fd >= 0) {
+      os.close(fd);
+      return 0;
+    }
+    if (errno != EEXIST) return -1;
+  }
+  return -1;
+}

@@ -1,0 +1,50 @@
+// File-system access by appliance path.
+//
+// Each call roots its appliance path(s) (root.h) and goes through the OS seam
+// (os.h), so every file the program touches lies under SHARELINK_ROOT when it
+// is set, and every failure can be injected. Results follow the system calls:
+// 0 or a descriptor on success, -1 with errno on failure.
+#ifndef SLT_PLATFORM_FS_H_
+#define SLT_PLATFORM_FS_H_
+
+#include <dirent.h>
+#include <sys/stat.h>
+#include <sys/types.h>
+
+#include <cstddef>
+#include <cstdio>
+
+int fs_open(const char* path, int flags, mode_t mode = 0);
+FILE* fs_fopen(const char* path, const char* mode);
+int fs_stat(const char* path, struct stat* st);
+int fs_lstat(const char* path, struct stat* st);
+bool fs_exists(const char* path);
+bool fs_is_dir(const char* path);
+int fs_mkdir(const char* path, mode_t mode);
+int fs_unlink(const char* path);
+int fs_rename(const char* from, const char* to);
+int fs_chmod(const char* path, mode_t mode);
+DIR* fs_opendir(const char* path);
+
+// Canonical form of an appliance path, as an appliance path. Returns true and
+// fills out on success; false when the path does not resolve, resolves outside
+// the root, or does not fit in size bytes.
+bool fs_realpath(const char* path, char* out, size_t size);
+
+// Flushes a written stream to the disk (fflush, then fsync). 0 or -1.
+int fs_sync_stream(FILE* f);
+
+// Flushes the folder that holds `path`, so that a rename into it is durable.
+int fs_sync_parent_dir(const char* path);
+
+// Removes a file. The appliance kernel's own removal call exists only in the
+// appliance build; everywhere else this is unlink. 0 or -1.
+int remove_file(const char* path);
+
+// Replaces the trailing "XXXXXX" of `name` (an appliance path, changed in
+// place) with unique characters and reserves the name by creating the file
+// with O_CREAT|O_EXCL and mode 0666 (the umask applies). 0, or -1 when the
+// name has no such tail or no file could be created.
+int vexa_mktmpname(char* name);
+
+#endif  // SLT_PLATFORM_FS_H_

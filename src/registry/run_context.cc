@@ -1,0 +1,3 @@
+#include "registry/run_context.h"
+
+RunContext g_run_context;

@@ -1,0 +1,137 @@
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstring>
+#include <string>
+
+#include "platform/base64.h"
+#include "platform/cgi.h"
+#include "platform/exec.h"
+#include "platform/fs.h"
+#include "platform/os.h"
+#include "platform/root.h"
+#include "support/appliance.h"
+
+namespace {
+
+TEST(Root, JoinsAndStripsTheRoot) {
+  ScopedEnv env{{{"SHARELINK_ROOT", "/r/oot/"}}};
+  EXPECT_EQ("/r/oot/etc/x", rooted_path("/etc/x"));
+  EXPECT_EQ("rel/x", rooted_path("rel/x"));
+  char out[64];
+  ASSERT_TRUE(unrooted_path("/r/oot/share/a", out, sizeof out));
+  EXPECT_STREQ("/share/a", out);
+  ASSERT_TRUE(unrooted_path("/r/oot", out, sizeof out));
+  EXPECT_STREQ("/", out);
+  EXPECT_FALSE(unrooted_path("/r/ootx/a", out, sizeof out));
+  EXPECT_FALSE(unrooted_path("/etc/passwd", out, sizeof out));
+  ScopedEnv none{{{"SHARELINK_ROOT", ""}}};
+  EXPECT_EQ("/etc/x", rooted_path("/etc/x"));
+}
+
+TEST(Fs, RealpathStaysInsideTheRoot) {
+  ApplianceRoot root;
+  ScopedEnv env{{{"SHARELINK_ROOT", root.dir()}}};
+  root.write("/share/Public/a.txt", "x");
+  ASSERT_EQ(0, symlink("/etc", root.path("/share/Public/up").c_str()));
+  ASSERT_EQ(0, symlink("../../..", root.path("/share/Public/out").c_str()));
+  char out[256];
+  ASSERT_TRUE(fs_realpath("/share/Public/../Public/a.txt", out, sizeof out));
+  EXPECT_STREQ("/share/Public/a.txt", out);
+  // An absolute link target is read by the kernel outside the root.
+  EXPECT_FALSE(fs_realpath("/share/Public/up/passwd", out, sizeof out));
+  EXPECT_FALSE(fs_realpath("/share/Public/out/..", out, sizeof out));
+}
+
+TEST(Fs, TemporaryNamesAreUniqueAndReserved) {
+  ApplianceRoot root;
+  ScopedEnv env{{{"SHARELINK_ROOT", root.dir()}}};
+  char a[] = "/etc/config/tmpXXXXXX";
+  char b[] = "/etc/config/tmpXXXXXX";
+  ASSERT_EQ(0, vexa_mktmpname(a));
+  ASSERT_EQ(0, vexa_mktmpname(b));
+  EXPECT_STRNE(a, b);
+  EXPECT_TRUE(root.exists(a));
+  struct stat st;
+  ASSERT_EQ(0, stat(root.path(a).c_str(), &st));
+  mode_t mask = umask(0);
+  umask(mask);
+  EXPECT_EQ(0666 & ~mask, st.st_mode & 0777);
+  char bad[] = "/etc/config/tmp";
+  EXPECT_EQ(-1, vexa_mktmpname(bad));
+}
+
+TEST(Exec, CapturesOutputAndReportsStatus) {
+  ApplianceRoot root;
+  ScopedEnv env{{{"SHARELINK_ROOT", root.dir()}}};
+  root.script("/usr/bin/echoer", "printf '%s|' \"$@\"; printf \"$SHARELINK_ROOT\" >&2; exit 3\n");
+  HsIoGuard io;
+  const char* argv[] = {"/usr/bin/echoer", "a b", "", "c", nullptr};
+  EXPECT_EQ(3, _hs_secure_execv("/usr/bin/echoer", argv, io.get()));
+  size_t len = 0;
+  EXPECT_STREQ("a b||c|", hs_io_read(io.get(), &len));
+  EXPECT_EQ(7u, len);
+  const char* missing[] = {"/usr/bin/none", nullptr};
+  EXPECT_EQ(-1, _hs_secure_execv("/usr/bin/none", missing, io.get()));
+}
+
+TEST(Exec, AnInjectedSpawnFailureIsReported) {
+  ApplianceRoot root;
+  ScopedEnv env{{{"SHARELINK_ROOT", root.dir()}}};
+  root.script("/usr/bin/ok", "echo hi\n");
+  os.spawn = [](pid_t*, const char*, const posix_spawn_file_actions_t*, const posix_spawnattr_t*,
+                char* const*, char* const*) { return EAGAIN; };
+  const char* argv[] = {"/usr/bin/ok", nullptr};
+  EXPECT_EQ(-1, _hs_secure_execv("/usr/bin/ok", argv, nullptr));
+  EXPECT_EQ(-1, spawn_with_stdin_file("/usr/bin/ok", argv, "/tmp/in"));
+  os_reset();
+  EXPECT_EQ(0, _hs_secure_execv("/usr/bin/ok", argv, nullptr));
+}
+
+TEST(Exec, StdinFromFileAndOtherDescriptorsClosed) {
+  ApplianceRoot root;
+  ScopedEnv env{{{"SHARELINK_ROOT", root.dir()}}};
+  root.write("/tmp/in", "message body\n");
+  root.script("/usr/sbin/reader",
+              "cat > \"$SHARELINK_ROOT/tmp/got\"; ls /proc/self/fd > \"$SHARELINK_ROOT/tmp/fds\"; exit 2\n");
+  int leak = open("/dev/null", O_RDONLY);  // not close-on-exec
+  ASSERT_GE(leak, 3);
+  const char* argv[] = {"/usr/sbin/reader", "-t", nullptr};
+  int status = spawn_with_stdin_file("/usr/sbin/reader", argv, "/tmp/in");
+  close(leak);
+  EXPECT_EQ(2 << 8, status);
+  EXPECT_EQ("message body\n", root.read("/tmp/got"));
+  EXPECT_EQ(std::string::npos, root.read("/tmp/fds").find(std::to_string(leak) + "\n"));
+  const char* none[] = {"/usr/sbin/none", nullptr};
+  EXPECT_EQ(1 << 8, spawn_with_stdin_file("/usr/sbin/none", none, "/tmp/in"));
+}
+
+TEST(Cgi, ParsesAndDecodesParameters) {
+  CgiRequest req;
+  const char q[] = "func=download&path=%2FPublic%2Fa+b.txt&empty=&flag&bad=%zz%4&func=second";
+  cgi_parse_params(q, strlen(q), &req);
+  EXPECT_STREQ("download", CGI_Find_Parameter(&req, "func"));
+  EXPECT_STREQ("/Public/a b.txt", CGI_Find_Parameter(&req, "path"));
+  EXPECT_STREQ("", CGI_Find_Parameter(&req, "empty"));
+  EXPECT_STREQ("", CGI_Find_Parameter(&req, "flag"));
+  EXPECT_STREQ("%zz%4", CGI_Find_Parameter(&req, "bad"));
+  EXPECT_EQ(nullptr, CGI_Find_Parameter(&req, "none"));
+}
+
+TEST(Base64, EncodesTheStandardAlphabet) {
+  char out[base64_size(16)];
+  const struct {
+    const char* in;
+    const char* out;
+  } cases[] = {{"", ""}, {"f", "Zg=="}, {"fo", "Zm8="}, {"foo", "Zm9v"}, {"foob", "Zm9vYg=="},
+               {"\xff\xfe\xfd", "//79"}};
+  for (const auto& c : cases) {
+    int n = to64frombits(out, reinterpret_cast<const unsigned char*>(c.in), static_cast<int>(strlen(c.in)));
+    EXPECT_STREQ(c.out, out);
+    EXPECT_EQ(static_cast<int>(strlen(c.out)), n);
+  }
+}
+
+}  // namespace
