@@ -65,6 +65,41 @@ TEST(GetField, EmptyRequestsMissingDelimiterAndBounds) {
   EXPECT_EQ("c", out);
 }
 
+// get_field scans in place; it must agree with strtok_r on a copy.
+TEST(GetField, AgreesWithStrtokOnACopy) {
+  const char alphabet[] = "ab\t,\n";
+  unsigned seed = 12345;
+  auto next = [&seed]() { return (seed = seed * 1103515245u + 12345u) >> 16; };
+  for (int round = 0; round < 2000; ++round) {
+    std::string line;
+    for (unsigned len = next() % 12; len > 0; --len) line += alphabet[next() % 5];
+    const char* delim = (round % 3 == 0) ? "\t," : "\t";
+    size_t line_len = line.empty() ? 0 : next() % (line.size() + 1);
+    int n = static_cast<int>(next() % 5);
+    size_t size = 1 + next() % 4;
+
+    std::string expected_out;
+    int expected = 1;
+    if (line_len != 0 && n != 0) {
+      std::string copy = line.substr(0, line_len);
+      char* save = nullptr;
+      char* tok = strtok_r(&copy[0], delim, &save);
+      for (int i = 1; i < n && tok != nullptr; ++i) tok = strtok_r(nullptr, delim, &save);
+      if (tok == nullptr || strlen(tok) >= size) {
+        expected = -1;
+      } else {
+        expected_out = tok;
+      }
+    }
+    char out[8] = "";
+    int got = get_field(out, size, n, line.c_str(), line_len, delim);
+    ASSERT_EQ(expected, got) << "line '" << line << "' len " << line_len << " n " << n;
+    if (got == 1) {
+      EXPECT_EQ(expected_out, out);
+    }
+  }
+}
+
 TEST(CountFields, CountsItemsWithOrWithoutTrailingDelimiter) {
   uint16_t n = 99;
   const char* cases[][2] = {{"a,b", "2"}, {"a,b,", "2"}, {",,", "2"}, {"one", "1"}, {",", "1"},
