@@ -24,14 +24,22 @@ struct UrlItem {
   ShareUrlParts parts;
 };
 
+// Item i is what get_field(i + 1) reads, but the list is walked once: asking
+// get_field for each item in turn rescans the list from its start, which
+// made a list of 64K commas take tens of seconds.
 std::vector<UrlItem> split_url_list(const RunContext& ctx, uint16_t count) {
   std::vector<UrlItem> items(count);
+  if (ctx.edit_input == nullptr) return items;
+  const char* p = ctx.edit_input;
+  const char* end = p + strnlen(p, static_cast<size_t>(ctx.edit_input_len));
   char item[256];
   for (uint16_t i = 0; i < count; ++i) {
-    if (get_field(item, sizeof item, i + 1, ctx.edit_input, static_cast<size_t>(ctx.edit_input_len),
-                  ",") != 1) {
-      continue;
-    }
+    while (p < end && *p == ',') ++p;
+    if (p == end) break;  // no item left: the rest stay unreadable
+    const char* start = p;
+    const void* comma = memchr(p, ',', static_cast<size_t>(end - p));
+    p = comma != nullptr ? static_cast<const char*>(comma) : end;
+    if (get_field(item, sizeof item, 1, start, static_cast<size_t>(p - start), ",") != 1) continue;
     items[i].readable = true;
     split_share_url(item, &items[i].parts);
   }
