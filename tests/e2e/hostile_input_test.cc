@@ -1,0 +1,307 @@
+// Hostile command lines, end to end: every mode of the real tool (1 to 4 and
+// unknown modes) run with missing, empty, oversized, out-of-range, malformed
+// and injection-shaped arguments. Each run must end with its documented exit
+// status and no signal or sanitizer report, write nothing outside its
+// appliance root (HOME and TMPDIR point inside it; a sentinel file outside
+// must never appear), leave no unexpected file inside it, and leave the
+// registry byte for byte as it was wherever the behaviour changes nothing.
+#include <dirent.h>
+#include <ftw.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "support/appliance.h"
+
+namespace {
+
+const char kRegistry[] = "/etc/config/shareFileEx.ini";
+const char kDel[] = "/etc/config/shareFileEx.ini.del";
+const char kMailRecords[] = "/var/mail";
+
+// Linux passes one argument of at most 128 KiB (MAX_ARG_STRLEN, with its
+// terminator): the largest single argument a caller can hand the tool. A
+// command line of 1 MiB is made of eight of them.
+constexpr size_t kMaxArg = 128 * 1024 - 1;
+
+// Stands for the sentinel's path in the texts below.
+const char kSentinelMark[] = "@SENTINEL@";
+
+std::string line(const std::string& id, const std::string& path, const std::string& expiry = "0") {
+  return id + "\tnas\tf3\t0\t" + path + "\tf6\t" + expiry + "\tf8\tv9\tf10\n";
+}
+
+std::string repeat(const std::string& unit, size_t size) {
+  std::string s;
+  while (s.size() + unit.size() <= size) s += unit;
+  return s;
+}
+
+const std::string kInvalidUtf8 = "\xff\xfe\xc0\xaf\xed\xa0\x80\xf8\x88\x80\x80\x80 \x80";
+const std::string kCrLf = "a\r\nBcc: victim@example.org\r\n\r\nbody";
+const std::string kDollar = "$MAIL_TO$ $CONTENT$ $$ $ $HOME ${PATH}";
+const std::string kShell = "$(touch @SENTINEL@) `touch @SENTINEL@`; touch @SENTINEL@ | touch @SENTINEL@";
+const std::string kFormat = "%s%s%n%x%p%999999d";
+const std::string kSql = "x' OR 1=1; DROP TABLE SHARELINK_EVENT; --";
+const std::string kBigMixed =
+    repeat(kInvalidUtf8 + kCrLf + kDollar + kShell + kFormat + kSql + ",", kMaxArg);
+
+// What a run may do to the registry.
+enum RegistryRule {
+  kUnchanged,  // byte for byte as before
+  kEmptied,    // mode 2 with an empty list
+  kRewritten,  // mode 4 on a matching line: the case gives the content
+};
+
+struct Case {
+  Case(std::string n, std::vector<std::string> a, int s, RegistryRule r = kUnchanged,
+       std::string content = std::string(), bool del = false)
+      : name(std::move(n)), args(std::move(a)), status(s), registry(r), rewritten(std::move(content)),
+        may_leave_del(del) {}
+  std::string name;
+  std::vector<std::string> args;
+  int status;
+  RegistryRule registry;
+  std::string rewritten;  // for kRewritten
+  bool may_leave_del;     // mode 2 stopped by an unreadable URL item
+};
+
+std::vector<Case> cases() {
+  const std::string a_url = "https://nas/share.cgi?ssid=AbC";
+  std::vector<Case> c;
+  // No mode, and modes that are not modes.
+  c.push_back({"no_mode", {}, 1});
+  c.push_back({"empty_mode", {""}, 0});
+  c.push_back({"mode_beyond_32_bits", {"4294967297", "x"}, 0});
+  c.push_back({"mode_beyond_64_bits", {"99999999999999999999999", "x"}, 0});
+  c.push_back({"negative_mode", {"-1"}, 0});
+  c.push_back({"mode_7", {"7", "a", "b"}, 0});
+  c.push_back({"mode_invalid_utf8", {kInvalidUtf8}, 0});
+  c.push_back({"mode_huge", {repeat("9", kMaxArg)}, 0});
+  c.push_back({"mode_shell", {kShell}, 0});
+
+  // Mode 1: nine elements at least, recipients with "@".
+  c.push_back({"mail_no_arguments", {"1"}, 3});
+  c.push_back({"mail_eight_elements", {"1", "1", "0", "AbC", "a@b.example", "s", "m"}, 3});
+  c.push_back({"mail_empty_strings", {"1", "", "", "", "", "", "", ""}, 2});
+  c.push_back({"mail_recipient_without_at", {"1", "1", "0", "AbC", "nobody", "s", "m", "----"}, 2});
+  c.push_back({"mail_recipient_crlf_without_at", {"1", "1", "0", "AbC", "x\r\ny", "s", "m", "----"}, 2});
+  c.push_back({"mail_only_at", {"1", "", "", "", "@", "", "", "", ""}, 0});
+  c.push_back({"mail_only_commas", {"1", "3", "0", ",,,,,", "a@b.example", "s", "m", "----"}, 0});
+  c.push_back({"mail_many_commas", {"1", "3", "0", repeat(",", kMaxArg), "a@b.example", "s", "m", "l"}, 0});
+  c.push_back({"mail_negative_count", {"1", "-5", "-1", "AbC", "a@b.example", "s", "m", "----"}, 0});
+  c.push_back({"mail_count_beyond_32_bits",
+               {"1", "4294967297", "99999999999", "AbC,DeF", "a@b.example", "s", "m", "l1", "l2"}, 0});
+  c.push_back({"mail_unknown_and_long_ids",
+               {"1", "2", "0", "Nope," + std::string(300, 'i'), "a@b.example", "s", "m", "----"}, 0});
+  c.push_back({"mail_null_items", {"1", "2", "1", "NULL,AbC,NULL", "a@b.example", "s", "m", "l1", "l2"}, 0});
+  c.push_back({"mail_crlf_and_dollar",
+               {"1", "1", "1", "AbC", "a@b.example,\r\n" + kCrLf + "@x", kCrLf + kDollar, kDollar + kCrLf,
+                kDollar, kCrLf, "personal\r\n", "root\r\nBcc: v@example.org", kCrLf}, 0});
+  c.push_back({"mail_invalid_utf8",
+               {"1", "1", "0", "AbC", kInvalidUtf8 + "@" + kInvalidUtf8, kInvalidUtf8, kInvalidUtf8,
+                kInvalidUtf8, kInvalidUtf8, kInvalidUtf8, kInvalidUtf8, kInvalidUtf8}, 0});
+  c.push_back({"mail_shell_and_format",
+               {"1", "1", "0", "AbC", "a@b.example", kShell + kFormat, kShell, kFormat, kShell, kFormat,
+                kShell, kShell + "@x"}, 0});
+  c.push_back({"mail_none_at_none", {"1", "1", "0", "AbC", "none@none", kBigMixed, kBigMixed, kBigMixed}, 0});
+  // Eight arguments of 128 KiB: a command line of 1 MiB.
+  c.push_back({"mail_one_mebibyte",
+               {"1", "3", "1", "NULL,AbC,DeF", repeat("a@b.example,", kMaxArg), kBigMixed, kBigMixed,
+                kBigMixed, kBigMixed, kBigMixed, kBigMixed, kBigMixed + "@x"}, 0});
+
+  // Mode 2: the URL list is required.
+  c.push_back({"delete_no_arguments", {"2"}, 4});
+  c.push_back({"delete_empty_list", {"2", ""}, 0, kEmptied});
+  c.push_back({"delete_without_ssid", {"2", "https://nas/share.cgi?id=AbC,http://nas:80/x"}, 0});
+  c.push_back({"delete_ssid_of_nothing", {"2", "https://nas/share.cgi?ssid="}, 0});
+  // A list of only commas has items that cannot be read: the deletion stops
+  // and the registry stays; the ".del" companion stays behind.
+  c.push_back({"delete_only_commas", {"2", ",,,,"}, 0, kUnchanged, "", true});
+  c.push_back({"delete_many_commas", {"2", repeat(",", kMaxArg)}, 0, kUnchanged, "", true});
+  // So does an item of 256 bytes or more.
+  c.push_back({"delete_huge_url", {"2", "https://" + repeat("h", kMaxArg - 40) + "/share.cgi?ssid=AbCx"}, 0,
+               kUnchanged, "", true});
+  c.push_back({"delete_huge_id", {"2", "http://nas:80/share.cgi?ssid=" + repeat("AbC", kMaxArg - 40)}, 0,
+               kUnchanged, "", true});
+  c.push_back({"delete_hostile_texts",
+               {"2", kInvalidUtf8 + "," + kCrLf + "," + kDollar + "," + kShell + "," + kFormat + "ssid=Q"}, 0});
+  c.push_back({"delete_extra_arguments", {"2", "http://nas:80/x?ssid=Nope", "x", "y", "z"}, 0});
+  c.push_back({"delete_big_mixed", {"2", kBigMixed}, 0, kUnchanged, "", true});
+
+  // Mode 3: options only.
+  c.push_back({"list_no_options", {"3"}, 0});
+  c.push_back({"list_unknown_option", {"3", "-x"}, 1});
+  c.push_back({"list_missing_value", {"3", "-u"}, 1});
+  c.push_back({"list_empty_values", {"3", "-m", "", "-s", "", "-n", "", "-u", "", "-f", ""}, 0});
+  c.push_back({"list_sort_minus_one", {"3", "-m", "-1", "-n", "10", "-u", "ann"}, 0});
+  c.push_back({"list_sort_38", {"3", "-m", "38", "-n", "10", "-u", "ann"}, 0});
+  c.push_back({"list_negative_start_and_size", {"3", "-s", "-5", "-n", "-10", "-u", "ann"}, 0});
+  c.push_back({"list_negative_start", {"3", "-s", "-2147483648", "-n", "10", "-u", "ann"}, 0});
+  c.push_back({"list_numbers_beyond_32_bits",
+               {"3", "-m", "4294967302", "-s", "4294967296", "-n", "99999999999", "-u", "ann"}, 0});
+  c.push_back({"list_size_int_max", {"3", "-s", "2147483647", "-n", "2147483647", "-u", "ann"}, 0});
+  c.push_back({"list_hostile_user_and_filter",
+               {"3", "-n", "5", "-u", kSql + kCrLf + kDollar, "-f", kSql + "%_" + kShell}, 0});
+  c.push_back({"list_invalid_utf8", {"3", "-n", "5", "-u", kInvalidUtf8, "-f", kInvalidUtf8}, 0});
+  c.push_back({"list_huge_values", {"3", "-n", "5", "-u", kBigMixed, "-f", kBigMixed}, 0});
+  c.push_back({"list_stray_argument", {"3", "stray", "-n", "1", "-u", "ann"}, 0});
+
+  // Mode 4: no argument count test; missing arguments read as empty.
+  c.push_back({"rewrite_no_arguments", {"4"}, 0});
+  c.push_back({"rewrite_empty_strings", {"4", "", "", "", ""}, 0});
+  c.push_back({"rewrite_without_ssid", {"4", "v", "1", "https://nas/share.cgi?id=AbC", "0"}, 0});
+  c.push_back({"rewrite_unknown_id", {"4", kCrLf, "1", "https://nas/share.cgi?ssid=Nope", "99999999999"}, 0});
+  c.push_back({"rewrite_huge_arguments",
+               {"4", kBigMixed, "4294967297", "https://nas/share.cgi?ssid=" + repeat("Q", kMaxArg - 40),
+                repeat("9", kMaxArg)}, 0});
+  c.push_back({"rewrite_hostile_url", {"4", "", "1", kShell + kFormat + kInvalidUtf8, "-1"}, 0});
+  // On the matching line: the 64-bit expiry is written as a signed 32-bit
+  // number; a value with "\r\n" and "$" is written as given.
+  c.push_back({"rewrite_expiry_beyond_32_bits", {"4", "", "0", "https://HOSTNAME/share.cgi?ssid=AbC", "99999999999"},
+               0, kRewritten,
+               "AbC\tnas\tf3\t0\t/share/Public/a.txt\tf6\t1215752191\tf8\tv9\tf10\n"});
+  c.push_back({"rewrite_value_with_crlf_and_dollar", {"4", "x\r\n$y$", "0", "https://HOSTNAME/share.cgi?ssid=AbC"},
+               0, kRewritten, "AbC\tnas\tf3\t0\t/share/Public/a.txt\tf6\t0\tf8\tx\r\n$y$\tf10\n"});
+  c.push_back({"rewrite_negative_expiry", {"4", "", "-7", "https://HOSTNAME/share.cgi?ssid=AbC", "-5"}, 0,
+               kRewritten, "AbC\tnas\tf3\t0\t/share/Public/a.txt\tf6\t-5\tf8\tv9\tf10\n"});
+  return c;
+}
+
+// Every path under dir, relative to it.
+std::set<std::string> g_walk;
+size_t g_walk_prefix = 0;
+std::set<std::string> walk(const std::string& dir) {
+  g_walk.clear();
+  g_walk_prefix = dir.size();
+  nftw(dir.c_str(),
+       [](const char* path, const struct stat*, int, struct FTW*) {
+         g_walk.insert(std::string(path).substr(g_walk_prefix));
+         return 0;
+       },
+       16, FTW_PHYS);
+  return g_walk;
+}
+
+// New files that a run may leave in its root: its logs and locks under /tmp
+// and the stand-in mail program's records.
+bool allowed_new(const std::string& p, bool may_leave_del) {
+  static const std::set<std::string> kFixed = {
+      "/tmp/parceldeck.log", "/tmp/parceldeck.log.old", "/tmp/kdx_shareLink.lock",
+      "/tmp/kdx_shareLink_flock.lock", "/tmp/.kdx_sf_clean_flag"};
+  if (kFixed.count(p)) return true;
+  if (p.compare(0, strlen(kMailRecords) + 1, std::string(kMailRecords) + "/") == 0) return true;
+  return may_leave_del && p == kDel;
+}
+
+std::string replace_all(std::string s, const std::string& from, const std::string& to) {
+  for (size_t pos = s.find(from); pos != std::string::npos; pos = s.find(from, pos + to.size())) {
+    s.replace(pos, from.size(), to);
+  }
+  return s;
+}
+
+class HostileInput : public ::testing::TestWithParam<Case> {
+ protected:
+  void SetUp() override {
+    const char* tmp = getenv("TMPDIR");
+    std::string tmpl = std::string(tmp && tmp[0] ? tmp : "/tmp") + "/slt-outside-XXXXXX";
+    std::vector<char> buf(tmpl.begin(), tmpl.end());
+    buf.push_back('\0');
+    ASSERT_NE(nullptr, mkdtemp(buf.data()));
+    outside = buf.data();
+    sentinel = outside + "/sentinel";
+
+    root.write("/share/Public/a.txt", "a");
+    root.write("/share/Public/b.txt", "b");
+    registry = line("AbC", "/share/Public/a.txt") + line("DeF", "/share/Public/b.txt", "4000000000") +
+               line("GhI", "/share/Public/a.txt", "-5");
+    root.write(kRegistry, registry);
+    root.write("/etc/config/Korvix.conf",
+               "[System]\nWeb Access Port = 8080\n[Alert]\nSMTP Server = 127.0.0.1\nSMTP Enable = TRUE\n"
+               "Sender = alert@nas.example\n");
+    root.write("/etc/config/ssmtp/ssmtp.conf", "AuthUser = mailer\n");
+    root.write("/home/httpd/cgi-bin/html/email.tpl",
+               "To: $MAIL_TO$\nFrom: $MAIL_FROM$\nSubject: $MAIL_SUBJECT$\n"
+               "Content-Type: text/html; charset=UTF-8\n\n<p>$MAIL_SUBJECT_TXT$</p>\n$CONTENT$\n"
+               "<p>$YEAR$ $VEXA$ $UNKNOWN$</p>\n");
+    root.mkdirs(kMailRecords);
+    // Records each message and its arguments; a line per start.
+    root.script("/usr/sbin/sendmail",
+                "n=$(ls \"$SHARELINK_ROOT/var/mail\" | wc -l)\n"
+                "cat > \"$SHARELINK_ROOT/var/mail/msg.$n\"\n"
+                "printf '%s\\n' \"$@\" > \"$SHARELINK_ROOT/var/mail/args.$n\"\n");
+    root.mkdirs("/home/tester");
+    root.mkdirs("/tmpdir");
+  }
+
+  void TearDown() override {
+    std::string cmd = "rm -rf '" + outside + "'";
+    if (system(cmd.c_str()) != 0) ADD_FAILURE() << "cannot remove " << outside;
+  }
+
+  ApplianceRoot root;
+  std::string outside, sentinel, registry;
+};
+
+TEST_P(HostileInput, EndsWithItsStatusAndChangesOnlyWhatItMay) {
+  const Case& c = GetParam();
+  std::vector<std::string> args;
+  for (const auto& a : c.args) {
+    // The sentinel's path is longer than its mark: keep within the limit.
+    args.push_back(replace_all(a, kSentinelMark, sentinel).substr(0, a.size() > kMaxArg - 64 ? kMaxArg : std::string::npos));
+  }
+
+  const std::set<std::string> before = walk(root.dir());
+  RunResult r = run_program(tool_binary(), args, root,
+                            {{"HOME", root.path("/home/tester")}, {"TMPDIR", root.path("/tmpdir")}});
+  EXPECT_EQ(c.status, r.status) << r.err.substr(0, 4000);
+  EXPECT_EQ(std::string::npos, r.err.find("Sanitizer")) << r.err.substr(0, 4000);
+  EXPECT_EQ(std::string::npos, r.err.find("runtime error")) << r.err.substr(0, 4000);
+  // Only mode 3 prints, and only its document.
+  if (!args.empty() && args[0] == "3" && !r.out.empty()) {
+    EXPECT_EQ('\n', r.out.back());
+    EXPECT_NE(std::string::npos, r.out.rfind("\t<ret>")) << r.out.substr(0, 2000);
+  } else {
+    EXPECT_EQ("", r.out.substr(0, 2000));
+  }
+
+  // Nothing outside the root.
+  EXPECT_FALSE(access(sentinel.c_str(), F_OK) == 0) << "the sentinel outside the root was created";
+  EXPECT_EQ(std::set<std::string>{""}, walk(outside));
+
+  // Nothing unexpected inside it, nothing lost.
+  const std::set<std::string> after = walk(root.dir());
+  for (const auto& p : after) {
+    if (!before.count(p)) {
+      EXPECT_TRUE(allowed_new(p, c.may_leave_del)) << "unexpected file " << p;
+    }
+  }
+  for (const auto& p : before) EXPECT_TRUE(after.count(p)) << "file vanished: " << p;
+
+  switch (c.registry) {
+    case kUnchanged:
+      EXPECT_TRUE(root.read(kRegistry) == registry) << root.read(kRegistry).substr(0, 2000);
+      break;
+    case kEmptied:
+      EXPECT_EQ("", root.read(kRegistry));
+      break;
+    case kRewritten:
+      EXPECT_EQ(c.rewritten + line("DeF", "/share/Public/b.txt", "4000000000") +
+                    line("GhI", "/share/Public/a.txt", "-5"),
+                root.read(kRegistry));
+      break;
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(AllModes, HostileInput, ::testing::ValuesIn(cases()),
+                         [](const ::testing::TestParamInfo<Case>& info) { return info.param.name; });
+
+}  // namespace
