@@ -125,4 +125,9 @@ int sf_flock_unlock(int fd);
 int sf_parked_connection_count();
 void sf_release_parked_connections();
 
+// Tests read the statements the store runs: when set, the text of every
+// statement executed on a store connection (as written, before parameters are
+// bound) is handed to the observer. Null turns it off.
+void sf_set_sql_observer(void (*observer)(const char* sql));
+
 #endif  // SLT_SHARELINK_DB_STORE_H_

@@ -33,6 +33,15 @@ ParkedConnections& parked() {
   return p;
 }
 
+void (*g_sql_observer)(const char*) = nullptr;
+
+int trace_statement(unsigned type, void* context, void* stmt, void* text) {
+  if (type == SQLITE_TRACE_STMT && g_sql_observer != nullptr && text != nullptr) {
+    g_sql_observer(static_cast<const char*>(text));
+  }
+  return 0;
+}
+
 }  // namespace
 
 DbGuard::~DbGuard() { sqlite3_close(db_); }
@@ -43,6 +52,9 @@ int open_store(DbGuard* db, bool busy) {
   if (sf_db_open(path, sizeof path, db->out()) != SQLITE_OK) return kSfOpenFailed;
   if (busy) sqlite3_busy_timeout(db->get(), kBusyTimeoutMs);
   sqlite3_exec(db->get(), "PRAGMA case_sensitive_like=ON;", nullptr, nullptr, nullptr);
+  if (g_sql_observer != nullptr) {
+    sqlite3_trace_v2(db->get(), SQLITE_TRACE_STMT, trace_statement, nullptr);
+  }
   return 0;
 }
 
@@ -159,6 +171,10 @@ int32_t int_column(const char* value) {
 }
 
 }  // namespace sf_internal
+
+void sf_set_sql_observer(void (*observer)(const char* sql)) {
+  sf_internal::g_sql_observer = observer;
+}
 
 int sf_parked_connection_count() { return sf_internal::parked_connection_count(); }
 
