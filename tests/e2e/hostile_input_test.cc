@@ -4,7 +4,8 @@
 // status and no signal or sanitizer report, write nothing outside its
 // appliance root (HOME and TMPDIR point inside it; a sentinel file outside
 // must never appear), leave no unexpected file inside it, and leave the
-// registry byte for byte as it was wherever the behaviour changes nothing.
+// registry byte for byte and the store row for row as they were wherever the
+// behaviour changes nothing.
 #include <dirent.h>
 #include <ftw.h>
 #include <gtest/gtest.h>
@@ -19,6 +20,7 @@
 #include <vector>
 
 #include "support/appliance.h"
+#include "support/store_fixture.h"
 
 namespace {
 
@@ -208,6 +210,20 @@ std::string replace_all(std::string s, const std::string& from, const std::strin
   return s;
 }
 
+// Schema and every row of every table of the store, as text.
+std::string store_dump(const ApplianceRoot& root) {
+  std::string dump;
+  for (const auto& t : store_rows(root, "SELECT name, sql FROM sqlite_master ORDER BY name")) {
+    dump += t[0] + "|" + t[1] + "\n";
+    if (t[1].compare(0, 12, "CREATE TABLE") != 0) continue;
+    for (const auto& row : store_rows(root, "SELECT * FROM \"" + t[0] + "\" ORDER BY rowid")) {
+      for (const auto& col : row) dump += col + "\x1f";
+      dump += "\n";
+    }
+  }
+  return dump;
+}
+
 class HostileInput : public ::testing::TestWithParam<Case> {
  protected:
   void SetUp() override {
@@ -238,6 +254,23 @@ class HostileInput : public ::testing::TestWithParam<Case> {
                 "n=$(ls \"$SHARELINK_ROOT/var/mail\" | wc -l)\n"
                 "cat > \"$SHARELINK_ROOT/var/mail/msg.$n\"\n"
                 "printf '%s\\n' \"$@\" > \"$SHARELINK_ROOT/var/mail/args.$n\"\n");
+    make_store(root, true, true);
+    FixtureLink a("AbC"), d("DeF"), m("MiR");
+    a.sharefile = "/share/Public/a.txt";
+    a.link_name = "a.txt";
+    d.sharefile = "/share/Public/b.txt";
+    d.ssl = 1;
+    d.expire = 2000000000;
+    m.sharefile = "/share/Public/a.txt";
+    m.creator = "Mirra:ann";
+    m.link_name = "report";
+    insert_links(root, {a, d, m});
+    insert_fids(root, {{"AbC", "1", "/share/Public/a.txt"}, {"MiR", "1", "/share/Public/a.txt"}});
+    insert_users(root, {{"AbC", "bob", "", "bob@example.org"}});
+    store = store_dump(root);
+    ASSERT_NE(std::string::npos, store.find("MiR\x1f")) << store;
+    // A clean-up pass ran just now, so a listing skips it and changes nothing.
+    root.write("/tmp/.kdx_sf_clean_flag", "");
     root.mkdirs("/home/tester");
     root.mkdirs("/tmpdir");
   }
@@ -248,7 +281,7 @@ class HostileInput : public ::testing::TestWithParam<Case> {
   }
 
   ApplianceRoot root;
-  std::string outside, sentinel, registry;
+  std::string outside, sentinel, registry, store;
 };
 
 TEST_P(HostileInput, EndsWithItsStatusAndChangesOnlyWhatItMay) {
@@ -285,6 +318,10 @@ TEST_P(HostileInput, EndsWithItsStatusAndChangesOnlyWhatItMay) {
     }
   }
   for (const auto& p : before) EXPECT_TRUE(after.count(p)) << "file vanished: " << p;
+
+  // No mode changes the store when no link has expired and the clean-up
+  // pass is not due.
+  EXPECT_TRUE(store_dump(root) == store) << store_dump(root).substr(0, 2000);
 
   switch (c.registry) {
     case kUnchanged:
