@@ -163,12 +163,13 @@ TEST(Parsers, SurviveDamagedOutput) {
       R"({"data":{"eth0":{"IPv4":[{"ip":"10.0.0.1"},{}],"IPv6":[{"ipv6_address":"fe80::1"}]}}})",
       R"({"code":0,"result":{"device_name":"b","region":"r","qid":"q","ddns_status":"Enable"}})",
   };
-  const char noise[] = "{}[]\",:\\ 0a\x01\xff";
+  const char noise[] = "-{}[]\",:\\ 0a\x01\xff";
   for (const std::string& sample : samples) {
     for (size_t cut = 0; cut <= sample.size(); ++cut) {
       for (size_t k = 0; k < sizeof noise; ++k) {
-        std::string text = sample.substr(0, cut);
-        if (cut < sample.size()) text[cut] = noise[k];
+        // A prefix, or the whole text with one byte changed.
+        std::string text = k == 0 ? sample.substr(0, cut) : sample;
+        if (k > 0 && cut < text.size()) text[cut] = noise[k];
         HostAddressTable t = empty_table();
         parse_ddns_config(text.c_str(), &t);
         int n = parse_interface_status(text.c_str(), &t, 0);
