@@ -7,6 +7,7 @@
 #include "addressing/host_address.h"
 #include "addressing/host_kind.h"
 #include "addressing/share_link_url.h"
+#include "platform/cgi.h"
 #include "support/appliance.h"
 
 namespace {
@@ -259,6 +260,20 @@ TEST(Discovery, RunsOncePerUseUntilTheRequestHostIsKnown) {
   EXPECT_STREQ("http://nas.example:8080/share.cgi?ssid=S", url);
   EXPECT_EQ(8080, g_host_address_table.host_port);
   memset(&g_host_address_table, 0, sizeof g_host_address_table);
+}
+
+TEST(Discovery, TakesTimeoutAndRetryFromTheRequestWithinRange) {
+  ApplianceRoot root;
+  ScopedEnv env{{{"SHARELINK_ROOT", root.dir()}}};
+  root.script("/usr/bin/nimbo_cli", "echo \"$3 $5\" >> \"$SHARELINK_ROOT/tmp/args\"\n");
+  HostAddressTable table;
+  const char* queries[] = {"timeout=30&retry=0", "timeout=61&retry=6", "timeout=&retry=x"};
+  for (const char* query : queries) {
+    CgiRequest request;
+    cgi_parse_params(query, strlen(query), &request);
+    discover_host_addresses(&request, &table);
+  }
+  EXPECT_EQ("30 0\n30 0\n5 1\n5 1\n5 0\n5 0\n", root.read("/tmp/args"));
 }
 
 }  // namespace
