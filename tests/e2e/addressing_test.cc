@@ -173,10 +173,4 @@ TEST_F(Discover, FailedSourcesLeaveTheirFieldsEmpty) {
   EXPECT_EQ("", r.err);
 }
 
-TEST_F(Discover, RejectsArguments) {
-  RunResult r = run_program(ctl_binary(), {"discover", "extra"}, root_);
-  EXPECT_EQ(2, r.status);
-  EXPECT_EQ("", r.out);
-}
-
 }  // namespace
