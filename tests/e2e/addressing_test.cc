@@ -1,9 +1,13 @@
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <map>
 #include <string>
 
+#include "sharelink_db/event_rows.h"
+#include "sharelink_db/store.h"
 #include "support/appliance.h"
 
 namespace {
@@ -171,6 +175,42 @@ TEST_F(Discover, FailedSourcesLeaveTheirFieldsEmpty) {
                        "\"mynimbo_ddns_status\": -1, \"mynimbo_device_name\": \"\", "
                        "\"mynimbo_link_status\": -1, \"ddns_list\": [ ], \"ip_list\": [ { "));
   EXPECT_EQ("", r.err);
+}
+
+// The link of a stored row, as the share mail composes it.
+TEST_F(Discover, UrlPrintsTheLinkOfAStoredKey) {
+  {
+    ScopedEnv env{{{"SHARELINK_ROOT", root_.dir()}}};
+    ASSERT_EQ(0, sf_create_tables());
+    const char* rows[][3] = {{"K1", ":10:box.example", "1"},
+                             {"K2", "192.168.1.11", "1"},
+                             {"K3", "alt.dyn.example", "0"},
+                             {"K4", ":0:Nas.Example", "0"}};
+    for (const auto& row : rows) {
+      ShareLinkRecord r;
+      memset(&r, 0, sizeof r);
+      snprintf(r.pkey, sizeof r.pkey, "%s", row[0]);
+      snprintf(r.host, sizeof r.host, "%s", row[1]);
+      r.ssl = row[2][0] - '0';
+      snprintf(r.sharefile, sizeof r.sharefile, "%s", "/Public/a.txt");
+      snprintf(r.creator, sizeof r.creator, "%s", "admin");
+      ASSERT_EQ(0, sf_event_insert(&r));
+    }
+  }
+  const char* expected[][2] = {{"K1", "https://box.example/share.cgi?ssid=K1\n"},
+                               {"K2", "https://192.168.1.11/share.cgi?ssid=K2\n"},
+                               {"K3", "http://alt.dyn.example:18080/share.cgi?ssid=K3\n"},
+                               {"K4", "http://nas.example:18080/share.cgi?ssid=K4\n"}};
+  for (const auto& e : expected) {
+    RunResult r = run_program(ctl_binary(), {"url", e[0]}, root_, {{"HTTP_HOST", "nas:8080"}});
+    EXPECT_EQ(0, r.status) << r.err;
+    EXPECT_EQ(e[1], r.out);
+  }
+  RunResult r = run_program(ctl_binary(), {"url", "NOPE"}, root_);
+  EXPECT_EQ(1, r.status);
+  EXPECT_EQ("", r.out);
+  EXPECT_NE(std::string::npos, r.err.find("NOPE"));
+  EXPECT_EQ(2, run_program(ctl_binary(), {"url"}, root_).status);
 }
 
 }  // namespace
