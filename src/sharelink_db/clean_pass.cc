@@ -16,7 +16,7 @@
 #include "sharelink_db/cleanup.h"
 #include "sharelink_db/event_rows.h"
 #include "sharelink_db/result_codes.h"
-#include "sharelink_db/store.h"
+#include "sharelink_db/store_internal.h"
 #include "sharelink_db/user_rows.h"
 
 const char kCleanFlagPath[] = "/tmp/.kdx_sf_clean_flag";
@@ -48,21 +48,17 @@ void touch_flag() {
 // prefix, in key order, with the values bounded as the full record's
 // buffers bound them. Returns 0 or a store code.
 int read_owned_links(const char* prefix, std::vector<OwnedLink>* out) {
-  char path[256];
-  sqlite3* db = nullptr;
-  if (sf_db_open(path, sizeof path, &db) != SQLITE_OK) {
-    sqlite3_close(db);
-    return kSfOpenFailed;
-  }
-  sqlite3_busy_timeout(db, 20000);
+  sf_internal::DbGuard db;
+  if (sf_internal::open_store(&db, true) != 0) return kSfOpenFailed;
   // instr() is case-sensitive, as the byte search of the prefix is.
   char sql[256];
   sqlite3_snprintf(sizeof sql, sql,
                    "SELECT pkey, creator, sharefile FROM SHARELINK_EVENT "
                    "WHERE instr(creator, %Q) > 0 ORDER BY pkey;",
                    prefix);
-  sqlite3_stmt* stmt = nullptr;
-  int rc = sqlite3_prepare_v2(db, sql, -1, &stmt, nullptr);
+  sf_internal::StmtGuard guard;
+  int rc = sqlite3_prepare_v2(db.get(), sql, -1, guard.out(), nullptr);
+  sqlite3_stmt* stmt = guard.get();
   int result = 0;
   if (rc != SQLITE_OK) {
     result = kSfQueryFailed;
@@ -88,8 +84,6 @@ int read_owned_links(const char* prefix, std::vector<OwnedLink>* out) {
     }
     if (result == 0 && rc != SQLITE_DONE) result = kSfQueryFailed;
   }
-  sqlite3_finalize(stmt);
-  sqlite3_close(db);
   return result;
 }
 
