@@ -29,3 +29,7 @@ bool delivery_write(const void* data, size_t len) {
 bool delivery_flush() { return fflush(stdout) == 0 && os.ferror(stdout) == 0; }
 
 unsigned long long delivery_bytes_written() { return g_written; }
+
+SentFile::~SentFile() {
+  if (f_ != nullptr) os.fclose(f_);
+}

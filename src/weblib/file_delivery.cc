@@ -24,20 +24,6 @@ constexpr size_t kChunk = 8192;
 const char* const kVideoMarks[] = {".mobile240p", ".mobile360p", ".mobile480p", ".ipad720p",
                                    ".mobile720p", ".mobile1080p", ".original"};
 
-class FileGuard {
- public:
-  explicit FileGuard(FILE* f) : f_(f) {}
-  ~FileGuard() {
-    if (f_ != nullptr) os.fclose(f_);
-  }
-  FileGuard(const FileGuard&) = delete;
-  FileGuard& operator=(const FileGuard&) = delete;
-  FILE* get() const { return f_; }
-
- private:
-  FILE* f_;
-};
-
 void content_type_of(const char* path, const char* base, int transcoded, char* type) {
   type[0] = '\0';
   if (transcoded == 1) {
@@ -97,7 +83,7 @@ int send_file_with_ranges(const char* real_path, int transcoded) {
   if (real_path == nullptr || fs_stat(real_path, &st) != 0) return -1;
   // A folder or device opens but cannot be served as one body.
   if (!S_ISREG(st.st_mode)) return -1;
-  FileGuard file(sf_open_real_file(real_path));
+  SentFile file(sf_open_real_file(real_path));
   if (file.get() == nullptr) return -4;
 
   const char* slash = strrchr(real_path, '/');

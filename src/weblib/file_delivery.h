@@ -22,6 +22,9 @@ FILE* sf_open_real_file(const char* real_path);
 // process resolved for delivery; -1 before any.
 int sf_current_path_kind();
 
+// Room for the real path beyond the display path's length.
+constexpr size_t kRealPathSlack = 545;
+
 // Resolves a display path for delivery: classifies it (kept as the current
 // path kind), then turns it into the real path with the logged-in user
 // (REMOTE_USER) as the owner; a remote-folder path takes the remote-folder

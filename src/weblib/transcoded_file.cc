@@ -9,7 +9,6 @@
 #include "paths/display_path.h"
 #include "platform/cgi.h"
 #include "platform/fs.h"
-#include "platform/os.h"
 #include "weblib/delivery_output.h"
 #include "weblib/download_name.h"
 #include "weblib/file_delivery.h"
@@ -19,26 +18,11 @@ namespace {
 
 int g_path_kind = -1;
 
-constexpr size_t kRealPathSlack = 545;     // the real path's room beyond the display path
 constexpr size_t kVariantPathSlack = 51;   // the variant path's room beyond the real path
 constexpr size_t kFileNameSize = 256;      // "/" and the name, at most 255 characters
 constexpr size_t kIeNameSize = 1024;
 constexpr size_t kDownloadNameSize = 257;  // at most 256 characters
 constexpr size_t kCopyChunk = 4096;
-
-class FileGuard {
- public:
-  explicit FileGuard(FILE* f) : f_(f) {}
-  ~FileGuard() {
-    if (f_ != nullptr) os.fclose(f_);
-  }
-  FileGuard(const FileGuard&) = delete;
-  FileGuard& operator=(const FileGuard&) = delete;
-  FILE* get() const { return f_; }
-
- private:
-  FILE* f_;
-};
 
 // Copies the whole stream to standard output. True when all went out.
 bool copy_to_output(FILE* f) {
@@ -123,7 +107,7 @@ int send_transcoded_file(const char* display_path, const char* variant_name) {
     delivery_flush();
     return -1;
   }
-  FileGuard file(sf_open_real_file(variant_path.data()));
+  SentFile file(sf_open_real_file(variant_path.data()));
   if (file.get() == nullptr) {
     delivery_flush();
     return -1;
