@@ -431,24 +431,4 @@ TEST(CgiProgram, AnyQueryStringGetsAnAnswer) {
   EXPECT_EQ(std::string::npos, root.read("/etc/config/Korvix.conf").find("[Evil]"));
 }
 
-TEST(CgiProgram, RelocationUserComesFromRemoteUser) {
-  ApplianceRoot root;
-  root.mkdirs("/share/VOL1/.db");
-  const std::string q = "func=set_share_link_db&share_link_db=/share/VOL1/.db/s.db";
-  RunResult other = run_program(cgi_binary(), {}, root, {{"QUERY_STRING", q}, {"REMOTE_USER", "Admin"}});
-  EXPECT_EQ("Content-type: application/json; charset=\"UTF-8\"\r\n\r\n"
-            "{ \"version\": \"6.0.1.6963\", \"build\": \"20250804\", \"status\": 4, \"success\": \"true\" }\n",
-            other.out);
-  // A POST body carries the parameters as well; no logged-in user proceeds.
-  std::string body = q;
-  RunResult post = run_program(cgi_binary(), {}, root,
-                               {{"REQUEST_METHOD", "POST"},
-                                {"CONTENT_TYPE", "application/x-www-form-urlencoded"},
-                                {"CONTENT_LENGTH", std::to_string(body.size())},
-                                {"REMOTE_USER", "\x01unset"}},
-                               body);
-  EXPECT_NE(std::string::npos, post.out.find("\"status\": 1,")) << post.out;
-  EXPECT_EQ(4, count_tables(root.path("/share/VOL1/.db/s.db")));
-}
-
 }  // namespace

@@ -26,13 +26,6 @@ TEST_F(JsonReply, StatusLeavesVersionOutForZeroThreeEightAndFifteen) {
       out([] { print_status(20); }));
 }
 
-TEST_F(JsonReply, StatusBitTest) {
-  for (int s : {0, 3, 8, 15}) EXPECT_FALSE(status_carries_version(s)) << s;
-  for (int s : {1, 2, 4, 5, 7, 9, 10, 11, 12, 16, 19, 20, 24, 35, 66, -1, -8}) {
-    EXPECT_TRUE(status_carries_version(s)) << s;
-  }
-}
-
 TEST_F(JsonReply, OtherEnvelopesKeepTheirMemberOrder) {
   EXPECT_EQ("{ \"status\": 5, \"success\": \"true\", \"err_code\": 2, \"err_msg\": \"x\" }\n",
             out([] { print_status_error(5, 2, "x"); }));

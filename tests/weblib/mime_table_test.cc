@@ -4,7 +4,6 @@
 #include <json-c/json.h>
 
 #include <cstring>
-#include <set>
 #include <string>
 
 #include "support/appliance.h"
@@ -66,13 +65,6 @@ TEST(MimeTable, RowsAreInTheirGroupsAndTheFirstPdfWins) {
   size_t i = 0;
   for (size_t g = 0; g < 9; ++g) {
     for (size_t k = 0; k < runs[g]; ++k, ++i) ASSERT_EQ(order[g], t[i].file_class) << t[i].ext;
-  }
-  std::set<std::string> seen;
-  for (size_t k = 0; k < n; ++k) {
-    if (std::string(t[k].ext) != "pdf") {
-      EXPECT_TRUE(seen.insert(t[k].ext).second) << t[k].ext;
-    }
-    EXPECT_LT(strlen(t[k].mime_type), kMimeTypeSize);
   }
 }
 

@@ -75,26 +75,6 @@ TEST(ByteRange, Table) {
   }
 }
 
-TEST(ByteRange, DecimalReaderIsDefinedOnOverflow) {
-  unsigned long long v = 5;
-  EXPECT_EQ(0, read_decimal_ull("", &v));
-  EXPECT_EQ(0, read_decimal_ull("-", &v));
-  EXPECT_EQ(0, read_decimal_ull(" x1", &v));
-  EXPECT_EQ(5u, v);
-  EXPECT_EQ(3, read_decimal_ull("123abc", &v));
-  EXPECT_EQ(123u, v);
-  EXPECT_EQ(4, read_decimal_ull("\t +7", &v));
-  EXPECT_EQ(7u, v);
-  EXPECT_EQ(2, read_decimal_ull("-3", &v));
-  EXPECT_EQ(kMax - 2, v);
-  EXPECT_EQ(20, read_decimal_ull("18446744073709551615", &v));
-  EXPECT_EQ(kMax, v);
-  EXPECT_EQ(20, read_decimal_ull("18446744073709551616", &v));
-  EXPECT_EQ(kMax, v);
-  EXPECT_EQ(42, read_decimal_ull("-99999999999999999999999999999999999999999", &v));
-  EXPECT_EQ(kMax, v);
-}
-
 // Whatever the text, a served range lies inside the file and a refusal
 // reports the whole file.
 TEST(ByteRange, AnyTextGivesARangeInsideTheFile) {

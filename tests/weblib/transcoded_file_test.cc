@@ -85,18 +85,6 @@ TEST_F(Transcoded, UnresolvedDisplayPathSendsNothing) {
   EXPECT_EQ(-1, rc);
 }
 
-TEST_F(Transcoded, MicrosoftBrowsersGetTheirSafeName) {
-  const std::string name = "\xc3\xa9t\xc3\xa9-1;#.mp4";
-  root_.write("/share/VOL1/Public/v/" + name, "v");
-  root_.write(std::string(kThumbs) + "/" + name + ".original", "org");
-  ScopedEnv ua{{{"HTTP_USER_AGENT", "Mozilla/5.0 (Windows NT 10.0; Win64; x64) Edge/18.19041"}}};
-  int rc = 0;
-  std::string out = send(("/Public/v/" + name).c_str(), "mp4_org", &rc);
-  EXPECT_EQ(1, rc);
-  EXPECT_EQ(0u, out.find("Content-Disposition: attachment; filename=\"%25c3%25a9t%25c3%25a9%252D1%253B%2523.mp4\"; "
-                         "filename*=utf-8''%25c3%25a9t%25c3%25a9%252D1%253B%2523.mp4\r\n"));
-}
-
 TEST(DownloadName, SafeNameForMicrosoftBrowsers) {
   EXPECT_TRUE(is_ie_user_agent("Mozilla/4.0 (compatible; MSIE 8.0)"));
   EXPECT_TRUE(is_ie_user_agent("Trident/7.0"));
@@ -128,11 +116,6 @@ TEST(TranscodeQuery, FlagsFollowTheVariantFiles) {
   // Tried in this order: 720 before 480.
   const char* order[] = {"mp4_240", "mp4_360", "mp4_720", "mp4_480", "mp4_1080", "mp4_org"};
   for (size_t i = 0; i < kTranscodeVariants; ++i) EXPECT_STREQ(order[i], transcode_variants()[i].name);
-  char path[64];
-  EXPECT_TRUE(transcode_variant_path("/d", "n.avi", find_transcode_variant("mp4_720"), path, sizeof path));
-  EXPECT_STREQ("/d/.@__thumb/transcode/n.avi.ipad720p", path);
-  EXPECT_FALSE(transcode_variant_path("/d", "n.avi", find_transcode_variant("mp4_720"), path, 20));
-  EXPECT_STREQ("", path);
   EXPECT_EQ(nullptr, find_transcode_variant("mp4_72"));
 }
 
