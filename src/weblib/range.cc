@@ -41,14 +41,14 @@ RangeOutcome parse_byte_range(const char* text, unsigned long long size, unsigne
   unsigned long long second = 0;
   // The range proper follows the unit ("bytes="); a bare value is taken whole.
   const char* eq = strchr(text, '=');
-  const char* spec = eq != nullptr ? eq + 1 : text;
-  if (spec[0] == '-') {
+  const char* set = eq != nullptr ? eq + 1 : text;
+  if (set[0] == '-') {
     unsigned long long suffix = 0;
-    read_decimal_ull(spec + 1, &suffix);
+    read_decimal_ull(set + 1, &suffix);
     first = size - suffix;
   } else {
-    int used = read_decimal_ull(spec, &first);
-    if (used == 0 || spec[used] != '-' || read_decimal_ull(spec + used + 1, &second) == 0) {
+    int used = read_decimal_ull(set, &first);
+    if (used == 0 || set[used] != '-' || read_decimal_ull(set + used + 1, &second) == 0) {
       second = last;
     }
   }
