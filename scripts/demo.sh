@@ -1,0 +1,103 @@
+#!/usr/bin/env bash
+# Builds ShareLinkTool, makes a small demo appliance in build/demo-root and
+# runs the tool's modes on it, showing what each step changes.
+# Each step is a small function; main() at the bottom lists them in order.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+BUILD=build
+ROOT="$PWD/$BUILD/demo-root"
+TOOL="$PWD/$BUILD/ShareLinkTool"
+REGISTRY=/etc/config/shareFileEx.ini
+NOW=$(date +%s)
+
+heading() { printf '\n== %s\n' "$*"; }
+
+# Runs the tool against the demo appliance and shows its exit status.
+tool() {
+  local status=0
+  printf '$ ShareLinkTool'
+  printf ' %q' "$@"
+  printf '\n'
+  SHARELINK_ROOT="$ROOT" "$TOOL" "$@" || status=$?
+  printf '(exit status %d)\n' "$status"
+}
+
+# The registry with its tabs shown as " | ".
+show_registry() {
+  local file="$ROOT$REGISTRY"
+  if [ ! -s "$file" ]; then
+    echo "(registry is empty)"
+    return
+  fi
+  sed 's/\t/ | /g' "$file"
+}
+
+build_tools() {
+  heading "Build"
+  scripts/deps.sh build
+  cmake -S . -B "$BUILD" -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+  cmake --build "$BUILD" -j2 --target ShareLinkTool >/dev/null
+  echo "built $TOOL"
+}
+
+# Fields of a registry line: id, host, owner, https flag, shared path,
+# created, expiry, -, text value, -.
+registry_line() {
+  printf '%s\t%s\tadmin\t%s\t%s\t%s\t%s\t0\t%s\t-\n' "$1" "$2" "$3" "$4" "$((NOW - 86400))" "$5" "$6"
+}
+
+make_appliance() {
+  heading "Demo appliance in $ROOT"
+  rm -rf "$ROOT"
+  mkdir -p "$ROOT/etc/config" "$ROOT/tmp" "$ROOT/share/Public/Reports" "$ROOT/share/Multimedia"
+  cat >"$ROOT/etc/config/Korvix.conf" <<'CONF'
+[System]
+Web Access Port = 8080
+
+[Stunnel]
+Port = 443
+CONF
+  echo "quarterly figures" >"$ROOT/share/Public/Reports/q3.pdf"
+  echo "holiday photo" >"$ROOT/share/Multimedia/beach.jpg"
+  echo "team notes" >"$ROOT/share/Public/notes.txt"
+  {
+    registry_line Q7xK2pLm 192.168.1.20 0 /share/Public/Reports/q3.pdf 0 report
+    registry_line Zr81WmQa 192.168.1.20 0 /share/Multimedia/beach.jpg "$((NOW + 30 * 86400))" photo
+    registry_line Tn40VbEe nas.example.com 1 /share/Public/notes.txt "$((NOW + 7 * 86400))" notes
+    registry_line Gh55XcRr 192.168.1.20 0 /share/Public/removed.iso 0 removed-file
+    registry_line Ex12PiTu nas.example.com 1 /share/Public/notes.txt "$((NOW - 3600))" expired
+  } >"$ROOT$REGISTRY"
+  echo "shared files:"
+  (cd "$ROOT" && find share -type f | sort | sed 's|^|  /|')
+  heading "Registry at the start (Gh55XcRr names a missing file, Ex12PiTu has expired)"
+  show_registry
+}
+
+demo_refresh() {
+  heading "Refresh: any unknown mode only tidies the registry"
+  tool 9
+  show_registry
+}
+
+demo_rewrite() {
+  heading "Mode 4: link Q7xK2pLm becomes https on nas.example.com, value 'quarterly', expires in 90 days"
+  tool 4 quarterly 1 "https://nas.example.com/share.cgi?ssid=Q7xK2pLm" "$((NOW + 90 * 86400))"
+  show_registry
+}
+
+demo_delete() {
+  heading "Mode 2: delete link Zr81WmQa"
+  tool 2 "http://192.168.1.20:8080/share.cgi?ssid=Zr81WmQa"
+  show_registry
+}
+
+main() {
+  build_tools
+  make_appliance
+  demo_refresh
+  demo_rewrite
+  demo_delete
+}
+
+main "$@"

@@ -1,0 +1,150 @@
+#include "registry/edits.h"
+
+#include <fcntl.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <vector>
+
+#include "platform/fs.h"
+#include "platform/os.h"
+#include "registry/fields.h"
+#include "registry/refresh.h"
+#include "registry/rewrite.h"
+#include "registry/run_context.h"
+#include "registry/share_url.h"
+#include "registry/slots.h"
+
+namespace {
+
+// One item of mode 2's URL list, taken apart once per run.
+struct UrlItem {
+  bool readable = false;  // get_field found it and it fits in 255 bytes
+  ShareUrlParts parts;
+};
+
+std::vector<UrlItem> split_url_list(const RunContext& ctx, uint16_t count) {
+  std::vector<UrlItem> items(count);
+  char item[256];
+  for (uint16_t i = 0; i < count; ++i) {
+    if (get_field(item, sizeof item, i + 1, ctx.edit_input, static_cast<size_t>(ctx.edit_input_len),
+                  ",") != 1) {
+      continue;
+    }
+    items[i].readable = true;
+    split_share_url(item, &items[i].parts);
+  }
+  return items;
+}
+
+// One step of mode 4: field n of line becomes value. The work buffer's
+// content replaces the line even when nothing was written (the line then
+// becomes empty and is dropped); a result too long for the buffer leaves
+// the line as it was.
+void rewrite_field(char* line, size_t line_size, int n, const char* value) {
+  char work[1024];
+  memset(work, 0, sizeof work);
+  if (replace_field(work, sizeof work, value, n, line, strlen(line), "\t", 1) == kFieldTooLong) {
+    return;
+  }
+  snprintf(line, line_size, "%s", work);
+}
+
+}  // namespace
+
+int delete_registry_links() {
+  RunContext& ctx = g_run_context;
+  RegistryReader registry;
+  if (!registry.open(kShareRegistryPath)) return -1;
+
+  char del[256];
+  snprintf(del, sizeof del, "%s.del", kShareRegistryPath);
+  int fd = fs_open(del, O_RDONLY | O_CREAT, 0644);
+  close_fd(&fd);
+  RegistryRewrite out;
+  if (!out.open(del, "ab")) return -1;
+
+  uint16_t count = 0;
+  count_fields(&count, ctx.edit_input, static_cast<size_t>(ctx.edit_input_len), ",", 1);
+  const std::vector<UrlItem> items = split_url_list(ctx, count);
+
+  char line[10240];
+  char id[256];
+  while (registry.next(line, sizeof line)) {
+    size_t len = strlen(line);
+    if (len == 0) continue;
+    if (get_field(id, sizeof id, 1, line, len, "\t") != 1) {
+      out.close();
+      return -1;
+    }
+    if (count == 0) continue;
+    // Each item is written over the parser's outputs in turn, exactly as
+    // parsing it again would, so the id compared keeps any earlier tail.
+    for (uint16_t i = 0; i < count; ++i) {
+      if (!items[i].readable) {
+        out.close();
+        return -1;
+      }
+      apply_share_url(items[i].parts, ctx.url_host, sizeof ctx.url_host, ctx.ssid, sizeof ctx.ssid);
+      if (strcmp(id, ctx.ssid) == 0) break;
+      if (i + 1 == count) out.append(line, len);
+    }
+  }
+  if (registry.failed()) {
+    out.discard();
+    return -1;
+  }
+  registry.close();
+  return out.commit(kShareRegistryPath, "delete_registry_links");
+}
+
+int rewrite_registry_link() {
+  RunContext& ctx = g_run_context;
+  char now[10];
+  snprintf(now, sizeof now, "%d", static_cast<int>(os.time(nullptr)));
+  size_t now_len = strlen(now);
+  char tmp[512];
+  snprintf(tmp, sizeof tmp, "/etc/config/%s%s", now + (now_len >= 2 ? now_len - 2 : 0), "tmpXXXXXX");
+  if (vexa_mktmpname(tmp) != 0) return -1;
+  RegistryRewrite out;
+  if (!out.open(tmp, "wb")) {
+    out.discard();
+    return -1;
+  }
+  RegistryReader registry;
+  if (!registry.open(kShareRegistryPath)) return -1;
+
+  parse_share_url(ctx.edit_input, ctx.url_host, sizeof ctx.url_host, ctx.ssid, sizeof ctx.ssid);
+  const bool https = ctx.edit_input != nullptr && strstr(ctx.edit_input, "https") != nullptr;
+  char expire[32];
+  snprintf(expire, sizeof expire, "%d", static_cast<int32_t>(ctx.new_expire));
+
+  char line[1024];
+  char id[256];
+  while (registry.next(line, sizeof line)) {
+    if (get_field(id, sizeof id, 1, line, strlen(line), "\t") != 1) return -1;
+    if (strcmp(id, ctx.ssid) == 0) {
+      if (ctx.new_ssl == 1) rewrite_field(line, sizeof line, 4, https ? "1" : "0");
+      if (ctx.field9_value[0] != '\0') rewrite_field(line, sizeof line, 9, ctx.field9_value);
+      if (strcmp(ctx.url_host, "HOSTNAME") != 0) rewrite_field(line, sizeof line, 2, ctx.url_host);
+      if (ctx.new_expire != 1) rewrite_field(line, sizeof line, 7, expire);
+    }
+    out.append(line, strlen(line));
+  }
+  if (registry.failed()) {
+    out.discard();
+    return -1;
+  }
+  registry.close();
+  return out.commit(kShareRegistryPath, "rewrite_registry_link");
+}
+
+int scan_registry() {
+  RegistryReader registry;
+  if (!registry.open(kShareRegistryPath)) return -1;
+  char line[1024];
+  while (registry.next(line, sizeof line)) {
+  }
+  return 1;
+}

@@ -1,0 +1,78 @@
+#include "registry/refresh.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+
+#include "platform/fs.h"
+#include "platform/os.h"
+#include "registry/fields.h"
+#include "registry/rewrite.h"
+#include "registry/slots.h"
+
+const char kShareRegistryPath[] = "/etc/config/shareFileEx.ini";
+
+int ensure_registry_exists() {
+  int fd = fs_open(kShareRegistryPath, O_RDONLY | O_CREAT, 0644);
+  close_fd(&fd);
+  return 1;
+}
+
+int load_registry() {
+  RegistryReader registry;
+  if (!registry.open(kShareRegistryPath)) return -1;
+
+  char tmp[512];
+  snprintf(tmp, sizeof tmp, "/etc/config/%s", "tmpXXXXXX");
+  // A name that could not be reserved is not ours to remove.
+  if (vexa_mktmpname(tmp) != 0) return -1;
+  RegistryRewrite out;
+  if (!out.open(tmp, "wb")) {
+    out.discard();
+    return -1;
+  }
+
+  // Without a clock every expiring line would look stale: keep the registry.
+  const time_t clock = os.time(nullptr);
+  if (clock == static_cast<time_t>(-1)) {
+    out.discard();
+    return -1;
+  }
+  const uint64_t now = static_cast<uint64_t>(clock);
+  char line[2048];
+  char path[256];
+  char expiry[256];
+  struct stat st;
+  while (registry.next(line, sizeof line)) {
+    size_t len = strlen(line);
+    if (len == 0) continue;
+    if (get_field(path, sizeof path, 5, line, len, "\t") != 1) {
+      out.discard();
+      return -1;
+    }
+    if (fs_stat(path, &st) != 0) continue;
+    if (get_field(expiry, sizeof expiry, 7, line, len, "\t") != 1) {
+      out.discard();
+      return -1;
+    }
+    const int32_t when = static_cast<int32_t>(static_cast<uint32_t>(strtol(expiry, nullptr, 10)));
+    if (when != 0 && now > static_cast<uint64_t>(static_cast<int64_t>(when))) continue;
+    out.append(line, len);
+  }
+  if (registry.failed()) {
+    out.discard();
+    return -1;
+  }
+  registry.close();
+  return out.commit(kShareRegistryPath, "load_registry");
+}
+
+int refresh_registry() {
+  if (ensure_registry_exists() == 0) return 1;
+  return load_registry() == 1 ? 1 : -1;
+}
