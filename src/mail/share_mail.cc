@@ -87,7 +87,10 @@ int compose(RunContext* ctx) {
   const bool line1_set = line1 != nullptr && line1[0] != '\0' && strcmp(line1, "----") != 0;
   const char* line2 = ctx->mail_line2;
   const bool line2_set = line2 != nullptr && line2[0] != '\0';
-  const size_t ids_len = strlen(ctx->link_ids);
+  // Item i is the first item after item i-1: each is read from where the last
+  // one ended, so a long list is walked once rather than once per item.
+  const char* next_id = ctx->link_ids;
+  const char* ids_end = next_id + strlen(next_id);
 
   std::unique_ptr<ShareLinkRecord> record(new ShareLinkRecord());
   char url[kUrlSize];
@@ -95,7 +98,14 @@ int compose(RunContext* ctx) {
   int result = 0;
   for (int i = 1; i <= ctx->link_count; ++i) {
     memset(ctx->ssid, 0, sizeof ctx->ssid);
-    if (get_field(ctx->ssid, kIdSize, i, ctx->link_ids, ids_len, ",") != 1) return -1;
+    while (next_id < ids_end && *next_id == ',') ++next_id;
+    const char* id_end = static_cast<const char*>(memchr(next_id, ',', ids_end - next_id));
+    if (id_end == nullptr) id_end = ids_end;
+    if (get_field(ctx->ssid, kIdSize, 1, next_id, id_end - next_id, ",") != 1 ||
+        ctx->ssid[0] == '\0') {
+      return -1;
+    }
+    next_id = id_end;
     memset(url, 0, sizeof url);
     if (strcmp(ctx->ssid, "NULL") != 0) {
       memset(record.get(), 0, sizeof *record);
