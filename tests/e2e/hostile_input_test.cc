@@ -319,6 +319,27 @@ TEST_P(HostileInput, EndsWithItsStatusAndChangesOnlyWhatItMay) {
   }
   for (const auto& p : before) EXPECT_TRUE(after.count(p)) << "file vanished: " << p;
 
+  // Every message handed to the mail program has exactly the template's
+  // four header lines: no value started a header of its own.
+  for (const auto& p : after) {
+    if (p.compare(0, strlen(kMailRecords) + 5, std::string(kMailRecords) + "/msg.") != 0) continue;
+    const std::string msg = root.read(p);
+    const std::string head = msg.substr(0, msg.find("\n\n"));
+    std::vector<std::string> lines;
+    for (size_t pos = 0; pos <= head.size();) {
+      size_t nl = head.find('\n', pos);
+      if (nl == std::string::npos) nl = head.size();
+      lines.push_back(head.substr(pos, nl - pos));
+      pos = nl + 1;
+    }
+    ASSERT_EQ(4u, lines.size()) << head.substr(0, 2000);
+    EXPECT_EQ(0u, lines[0].find("To: ")) << lines[0];
+    EXPECT_EQ(0u, lines[1].find("From: ")) << lines[1];
+    EXPECT_EQ(0u, lines[2].find("Subject: =?UTF-8?B?")) << lines[2];
+    EXPECT_EQ("Content-Type: text/html; charset=UTF-8", lines[3]);
+    EXPECT_EQ(std::string::npos, head.find('\r')) << head.substr(0, 2000);
+  }
+
   // No mode changes the store when no link has expired and the clean-up
   // pass is not due.
   EXPECT_TRUE(store_dump(root) == store) << store_dump(root).substr(0, 2000);
