@@ -14,6 +14,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <ostream>
 #include <set>
 #include <string>
 #include <utility>
@@ -74,6 +75,9 @@ struct Case {
   std::string rewritten;  // for kRewritten
   bool may_leave_del;     // mode 2 stopped by an unreadable URL item
 };
+
+// Test listings show the case's name rather than its bytes.
+void PrintTo(const Case& c, std::ostream* os) { *os << c.name; }
 
 std::vector<Case> cases() {
   const std::string a_url = "https://nas/share.cgi?ssid=AbC";
