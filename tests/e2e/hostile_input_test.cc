@@ -74,6 +74,11 @@ struct Case {
   RegistryRule registry;
   std::string rewritten;  // for kRewritten
   bool may_leave_del;     // mode 2 stopped by an unreadable URL item
+  int messages = 0;       // mails handed to the mail program
+  Case&& sends(int n) && {
+    messages = n;
+    return std::move(*this);
+  }
 };
 
 // Test listings show the case's name rather than its bytes.
@@ -102,26 +107,26 @@ std::vector<Case> cases() {
   c.push_back({"mail_only_at", {"1", "", "", "", "@", "", "", "", ""}, 0});
   c.push_back({"mail_only_commas", {"1", "3", "0", ",,,,,", "a@b.example", "s", "m", "----"}, 0});
   c.push_back({"mail_many_commas", {"1", "3", "0", repeat(",", kMaxArg), "a@b.example", "s", "m", "l"}, 0});
-  c.push_back({"mail_negative_count", {"1", "-5", "-1", "AbC", "a@b.example", "s", "m", "----"}, 0});
-  c.push_back({"mail_count_beyond_32_bits",
-               {"1", "4294967297", "99999999999", "AbC,DeF", "a@b.example", "s", "m", "l1", "l2"}, 0});
+  c.push_back(Case{"mail_negative_count", {"1", "-5", "-1", "AbC", "a@b.example", "s", "m", "----"}, 0}.sends(1));
+  c.push_back(Case{"mail_count_beyond_32_bits",
+               {"1", "4294967297", "99999999999", "AbC,DeF", "a@b.example", "s", "m", "l1", "l2"}, 0}.sends(1));
   c.push_back({"mail_unknown_and_long_ids",
                {"1", "2", "0", "Nope," + std::string(300, 'i'), "a@b.example", "s", "m", "----"}, 0});
-  c.push_back({"mail_null_items", {"1", "2", "1", "NULL,AbC,NULL", "a@b.example", "s", "m", "l1", "l2"}, 0});
-  c.push_back({"mail_crlf_and_dollar",
+  c.push_back(Case{"mail_null_items", {"1", "2", "1", "NULL,AbC,NULL", "a@b.example", "s", "m", "l1", "l2"}, 0}.sends(1));
+  c.push_back(Case{"mail_crlf_and_dollar",
                {"1", "1", "1", "AbC", "a@b.example,\r\n" + kCrLf + "@x", kCrLf + kDollar, kDollar + kCrLf,
-                kDollar, kCrLf, "personal\r\n", "root\r\nBcc: v@example.org", kCrLf}, 0});
-  c.push_back({"mail_invalid_utf8",
+                kDollar, kCrLf, "personal\r\n", "root\r\nBcc: v@example.org", kCrLf}, 0}.sends(3));
+  c.push_back(Case{"mail_invalid_utf8",
                {"1", "1", "0", "AbC", kInvalidUtf8 + "@" + kInvalidUtf8, kInvalidUtf8, kInvalidUtf8,
-                kInvalidUtf8, kInvalidUtf8, kInvalidUtf8, kInvalidUtf8, kInvalidUtf8}, 0});
-  c.push_back({"mail_shell_and_format",
+                kInvalidUtf8, kInvalidUtf8, kInvalidUtf8, kInvalidUtf8, kInvalidUtf8}, 0}.sends(1));
+  c.push_back(Case{"mail_shell_and_format",
                {"1", "1", "0", "AbC", "a@b.example", kShell + kFormat, kShell, kFormat, kShell, kFormat,
-                kShell, kShell + "@x"}, 0});
+                kShell, kShell + "@x"}, 0}.sends(1));
   c.push_back({"mail_none_at_none", {"1", "1", "0", "AbC", "none@none", kBigMixed, kBigMixed, kBigMixed}, 0});
   // Eight arguments of 128 KiB: a command line of 1 MiB.
-  c.push_back({"mail_one_mebibyte",
+  c.push_back(Case{"mail_one_mebibyte",
                {"1", "3", "1", "NULL,AbC,DeF", repeat("a@b.example,", kMaxArg), kBigMixed, kBigMixed,
-                kBigMixed, kBigMixed, kBigMixed, kBigMixed, kBigMixed + "@x"}, 0});
+                kBigMixed, kBigMixed, kBigMixed, kBigMixed, kBigMixed + "@x"}, 0}.sends(20));
 
   // Mode 2: the URL list is required.
   c.push_back({"delete_no_arguments", {"2"}, 4});
@@ -323,6 +328,9 @@ TEST_P(HostileInput, EndsWithItsStatusAndChangesOnlyWhatItMay) {
   }
   for (const auto& p : before) EXPECT_TRUE(after.count(p)) << "file vanished: " << p;
 
+  int messages = 0;
+  for (const auto& p : after) messages += p.compare(0, 14, "/var/mail/msg.") == 0;
+  EXPECT_EQ(c.messages, messages);
   // Every message handed to the mail program has exactly the template's
   // four header lines: no value started a header of its own.
   for (const auto& p : after) {
