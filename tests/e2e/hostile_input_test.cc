@@ -258,7 +258,7 @@ class HostileInput : public ::testing::TestWithParam<Case> {
                "Content-Type: text/html; charset=UTF-8\n\n<p>$MAIL_SUBJECT_TXT$</p>\n$CONTENT$\n"
                "<p>$YEAR$ $VEXA$ $UNKNOWN$</p>\n");
     root.mkdirs(kMailRecords);
-    // Records each message and its arguments; a line per start.
+    // Keeps each message and its arguments, one pair of files per start.
     root.script("/usr/sbin/sendmail",
                 "n=$(ls \"$SHARELINK_ROOT/var/mail\" | wc -l)\n"
                 "cat > \"$SHARELINK_ROOT/var/mail/msg.$n\"\n"
