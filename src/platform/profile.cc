@@ -14,6 +14,7 @@
 
 #include "platform/fs.h"
 #include "platform/os.h"
+#include "platform/profile_reads.h"
 #include "platform/root.h"
 
 const char kSystemConfigPath[] = "/etc/config/Korvix.conf";
@@ -125,6 +126,7 @@ const ParsedFile* load(const char* file) {
   }
   std::string text;
   if (!read_all(file, &text)) return nullptr;
+  profile_reads_note_parse(file);
   ParsedFile parsed;
   parsed.dev = st.st_dev;
   parsed.ino = st.st_ino;
@@ -139,6 +141,7 @@ const ParsedFile* load(const char* file) {
 // The value of section/key, or null.
 const std::string* lookup(const char* file, const char* section, const char* key) {
   if (section == nullptr || key == nullptr) return nullptr;
+  profile_reads_note_lookup(file, section, key);
   const ParsedFile* f = load(file);
   if (f == nullptr) return nullptr;
   for (const Section& s : f->sections) {

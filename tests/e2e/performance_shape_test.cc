@@ -1,0 +1,104 @@
+// The structural properties that keep the tool fast on a big appliance,
+// checked without timing anything: how often a run reads its configuration,
+// and how much memory the clean-up of a large store holds.
+#include <gtest/gtest.h>
+
+#include <map>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "support/appliance.h"
+
+namespace {
+
+const char kRegistry[] = "/etc/config/shareFileEx.ini";
+const char kSystemConfig[] = "/etc/config/Korvix.conf";
+
+// The run's profile report: reads per "file [section] key", parses per file.
+struct ProfileReport {
+  std::map<std::string, long> reads;
+  std::map<std::string, long> parses;
+};
+
+ProfileReport profile_report(const std::string& err) {
+  ProfileReport report;
+  std::istringstream in(err);
+  std::string line;
+  while (std::getline(in, line)) {
+    std::vector<std::string> f;
+    std::istringstream fields(line);
+    std::string field;
+    while (std::getline(fields, field, '\t')) f.push_back(field);
+    if (f.size() == 5 && f[0] == "profile-read") {
+      report.reads[f[1] + " [" + f[2] + "] " + f[3]] += std::stol(f[4]);
+    } else if (f.size() == 3 && f[0] == "profile-parse") {
+      report.parses[f[1]] += std::stol(f[2]);
+    } else {
+      ADD_FAILURE() << "unexpected line on standard error: " << line;
+    }
+  }
+  return report;
+}
+
+std::string registry_line(int i) {
+  return "id" + std::to_string(100000 + i) + "\tnas\towner\t0\t/share/Public/f" +
+         std::to_string(i % 7) + ".txt\t0\t0\t0\tv\t-\n";
+}
+
+class ProfileReads : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    for (int i = 0; i < 7; ++i) root.write("/share/Public/f" + std::to_string(i) + ".txt", "x");
+    root.write(kSystemConfig, "[System]\nWeb Access Port = 8080\n\n[Stunnel]\nPort = 443\n");
+    std::string registry;
+    for (int i = 0; i < kLines; ++i) registry += registry_line(i);
+    root.write(kRegistry, registry);
+  }
+
+  // Mode 2 over every third line's link; the URLs alternate between http and
+  // https when `https` is set.
+  ProfileReport delete_every_third(bool https) {
+    std::string urls;
+    std::string expected;
+    for (int i = 0; i < kLines; ++i) {
+      if (i % 3 != 0) {
+        expected += registry_line(i);
+        continue;
+      }
+      const std::string id = "id" + std::to_string(100000 + i);
+      if (!urls.empty()) urls += ",";
+      urls += https && i % 2 == 0 ? "https://nas.example/share.cgi?ssid=" + id
+                                  : "http://192.168.1.2:8080/share.cgi?ssid=" + id;
+    }
+    RunResult r = run_program(tool_binary(), {"2", urls}, root, {{"SHARELINK_DEBUG_PROFILE_READS", "1"}});
+    EXPECT_EQ(0, r.status);
+    EXPECT_EQ("", r.out);
+    EXPECT_EQ(expected, root.read(kRegistry));
+    return profile_report(r.err);
+  }
+
+  static constexpr int kLines = 300;
+  ApplianceRoot root;
+};
+
+TEST_F(ProfileReads, ModeTwoReadsTheSecurePortOncePerRun) {
+  ProfileReport report = delete_every_third(true);
+  // 100 URLs, half of them https, over 300 lines: one read in all.
+  EXPECT_EQ(1, report.reads[std::string(kSystemConfig) + " [Stunnel] Port"]);
+  for (const auto& p : report.parses) EXPECT_EQ(1, p.second) << p.first;
+}
+
+TEST_F(ProfileReads, ModeTwoWithoutHttpsReadsNoConfiguration) {
+  ProfileReport report = delete_every_third(false);
+  EXPECT_TRUE(report.reads.empty());
+  EXPECT_TRUE(report.parses.empty());
+}
+
+TEST_F(ProfileReads, TheReportIsOffByDefault) {
+  RunResult r = run_program(tool_binary(), {"2", "https://nas.example/share.cgi?ssid=id100000"}, root);
+  EXPECT_EQ(0, r.status);
+  EXPECT_EQ("", r.err);
+}
+
+}  // namespace
