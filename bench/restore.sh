@@ -3,6 +3,7 @@
 # Usage: restore.sh FIXTURE ROOT item...
 #   registry  the registry as generated (companions of earlier runs removed)
 #   store     the store as generated
+#   listed    the store as a listing leaves it (expired links purged)
 #   flag      a fresh clean-up flag (the pass is throttled)
 #   noflag    no clean-up flag (the pass is due)
 #   children  an empty record of started programs
@@ -20,6 +21,10 @@ for item in "$@"; do
     store)
       rm -f "$config/share_link.db-journal"
       cp "$fixture/share_link.db" "$config/share_link.db"
+      ;;
+    listed)
+      rm -f "$config/share_link.db-journal"
+      cp "$fixture/share_link.listed.db" "$config/share_link.db"
       ;;
     flag) touch "$root/tmp/.kdx_sf_clean_flag" ;;
     noflag) rm -f "$root/tmp/.kdx_sf_clean_flag" ;;
