@@ -1,0 +1,181 @@
+#include "sharelink_db/store_internal.h"
+
+#include <cstdlib>
+
+#include "sharelink_db/result_codes.h"
+#include "sharelink_db/store.h"
+
+namespace sf_internal {
+
+namespace {
+
+constexpr int kBusyTimeoutMs = 20000;
+constexpr int kMaxParked = 16;
+
+// Connections kept open on purpose. Reachable from here until released, so a
+// leak checker does not report them; the holder closes what is left at exit.
+struct ParkedConnections {
+  sqlite3* handles[kMaxParked] = {};
+  int count = 0;
+  ~ParkedConnections() { release(); }
+  void release() {
+    for (int i = 0; i < count; ++i) {
+      // Closing rolls back whatever the connection left uncommitted.
+      sqlite3_close(handles[i]);
+      handles[i] = nullptr;
+    }
+    count = 0;
+  }
+};
+
+ParkedConnections& parked() {
+  static ParkedConnections p;
+  return p;
+}
+
+void (*g_sql_observer)(const char*) = nullptr;
+
+int trace_statement(unsigned type, void* context, void* stmt, void* text) {
+  if (type == SQLITE_TRACE_STMT && g_sql_observer != nullptr && text != nullptr) {
+    g_sql_observer(static_cast<const char*>(text));
+  }
+  return 0;
+}
+
+}  // namespace
+
+DbGuard::~DbGuard() { sqlite3_close(db_); }
+
+int open_store(DbGuard* db, bool busy) {
+  release_parked_connections();
+  char path[256];
+  if (sf_db_open(path, sizeof path, db->out()) != SQLITE_OK) return kSfOpenFailed;
+  if (busy) sqlite3_busy_timeout(db->get(), kBusyTimeoutMs);
+  sqlite3_exec(db->get(), "PRAGMA case_sensitive_like=ON;", nullptr, nullptr, nullptr);
+  if (g_sql_observer != nullptr) {
+    sqlite3_trace_v2(db->get(), SQLITE_TRACE_STMT, trace_statement, nullptr);
+  }
+  return 0;
+}
+
+bool exec(sqlite3* db, const char* sql) {
+  return sql != nullptr && sqlite3_exec(db, sql, nullptr, nullptr, nullptr) == SQLITE_OK;
+}
+
+int run_in_transaction(sqlite3* db, const char* sql, int fail, bool ignore_commit) {
+  if (!exec(db, "BEGIN TRANSACTION")) return fail;
+  if (!exec(db, sql)) {
+    exec(db, "ROLLBACK");
+    return fail;
+  }
+  if (!exec(db, "COMMIT") && !ignore_commit) {
+    exec(db, "ROLLBACK");
+    return fail;
+  }
+  return 0;
+}
+
+int open_and_run(const char* sql, bool busy, int fail, bool ignore_commit) {
+  DbGuard db;
+  int rc = open_store(&db, busy);
+  if (rc != 0) return rc;
+  return run_in_transaction(db.get(), sql, fail, ignore_commit);
+}
+
+int count_rows(sqlite3* db, const char* sql) {
+  StmtGuard stmt;
+  if (sql == nullptr || sqlite3_prepare_v2(db, sql, -1, stmt.out(), nullptr) != SQLITE_OK) {
+    return kSfQueryFailed;
+  }
+  if (sqlite3_step(stmt.get()) != SQLITE_ROW) return kSfQueryFailed;
+  sqlite3_int64 n = sqlite3_column_int64(stmt.get(), 0);
+  if (n < 0 || n > 0x7fffffff) return kSfQueryFailed;
+  return static_cast<int>(n);
+}
+
+int open_and_count(const char* sql) {
+  if (sql == nullptr) return kSfBadParam;
+  DbGuard db;
+  int rc = open_store(&db, true);
+  if (rc != 0) return rc;
+  return count_rows(db.get(), sql);
+}
+
+int open_and_select(const char* sql, int (*cb)(void*, int, char**, char**), void* user_data) {
+  if (sql == nullptr) return kSfBadParam;
+  DbGuard db;
+  int rc = open_store(&db, true);
+  if (rc != 0) return rc;
+  if (sqlite3_exec(db.get(), sql, cb, user_data, nullptr) != SQLITE_OK) return kSfQueryFailed;
+  return 0;
+}
+
+void park_connection(sqlite3* db) {
+  if (db == nullptr) return;
+  ParkedConnections& p = parked();
+  if (p.count == kMaxParked) {
+    sqlite3_close(p.handles[0]);
+    for (int i = 1; i < kMaxParked; ++i) p.handles[i - 1] = p.handles[i];
+    --p.count;
+  }
+  p.handles[p.count++] = db;
+}
+
+void release_parked_connections() { parked().release(); }
+
+int parked_connection_count() { return parked().count; }
+
+void BoundedSql::append(const char* format, ...) {
+  if (overflow_) return;
+  va_list ap;
+  va_start(ap, format);
+  char* piece = sqlite3_vmprintf(format, ap);
+  va_end(ap);
+  if (piece == nullptr) {
+    overflow_ = true;
+    return;
+  }
+  size_t n = strlen(piece);
+  if (text_.size() + n + 1 > bound_) {
+    overflow_ = true;
+  } else {
+    text_.append(piece, n);
+  }
+  sqlite3_free(piece);
+}
+
+std::string where_clause(const BoundedSql& conditions) {
+  if (conditions.empty()) return std::string();
+  // Every item begins "AND "; the clause takes the list after the first one.
+  return "WHERE " + conditions.str().substr(4);
+}
+
+std::string paging_clause(int start, int end, const char* whole) {
+  if (start == 0 && end == 0) return whole;
+  char text[64];
+  sqlite3_snprintf(sizeof text, text, "LIMIT %d OFFSET %d", end - start, start);
+  return text;
+}
+
+bool column_order(const char* const* columns, int ncolumns, int sort, bool filtered,
+                  const char* prefix, std::string* out) {
+  if (sort < 0 || sort / 2 >= ncolumns) return false;
+  *out = std::string("ORDER BY ") + prefix + columns[sort / 2] + (sort % 2 == 1 ? " DESC" : "") +
+         (filtered ? " " : "");
+  return true;
+}
+
+int32_t int_column(const char* value) {
+  if (value == nullptr) return 0;
+  return static_cast<int32_t>(strtol(value, nullptr, 10));
+}
+
+}  // namespace sf_internal
+
+void sf_set_sql_observer(void (*observer)(const char* sql)) {
+  sf_internal::g_sql_observer = observer;
+}
+
+int sf_parked_connection_count() { return sf_internal::parked_connection_count(); }
+
+void sf_release_parked_connections() { sf_internal::release_parked_connections(); }

@@ -1,0 +1,202 @@
+// sharelinkctl's store commands, run as the real program in a temporary
+// appliance root.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "support/appliance.h"
+#include "support/store_fixture.h"
+
+namespace {
+
+using Rows = std::vector<std::vector<std::string>>;
+
+RunResult ctl(const ApplianceRoot& root, const std::vector<std::string>& args,
+              const std::map<std::string, std::string>& env = {}) {
+  return run_program(ctl_binary(), args, root, env);
+}
+
+Rows tables(const ApplianceRoot& root) {
+  return store_rows(root, "SELECT name FROM sqlite_master WHERE type = 'table' ORDER BY name");
+}
+
+TEST(CtlStore, InitMakesTheStoreOfAnEmptyAppliance) {
+  ApplianceRoot root;
+  RunResult r = ctl(root, {"init"});
+  EXPECT_EQ(0, r.status);
+  EXPECT_EQ("", r.out);
+  EXPECT_EQ("", r.err);
+  EXPECT_EQ((Rows{{"SHARELINK_EVENT"}, {"SHARELINK_FID"}, {"SHARELINK_USER"}}), tables(root));
+  EXPECT_EQ("0", store_value(root, "SELECT COUNT(*) FROM sqlite_master WHERE type = 'trigger'"));
+  EXPECT_TRUE(root.exists("/tmp/kdx_shareLink_flock.lock"));
+}
+
+TEST(CtlStore, InitUpgradesAnOldStore) {
+  ApplianceRoot root;
+  store_exec(root,
+             "CREATE TABLE SHARELINK_EVENT ( pkey TEXT, host TEXT, ssl INTEGER, sharefile TEXT, "
+             "useraddr TEXT, filesize TEXT, createtic INTEGER, expire INTEGER, creator TEXT, "
+             "accesscode TEXT, download_count INTEGER, download_limit INTEGER, misc TEXT, "
+             "create_date TEXT, create_time TEXT);"
+             "CREATE TABLE SHARELINK_FID ( pkey TEXT, fid TEXT );"
+             "INSERT INTO SHARELINK_EVENT (pkey, creator, sharefile, expire) VALUES ('k1', 'bob', '/share/A', 5);"
+             "INSERT INTO SHARELINK_FID VALUES ('k1', 'f1');");
+  RunResult r = ctl(root, {"init"});
+  EXPECT_EQ(0, r.status) << r.err;
+  EXPECT_EQ("", r.err);
+  EXPECT_EQ((Rows{{"SHARELINK_EVENT"}, {"SHARELINK_FID"}, {"SHARELINK_USER"}}), tables(root));
+  EXPECT_EQ((Rows{{"k1", "bob", kFixtureNull, "f1", kFixtureNull}}),
+            store_rows(root, "SELECT e.pkey, e.creator, e.link_name, f.fid, f.sharefile FROM "
+                             "SHARELINK_EVENT e JOIN SHARELINK_FID f ON e.pkey = f.pkey"));
+  EXPECT_EQ("1", store_value(root, "SELECT COUNT(*) FROM sqlite_master WHERE type = 'trigger'"));
+  r = ctl(root, {"list"});
+  EXPECT_EQ("k1\tbob\t5\t/share/A\t----\n", r.out);
+}
+
+TEST(CtlStore, InitSetsABrokenStoreAside) {
+  ApplianceRoot root;
+  root.write("/etc/config/share_link.db", std::string(2048, '#'));
+  RunResult r = ctl(root, {"init"});
+  EXPECT_EQ(0, r.status);
+  EXPECT_EQ("sharelinkctl init: /etc/config/share_link.db could not be initialised; set aside as "
+            "/etc/config/share_link.db.1, new store made\n",
+            r.err);
+  EXPECT_EQ(std::string(2048, '#'), root.read("/etc/config/share_link.db.1"));
+  EXPECT_EQ((Rows{{"SHARELINK_EVENT"}, {"SHARELINK_FID"}, {"SHARELINK_USER"}}), tables(root));
+}
+
+TEST(CtlStore, AStoreThatCannotBeMadeFailsAndIsReported) {
+  ApplianceRoot root;
+  root.write("/etc/config/Korvix.conf", "[Depot]\nShare_Link_Db = /nowhere/x.db\n");
+  RunResult r = ctl(root, {"init"});
+  EXPECT_EQ(1, r.status);
+  EXPECT_EQ("sharelinkctl init: the store could not be made: -20 (the store could not be opened)\n", r.err);
+  EXPECT_FALSE(root.exists("/tmp/debug.log"));
+
+  r = ctl(root, {"list", "--user", "amy"},
+          {{"SHARELINK_DEBUG_LEVEL", "9"}, {"SHARELINK_DEBUG_FILE", "/tmp/debug.log"}});
+  EXPECT_EQ(1, r.status);
+  EXPECT_EQ("sharelinkctl list: the links could not be read: -20 (the store could not be opened)\n", r.err);
+  // Written twice: "(pid=N)<time>: <line>" and "<time>: <line>".
+  std::string log = root.read("/tmp/debug.log");
+  size_t close = log.find(')');
+  ASSERT_NE(std::string::npos, close) << log;
+  EXPECT_EQ(0u, log.find("(pid="));
+  std::string second = log.substr(close + 1);
+  const std::string when = second.substr(0, 19);  // "%Y-%m-%d %T"
+  const std::string prefix = when + ": sf_debug_db_error_log ";
+  ASSERT_EQ(0u, second.find(prefix)) << log;
+  size_t comma = second.find(',');
+  ASSERT_NE(std::string::npos, comma);
+  std::string number = second.substr(prefix.size(), comma - prefix.size());
+  EXPECT_FALSE(number.empty());
+  EXPECT_EQ(std::string::npos, number.find_first_not_of("0123456789")) << number;
+  const std::string line = prefix + number + ", DB OPEN ERROR, Ret=-20, Ssid=amy\n";
+  EXPECT_EQ(line + line, second);
+}
+
+TEST(CtlStore, AddAndList) {
+  ApplianceRoot root;
+  ASSERT_EQ(0, ctl(root, {"init"}).status);
+  RunResult r = ctl(root, {"add", "k2", "/share/Public/b c.txt", "--creator", "Mirra:bob", "--host",
+                           "nas.example", "--ssl", "1", "--expire", "2000", "--createtic", "1000",
+                           "--link-name", "tab\there", "--title", "T", "--accesscode", "secret",
+                           "--useraddr", "x@y", "--fid", "101:/share/Public/b c.txt", "--fid",
+                           "102:/share/Public/d", "--recipient", "amy:amy@x.example"});
+  EXPECT_EQ(0, r.status) << r.err;
+  EXPECT_EQ("", r.out);
+  EXPECT_EQ(0, ctl(root, {"add", "k1", "/share/Data"}).status);
+  EXPECT_EQ(0, ctl(root, {"add", "k3", "/share/Bob", "--creator", "bob"}).status);
+
+  r = ctl(root, {"list"});
+  EXPECT_EQ(0, r.status);
+  EXPECT_EQ("k1\tsystem\t0\t/share/Data\t\n"
+            "k2\tMirra:bob\t2000\t/share/Public/b c.txt\ttab\\there\n"
+            "k3\tbob\t0\t/share/Bob\t\n",
+            r.out);
+  r = ctl(root, {"list", "--user", "bob"});
+  EXPECT_EQ("k2\tMirra:bob\t2000\t/share/Public/b c.txt\ttab\\there\nk3\tbob\t0\t/share/Bob\t\n", r.out);
+  EXPECT_EQ("", ctl(root, {"list", "--user", "amy"}).out);
+
+  EXPECT_EQ((Rows{{"k2", "nas.example", "1", "x@y", "1000", "secret", "00000001", "T", "0"}}),
+            store_rows(root, "SELECT pkey, host, ssl, useraddr, createtic, accesscode, misc, title, "
+                             "download_count FROM SHARELINK_EVENT WHERE pkey = 'k2'"));
+  EXPECT_EQ((Rows{{"k2", "101", "/share/Public/b c.txt"}, {"k2", "102", "/share/Public/d"}}),
+            store_rows(root, "SELECT * FROM SHARELINK_FID ORDER BY fid"));
+  EXPECT_EQ((Rows{{"k2", "amy", "", "amy@x.example"}}), store_rows(root, "SELECT * FROM SHARELINK_USER"));
+}
+
+TEST(CtlStore, UsageErrorsAndStoreFailures) {
+  ApplianceRoot root;
+  ASSERT_EQ(0, ctl(root, {"init"}).status);
+  for (const std::vector<std::string>& args :
+       std::vector<std::vector<std::string>>{{"add", "k1"},
+                                             {"add", "k1", "/p", "--colour", "red"},
+                                             {"add", "k1", "/p", "--ssl", "one"},
+                                             {"add", "k1", "/p", "--expire"},
+                                             {"add", "k1", "/p", "--fid", "nocolon"},
+                                             {"add", std::string(41, 'k'), "/p"},
+                                             {"list", "--user"},
+                                             {"list", "extra"},
+                                             {"init", "extra"},
+                                             {"relocate", "extra"}}) {
+    RunResult r = ctl(root, args);
+    EXPECT_EQ(2, r.status) << args[0] << " " << args.back();
+    EXPECT_EQ("", r.out);
+    EXPECT_NE(std::string::npos, r.err.find("usage: sharelinkctl " + args[0])) << r.err;
+  }
+  RunResult r = ctl(root, {"add", "--help"});
+  EXPECT_EQ(0, r.status);
+  EXPECT_EQ(0u, r.out.find("usage: sharelinkctl add KEY SHAREFILE [--creator C]"));
+
+  r = ctl(root, {"add", "k1", "/p", "--ssl", "3"});
+  EXPECT_EQ(1, r.status);
+  EXPECT_EQ("sharelinkctl add: the link could not be added: -11 (bad parameter)\n", r.err);
+  r = ctl(root, {"add", "k1", "/p", "--expire", "5", "--createtic", "9"});
+  EXPECT_EQ(1, r.status);
+  ASSERT_EQ(0, ctl(root, {"add", "k1", "/p"}).status);
+  r = ctl(root, {"add", "k1", "/q"});
+  EXPECT_EQ(1, r.status);
+  EXPECT_EQ("sharelinkctl add: a link with key k1 exists already\n", r.err);
+  EXPECT_EQ("1", store_value(root, "SELECT COUNT(*) FROM SHARELINK_EVENT"));
+}
+
+TEST(CtlStore, AFailedRecipientLeavesNoHalfLink) {
+  ApplianceRoot root;
+  ASSERT_EQ(0, ctl(root, {"init"}).status);
+  store_exec(root, "DROP TABLE SHARELINK_USER;");
+  RunResult r = ctl(root, {"add", "k1", "/p", "--fid", "1:/p", "--recipient", "amy:a@x"});
+  EXPECT_EQ(1, r.status);
+  EXPECT_EQ("sharelinkctl add: the recipients could not be added: -23 (an insert failed)\n", r.err);
+  EXPECT_EQ("0", store_value(root, "SELECT COUNT(*) FROM SHARELINK_EVENT"));
+  EXPECT_EQ("0", store_value(root, "SELECT COUNT(*) FROM SHARELINK_FID"));
+}
+
+TEST(CtlStore, Relocate) {
+  ApplianceRoot root;
+  ASSERT_EQ(0, ctl(root, {"init"}).status);
+  RunResult r = ctl(root, {"relocate"});
+  EXPECT_EQ(0, r.status);
+  EXPECT_EQ("", r.err);
+
+  root.write("/etc/config/Korvix.conf",
+             "[Depot]\nShare_Link_Db = /mnt/usb/share_link.db\n[Storage]\nDefault Volume = /share/V1\n");
+  root.write("/mnt/usb/share_link.db", "db");
+  root.mkdirs("/share/V1/.@kdx/share_link_db");
+  root.script("/bin/mv", "echo \"$@\" > \"$SHARELINK_ROOT/tmp/mv.args\"\nexit 1\n");
+  r = ctl(root, {"relocate"});
+  EXPECT_EQ(1, r.status);
+  EXPECT_EQ("sharelinkctl relocate: the store could not be relocated\n", r.err);
+  EXPECT_EQ("-f /mnt/usb/share_link.db /share/V1/.@kdx/share_link_db/share_link.db\n",
+            root.read("/tmp/mv.args"));
+
+  root.script("/bin/mv", "exec mv -f \"$SHARELINK_ROOT$2\" \"$SHARELINK_ROOT$3\"\n");
+  r = ctl(root, {"relocate"});
+  EXPECT_EQ(0, r.status) << r.err;
+  EXPECT_EQ("db", root.read("/share/V1/.@kdx/share_link_db/share_link.db"));
+  EXPECT_NE(std::string::npos, root.read("/etc/config/Korvix.conf")
+                                   .find("Share_Link_Db = /share/V1/.@kdx/share_link_db/share_link.db\n"));
+}
+
+}  // namespace

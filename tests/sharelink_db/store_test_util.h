@@ -1,0 +1,77 @@
+// Shared set-up of the store's unit tests: a fresh appliance root per test,
+// no real sleeps, and a record of the statements the store runs.
+#ifndef SLT_TESTS_SHARELINK_DB_STORE_TEST_UTIL_H_
+#define SLT_TESTS_SHARELINK_DB_STORE_TEST_UTIL_H_
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "platform/os.h"
+#include "platform/profile.h"
+#include "sharelink_db/records.h"
+#include "sharelink_db/store.h"
+#include "support/appliance.h"
+#include "support/store_fixture.h"
+
+inline std::vector<std::string>& captured_sql() {
+  static std::vector<std::string> statements;
+  return statements;
+}
+
+inline int& sleep_calls() {
+  static int calls = 0;
+  return calls;
+}
+
+// Records every statement the store runs while it lives.
+class SqlCapture {
+ public:
+  SqlCapture() {
+    captured_sql().clear();
+    sf_set_sql_observer([](const char* sql) { captured_sql().push_back(sql); });
+  }
+  ~SqlCapture() { sf_set_sql_observer(nullptr); }
+  const std::vector<std::string>& statements() const { return captured_sql(); }
+  // The statements other than the transaction steps.
+  std::vector<std::string> work() const {
+    std::vector<std::string> out;
+    for (const std::string& s : captured_sql()) {
+      if (s != "BEGIN TRANSACTION" && s != "COMMIT" && s != "ROLLBACK") out.push_back(s);
+    }
+    return out;
+  }
+};
+
+class StoreTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    os_reset();
+    sleep_calls() = 0;
+    os.usleep = [](useconds_t) {
+      ++sleep_calls();
+      return 0;
+    };
+  }
+  void TearDown() override {
+    sf_release_parked_connections();
+    sf_set_sql_observer(nullptr);
+    os_reset();
+  }
+  // Points the store at a path whose folder does not exist: every open fails.
+  void make_store_unopenable() {
+    root.write("/etc/config/Korvix.conf", "[Depot]\nShare_Link_Db = /nowhere/at/all/x.db\n");
+    profile_cache_clear();
+  }
+  static ShareLinkRecord empty_filter() {
+    ShareLinkRecord f;
+    sf_filter_reset(&f);
+    return f;
+  }
+
+  ApplianceRoot root;
+  ScopedEnv env{{{"SHARELINK_ROOT", root.dir()}}};
+};
+
+#endif  // SLT_TESTS_SHARELINK_DB_STORE_TEST_UTIL_H_
