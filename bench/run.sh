@@ -2,17 +2,19 @@
 # Measures ShareLinkTool on a 100,000-link appliance against the floor of each
 # mode (the same work done by hand with plain tools) and prints one table:
 # case, median wall time, peak resident memory, the floor's median, the ratio
-# tool / floor (medians of the same hyperfine run), the target and whether it
-# is met.
+# tool / floor (medians measured in this one run of the script), the target
+# and whether it is met.
 #
 # Timings come from hyperfine (one warm-up run, each run a whole process, its
-# JSON export read back); a --prepare step puts back a fresh copy of what the
-# case changes before every run. Peak memory comes from GNU time (%M) on one
+# JSON export read back); tool and floor alternate over a few hyperfine
+# invocations, and a --prepare step puts back a fresh copy of what the case
+# changes before every run. Peak memory comes from GNU time (%M) on one
 # more run. Everything happens in bench/out/ (the appliance root is
 # bench/out/root); the release build goes to build-release/.
 #
-# Environment: BENCH_SEED (fixture seed, default 8), BENCH_RUNS (timed runs of
-# the quick cases, default 20), BENCH_SLOW_RUNS (of the slow ones, default 7).
+# Environment: BENCH_SEED (fixture seed, default 8), BENCH_ROUNDS (hyperfine
+# invocations per case, default 3), BENCH_RUNS (timed runs per round of the
+# quick cases, default 7), BENCH_SLOW_RUNS (of the slow ones, default 3).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -20,8 +22,9 @@ SRC=$PWD
 OUT=$SRC/bench/out
 BUILD=$SRC/build-release
 SEED=${BENCH_SEED:-8}
-RUNS=${BENCH_RUNS:-20}
-SLOW_RUNS=${BENCH_SLOW_RUNS:-7}
+ROUNDS=${BENCH_ROUNDS:-3}
+RUNS=${BENCH_RUNS:-7}
+SLOW_RUNS=${BENCH_SLOW_RUNS:-3}
 LINKS=100000
 USERS=50
 DATA=$OUT/data        # generated rows, registry and command arguments
@@ -176,17 +179,40 @@ EOF
 EOF
 }
 
-# hyperfine over the tool and its floor, each with its own --prepare.
+# hyperfine over the tool and its floor, each with its own --prepare, in
+# ROUNDS invocations that alternate the two, so that a change in the
+# machine's load falls on both; the medians are taken over the times of all
+# rounds (read from the JSON exports).
 # Usage: measure NAME RUNS "tool prepare" "tool command" "floor prepare" "floor command"
 # Sets TOOL_MS and FLOOR_MS (medians in milliseconds).
 measure() {
-  local name=$1 runs=$2 json=$OUT/json/$1.json
+  local name=$1 runs=$2 round
   mkdir -p "$OUT/json"
-  hyperfine -N --warmup 1 --runs "$runs" --export-json "$json" \
-    --prepare "$3" --prepare "$5" -n tool -n floor "$4" "$6" >/dev/null
-  local medians
-  medians=$(gawk 'match($0, /"median": *([0-9.eE+-]+)/, m) { printf "%s ", m[1] * 1000 }' "$json")
-  read -r TOOL_MS FLOOR_MS <<<"$medians"
+  rm -f "$OUT/json/$name".*.json
+  for ((round = 1; round <= ROUNDS; ++round)); do
+    hyperfine -N --warmup 1 --runs "$runs" --export-json "$OUT/json/$name.$round.json" \
+      --prepare "$3" --prepare "$5" -n tool -n floor "$4" "$6" >/dev/null
+  done
+  read -r TOOL_MS FLOOR_MS < <(medians "$OUT/json/$name".*.json)
+}
+
+# The median run time of "tool" and of "floor" over hyperfine JSON exports,
+# in milliseconds ("-" for a command that is not there).
+medians() {
+  gawk '
+    /"command":/ { cmd = $0 ~ /"tool"/ ? "tool" : "floor" }
+    /"times": *\[/ { in_times = 1; sub(/.*\[/, "") }
+    in_times {
+      n = split($0, parts, /[^0-9.eE+-]+/)
+      for (i = 1; i <= n; ++i) if (parts[i] != "") times[cmd][++count[cmd]] = parts[i] * 1000
+      if ($0 ~ /\]/) in_times = 0
+    }
+    function median(cmd,   n, sorted) {
+      if (!(cmd in count)) return "-"
+      n = asort(times[cmd], sorted)
+      return n % 2 ? sorted[(n + 1) / 2] : (sorted[n / 2] + sorted[n / 2 + 1]) / 2
+    }
+    END { print median("tool"), median("floor") }' "$@"
 }
 
 # Peak resident memory of one run, in KiB. Usage: peak_rss item... -- command...
@@ -306,18 +332,23 @@ mail_cases() {
     return
   fi
   note "measuring mode 1"
-  local json=$OUT/json/mail.json
-  hyperfine -N --warmup 1 --runs "$SLOW_RUNS" --export-json "$json" \
-    --prepare "$(quoted "${RESTORE[@]}" registry listed children)" -n tool "$(quoted "${mail[@]}")" >/dev/null
+  local round
+  rm -f "$OUT/json/mail".*.json
+  for ((round = 1; round <= ROUNDS; ++round)); do
+    hyperfine -N --warmup 1 --runs "$SLOW_RUNS" --export-json "$OUT/json/mail.$round.json" \
+      --prepare "$(quoted "${RESTORE[@]}" registry listed children)" -n tool "$(quoted "${mail[@]}")" \
+      >/dev/null
+  done
   local ms
-  ms=$(gawk 'match($0, /"median": *([0-9.eE+-]+)/, m) { printf "%.1f", m[1] * 1000 }' "$json")
-  row_text "$(printf 'mode 1, 20 links to 3 recipients\t%s ms\t%.1f MiB\t-\t-\treport only: %d child processes (%d sendmail)\t-' \
-    "$ms" "$(gawk -v r="$rss" 'BEGIN { print r / 1024 }')" "$children" "$mails")"
+  read -r ms _ < <(medians "$OUT/json/mail".*.json)
+  row_text "$(gawk -v t="$ms" -v r="$rss" -v c="$children" -v m="$mails" 'BEGIN {
+    printf "mode 1, 20 links to 3 recipients\t%.1f ms\t%.1f MiB\t-\t-\treport only: %d child processes (%d sendmail)\t-",
+      t, r / 1024, c, m }')"
 }
 
 print_table() {
-  printf '\nShareLinkTool %s, seed %s, %s timed runs (%s for the slow cases), load average %s\n' \
-    "$(git -C "$SRC" describe --always --dirty 2>/dev/null || echo '?')" "$SEED" "$RUNS" "$SLOW_RUNS" \
+  printf '\nShareLinkTool %s, seed %s, %s rounds of %s timed runs (%s for the slow cases), load average %s\n' \
+    "$(git -C "$SRC" describe --always --dirty 2>/dev/null || echo '?')" "$SEED" "$ROUNDS" "$RUNS" "$SLOW_RUNS" \
     "$(cut -d' ' -f1-3 /proc/loadavg)"
   {
     printf 'case\tmedian\tpeak RSS\tfloor\tratio\ttarget\tmet\n'
