@@ -1,0 +1,54 @@
+#include "paths/remote_folder.h"
+
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+#include "diag/app_log.h"
+#include "platform/facts.h"
+
+// Fixed-size fields are cut at their bound on purpose.
+#pragma GCC diagnostic ignored "-Wformat-truncation"
+
+namespace {
+
+// Copies the next token of *cursor delimited by "@" or "/" (empty tokens are
+// skipped) into out, at most size - 1 bytes; advances the cursor.
+void next_token(const char** cursor, char* out, size_t size) {
+  const char* p = *cursor + strspn(*cursor, "@/");
+  size_t n = strcspn(p, "@/");
+  size_t w = n < size - 1 ? n : size - 1;
+  memcpy(out, p, w);
+  out[w] = '\0';
+  *cursor = p + n;
+}
+
+}  // namespace
+
+int kdx_Get_RemoteFolder_Path(const char* path, char* out, size_t out_size) {
+  if (path == nullptr || strlen(path) < 9) return -1;
+  const char* rest = path + 1;
+  int id = 0;
+  char name[64] = "";
+  if (strncmp(rest, "remote:", 7) == 0) {
+    const char* cursor = rest + 7;
+    char digits[11];
+    next_token(&cursor, digits, sizeof digits);
+    long long value = strtoll(digits, nullptr, 10);
+    if (value > INT_MAX) value = INT_MAX;
+    if (value < INT_MIN) value = INT_MIN;
+    id = static_cast<int>(value);
+    next_token(&cursor, name, sizeof name);
+  }
+  char* local = nullptr;
+  int ret = Remote_Folder_Get_Local(id, name, &local);
+  std::unique_ptr<char, decltype(&free)> hold(local, &free);
+  if (file_manager_verbosity() == 10) APP_LOG("ret=%d, Get_Local, aURI=%s\n", ret, path);
+  if (ret == 0 && local != nullptr && local[0] != '\0' && out != nullptr && out_size > 0) {
+    const char* tail = strchr(rest, '/');
+    snprintf(out, out_size, "%s%s", local, tail != nullptr ? tail : "");
+  }
+  return ret;
+}

@@ -1,0 +1,279 @@
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+#include "addressing/host_address.h"
+#include "addressing/host_kind.h"
+#include "addressing/share_link_url.h"
+#include "platform/cgi.h"
+#include "support/appliance.h"
+
+namespace {
+
+// A filled table (host_ip set), so nothing here starts discovery.
+class HostTable : public ::testing::Test {
+ protected:
+  HostTable() {
+    memset(&g_host_address_table, 0, sizeof g_host_address_table);
+    HostAddressTable& t = g_host_address_table;
+    set(t.external_ip, "203.0.113.7");
+    set(t.myrelay_hn, "box.vexarelay.example");
+    set(t.ddns_hn_list, "home.dyn.example,alt.dyn.example");
+    set(t.local_ip, "192.168.1.10");
+    set(t.local_ip_list,
+        "192.168.1.10,192.168.1.11,192.168.1.12,192.168.1.13,192.168.1.14,192.168.1.15,"
+        "192.168.1.16,192.168.1.17,192.168.1.18");
+    set(t.local_ipv6_list, "fe80::1,fe80::2");
+    set(t.host_ip, "nas.local");
+    t.port = 8080;
+    t.sslPort = 443;
+    t.extPort = 18080;
+    t.extSslPort = 10443;
+  }
+  ~HostTable() override { memset(&g_host_address_table, 0, sizeof g_host_address_table); }
+
+  template <size_t N>
+  static void set(char (&field)[N], const char* value) {
+    snprintf(field, N, "%s", value);
+  }
+
+  static std::string link(int ssl, const char* host, const char* fid = nullptr,
+                          std::string* port = nullptr) {
+    char url[536] = "";
+    char port_text[10] = "";
+    compose_share_link(ssl, host, "S1", fid, url, sizeof url, port_text, sizeof port_text);
+    if (port != nullptr) *port = port_text;
+    return url;
+  }
+
+  static std::string resolved(const char* text, int* kind, const char* start = "",
+                              size_t size = 512) {
+    char out[512];
+    snprintf(out, sizeof out, "%s", start);
+    *kind = resolve_link_host(out, text, size);
+    return out;
+  }
+};
+
+TEST_F(HostTable, ClassifiesEveryKind) {
+  struct Case {
+    const char* text;
+    int kind;
+  } cases[] = {
+      {"http://x/share.cgi", 11}, {"https:/x", 11},     {":5", 5},
+      {":21:box", 21},            {":0:box", 6},        {":22", 6},
+      {":::", 0},                 {"", 0},              {"203.0.113.7", 1},
+      {"BOX.vexarelay.example", 2}, {"alt.dyn.example", 3}, {"dyn", 3},
+      {"192.168.1.10", 4},        {"192.168.1.10:8080", 4}, {"192.168.1.11", 5},
+      {"192.168.1.12", 7},        {"192.168.1.13", 8},  {"192.168.1.14", 9},
+      {"192.168.1.15", 12},       {"192.168.1.16", 13}, {"192.168.1.17", 14},
+      {"192.168.1.18", 6},        {"192.168.1.1", 6},   {"nas.local", 6},
+      {"elsewhere.example", 6},   {"[fe80::1]", 6},
+  };
+  for (const Case& c : cases) EXPECT_EQ(c.kind, classify_host(c.text)) << c.text;
+
+  set(g_host_address_table.local_ipv6_list, "fe80::1,[fe80::2]");
+  EXPECT_EQ(16, classify_host("[FE80::2]"));
+  // Without local IPv6 addresses, a bracketed text is matched against the
+  // first known address that has colons in it.
+  set(g_host_address_table.local_ipv6_list, "");
+  set(g_host_address_table.external_ip, "2001:db8::7");
+  EXPECT_EQ(1, classify_host("[2001:db8::7]:443"));
+  EXPECT_EQ(1, classify_host("db8::7"));
+  EXPECT_EQ(6, classify_host("2001:db8::8"));
+}
+
+TEST_F(HostTable, ResolvesStoredHostTexts) {
+  struct Case {
+    const char* text;
+    const char* host;
+    int kind;
+  } cases[] = {
+      {":1", "203.0.113.7", 1},
+      {":2", "box.vexarelay.example", 2},
+      {":3", "home.dyn.example,alt.dyn.example", 3},
+      {":3:alt.dyn.example", "alt.dyn.example", 3},
+      {":4", "192.168.1.10", 4},
+      {":5", "192.168.1.11", 5},
+      {":14", "192.168.1.17", 14},
+      {":15", "fe80::1", 15},
+      {":16", "fe80::2", 16},
+      {":20", "192.168.1.10", 20},
+      {":6", "nas.local", 6},
+      {":21", "nas.local", 21},
+      {":10:Box.Example", "Box.Example", 10},
+      {":11:https://x.example/", "https://x.example/", 11},
+      {":0:h.example", "h.example", 0},
+      {":0:h.example:81:x", "h.example:81", 0},
+      {":0", "nas.local", 0},
+      {":99", "nas.local", 0},
+      {"[fe80::1]:443", "nas.local", 0},
+  };
+  for (const Case& c : cases) {
+    int kind = -1;
+    EXPECT_EQ(c.host, resolved(c.text, &kind)) << c.text;
+    EXPECT_EQ(c.kind, kind) << c.text;
+  }
+  int kind = 0;
+  EXPECT_EQ("203", resolved(":1", &kind, "", 4));
+  EXPECT_EQ(6, resolve_link_host(nullptr, ":1", 10));
+
+  set(g_host_address_table.local_ip_list, "");
+  EXPECT_EQ("192.168.1.10", resolved(":5", &kind));
+}
+
+TEST_F(HostTable, ClassifiesTheOutputItselfWithoutText) {
+  struct Case {
+    const char* out;
+    const char* host;
+    int kind;
+  } cases[] = {
+      {"", "nas.local", 6},
+      {"203.0.113.7", "203.0.113.7", 1},
+      {"box.vexarelay.example", "box.vexarelay.example", 2},
+      {"ALT.dyn.example", "ALT.dyn.example", 3},
+      {"192.168.1.10", "192.168.1.10", 4},
+      {"fe80::2", "fe80::2", 16},
+      {"192.168.1.12", "192.168.1.12", 7},
+      {"192.168.1.1", "192.168.1.1", 6},
+      {"unknown.example", "unknown.example", 0},
+  };
+  for (const Case& c : cases) {
+    int kind = -1;
+    EXPECT_EQ(c.host, resolved(nullptr, &kind, c.out)) << c.out;
+    EXPECT_EQ(c.kind, kind) << c.out;
+  }
+  set(g_host_address_table.host_ip, "nas.local:8080");
+  int kind = -1;
+  EXPECT_EQ("nas.local", resolved(nullptr, &kind, "nas.local:8080"));
+  EXPECT_EQ(6, kind);
+}
+
+TEST_F(HostTable, FormatsTheFourUrlForms) {
+  char out[64] = "untouched";
+  format_share_url(out, sizeof out, 1, "h", "81", "S", "F");
+  EXPECT_STREQ("https://h:81/share.cgi?ssid=S&fid=F", out);
+  format_share_url(out, sizeof out, 0, "h", "81", "S", "");
+  EXPECT_STREQ("http://h:81/share.cgi?ssid=S", out);
+  format_share_url(out, sizeof out, 2, "h", nullptr, "S", "F");
+  EXPECT_STREQ("http://h/share.cgi?ssid=S&fid=F", out);
+  format_share_url(out, sizeof out, 1, "", "", "S", nullptr);
+  EXPECT_STREQ("https:///share.cgi?ssid=S", out);
+  format_share_url(out, sizeof out, 1, nullptr, "", "T", nullptr);
+  format_share_url(out, sizeof out, 1, "h", "", nullptr, nullptr);
+  EXPECT_STREQ("https:///share.cgi?ssid=S", out);
+  format_share_url(out, 12, 0, "h", "", "S", nullptr);
+  EXPECT_STREQ("http://h/sh", out);
+}
+
+TEST_F(HostTable, ChoosesPortsByHostKind) {
+  std::string port;
+  EXPECT_EQ("https://192.168.1.10/share.cgi?ssid=S1", link(1, "192.168.1.10", nullptr, &port));
+  EXPECT_EQ("443", port);
+  EXPECT_EQ("http://192.168.1.11:8080/share.cgi?ssid=S1", link(0, "192.168.1.11", nullptr, &port));
+  EXPECT_EQ("8080", port);
+  EXPECT_EQ("http://192.168.1.10:8080/share.cgi?ssid=S1&fid=F9", link(0, ":4", "F9"));
+  EXPECT_EQ("https://203.0.113.7:10443/share.cgi?ssid=S1", link(1, ":1", nullptr, &port));
+  EXPECT_EQ("10443", port);
+  EXPECT_EQ("http://home.dyn.example:18080/share.cgi?ssid=S1", link(0, "home.dyn.example"));
+  EXPECT_EQ("https://box.vexarelay.example:10443/share.cgi?ssid=S1", link(1, ":2"));
+  EXPECT_EQ("http://nas.local:18080/share.cgi?ssid=S1", link(0, "nas.local"));
+  EXPECT_EQ("http://nas.local:18080/share.cgi?ssid=S1", link(0, "nas.local:18080"));
+  EXPECT_EQ("http://nas.local:18080/share.cgi?ssid=S1", link(0, nullptr));
+  EXPECT_EQ("https://box.example/share.cgi?ssid=S1", link(1, ":10:box.example", nullptr, &port));
+  EXPECT_EQ("10443", port);
+  EXPECT_EQ("https://x.example/dl?ssid=Z", link(1, ":11:https://x.example/dl?ssid=Z"));
+  EXPECT_EQ("https://x.example/dl", link(1, "https://x.example/dl"));
+  EXPECT_EQ("http://Box.Example/share.cgi?ssid=S1", link(0, ":21:Box.Example"));
+  EXPECT_EQ("http://box.example:18080/share.cgi?ssid=S1", link(0, ":0:Box.Example"));
+  EXPECT_EQ("http://n18080.example/share.cgi?ssid=S1", link(0, ":0:N18080.example"));
+  EXPECT_EQ("http://fe80::2:18080/share.cgi?ssid=S1", link(0, ":16"));
+
+  // External and DDNS hosts keep the external port even when it is the default.
+  g_host_address_table.extSslPort = 443;
+  g_host_address_table.extPort = 80;
+  g_host_address_table.sslPort = 8443;
+  EXPECT_EQ("https://203.0.113.7:443/share.cgi?ssid=S1", link(1, "203.0.113.7"));
+  EXPECT_EQ("http://alt.dyn.example:80/share.cgi?ssid=S1", link(0, ":3:alt.dyn.example"));
+  EXPECT_EQ("https://192.168.1.10:8443/share.cgi?ssid=S1", link(1, ":4"));
+}
+
+TEST_F(HostTable, RelayDomainsAlwaysCarryTheExternalPort) {
+  for (const char* suffix : kRelayDomainSuffixes) {
+    std::string host = std::string(":0:N18080") + suffix;
+    std::string lower = std::string("n18080") + suffix;
+    EXPECT_EQ("http://" + lower + ":18080/share.cgi?ssid=S1", link(0, host.c_str())) << suffix;
+  }
+}
+
+TEST_F(HostTable, FallsBackToTheRequestHostAndLocalAddress) {
+  // A stored host that names nothing known ends up at the request host.
+  set(g_host_address_table.external_ip, "");
+  set(g_host_address_table.host_ip, "10.0.0.5");
+  EXPECT_EQ("http://10.0.0.5:18080/share.cgi?ssid=S1", link(0, ":1"));
+  // Discovery's fallback local address with the local port.
+  set(g_host_address_table.local_ip, "127.0.0.1");
+  set(g_host_address_table.local_ip_list, "");
+  EXPECT_EQ("http://127.0.0.1:8080/share.cgi?ssid=S1", link(0, ":4"));
+}
+
+TEST_F(HostTable, ForcedKindOverridesTheChoice) {
+  HostAddressTable& t = g_host_address_table;
+  char url[128];
+  char port[10];
+  auto forced = [&](int kind, const char* host, const char* start_port) {
+    t.forced_kind = kind;
+    snprintf(url, sizeof url, "%s", "none");
+    snprintf(port, sizeof port, "%s", start_port);
+    compose_share_link(0, host, "S1", nullptr, url, sizeof url, port, sizeof port);
+    return std::string(url);
+  };
+  EXPECT_EQ("http://Box:1/share.cgi?ssid=S1", forced(10, "Box:1", ""));
+  EXPECT_STREQ("18080", port);
+  EXPECT_EQ("https://whole", forced(11, "https://whole", ""));
+  EXPECT_EQ("http://nas.example/share.cgi?ssid=S1", forced(6, "nas.example", "777"));
+  EXPECT_EQ("http://h:777/share.cgi?ssid=S1", forced(4, "h", "777"));
+  EXPECT_EQ("none", forced(4, nullptr, "777"));
+}
+
+// Discovery starts programs; it runs once per use without a request host and
+// never again once the request host is known.
+TEST(Discovery, RunsOncePerUseUntilTheRequestHostIsKnown) {
+  ApplianceRoot root;
+  ScopedEnv env{{{"SHARELINK_ROOT", root.dir()}, {"HTTP_HOST", "\x01unset"}}};
+  root.script("/usr/bin/nimbo_cli", "echo run >> \"$SHARELINK_ROOT/tmp/runs\"\n");
+  memset(&g_host_address_table, 0, sizeof g_host_address_table);
+  char url[128];
+  compose_share_link(0, "somewhere.example", "S", nullptr, url, sizeof url, nullptr, 0);
+  EXPECT_EQ("run\nrun\n", root.read("/tmp/runs"));  // the IPv4 and the IPv6 query
+  EXPECT_STREQ("http://somewhere.example:8080/share.cgi?ssid=S", url);
+  compose_share_link(0, ":4", "S", nullptr, url, sizeof url, nullptr, 0);
+  EXPECT_EQ("run\nrun\nrun\nrun\n", root.read("/tmp/runs"));
+  EXPECT_STREQ("http://127.0.0.1:8080/share.cgi?ssid=S", url);
+
+  ScopedEnv host{{{"HTTP_HOST", "nas.example:8080"}}};
+  compose_share_link(0, ":6", "S", nullptr, url, sizeof url, nullptr, 0);
+  compose_share_link(0, ":6", "S", nullptr, url, sizeof url, nullptr, 0);
+  EXPECT_EQ(6u * 4, root.read("/tmp/runs").size());
+  EXPECT_STREQ("http://nas.example:8080/share.cgi?ssid=S", url);
+  EXPECT_EQ(8080, g_host_address_table.host_port);
+  memset(&g_host_address_table, 0, sizeof g_host_address_table);
+}
+
+TEST(Discovery, TakesTimeoutAndRetryFromTheRequestWithinRange) {
+  ApplianceRoot root;
+  ScopedEnv env{{{"SHARELINK_ROOT", root.dir()}}};
+  root.script("/usr/bin/nimbo_cli", "echo \"$3 $5\" >> \"$SHARELINK_ROOT/tmp/args\"\n");
+  HostAddressTable table;
+  const char* queries[] = {"timeout=30&retry=0", "timeout=61&retry=6", "timeout=&retry=x"};
+  for (const char* query : queries) {
+    CgiRequest request;
+    cgi_parse_params(query, strlen(query), &request);
+    discover_host_addresses(&request, &table);
+  }
+  EXPECT_EQ("30 0\n30 0\n5 1\n5 1\n5 0\n5 0\n", root.read("/tmp/args"));
+}
+
+}  // namespace

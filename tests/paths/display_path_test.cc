@@ -1,0 +1,240 @@
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <string>
+
+#include "paths/allowed_root.h"
+#include "paths/display_path.h"
+#include "paths/path_macros.h"
+#include "paths/remote_folder.h"
+#include "paths/share_name.h"
+#include "paths/team_folder.h"
+#include "platform/profile.h"
+#include "support/appliance.h"
+
+namespace {
+
+class Paths : public ::testing::Test {
+ protected:
+  Paths() : env_{{{"SHARELINK_ROOT", root_.dir()}}} {
+    set_login_identity(nullptr);
+    root_.write("/etc/config/smb.conf",
+                "[Public]\npath = /share/VOL1/Public\n[X]\npath = /share/X/\n"
+                "[Media]\nshare kind = mtp\n[Disc]\nshare kind = odd\n[M]\nshare kind = mtp\n"
+                "[Cache]\nshare kind = skylet\npath = /share/VOL1/Cache\n"
+                "[Home]\npath = /share/homes/%U\n");
+    root_.write("/etc/smb.conf", "[Q2]\nq type = 2\n");
+    root_.write("/share/VOL1/Public/docs/a.txt", "hello");
+    root_.mkdirs("/share/X/a");
+  }
+  ~Paths() override { set_login_identity(nullptr); }
+
+  std::string resolve(const char* path, int* kind, const char* creator = "") {
+    char out[4096] = "";
+    *kind = resolve_display_path(0, path, out, sizeof out, creator);
+    return out;
+  }
+
+  ApplianceRoot root_;
+  ScopedEnv env_;
+};
+
+TEST_F(Paths, ClassifiesByPrefixThenByShare) {
+  EXPECT_EQ(-1, kdx_check_file_ap_type(nullptr));
+  EXPECT_EQ(0, kdx_check_file_ap_type("/"));
+  EXPECT_EQ(4, kdx_check_file_ap_type("/remote:3@Backup/a"));
+  EXPECT_EQ(5, kdx_check_file_ap_type("/ubuntu:/a"));
+  EXPECT_EQ(6, kdx_check_file_ap_type("/survix:/cam"));
+  EXPECT_EQ(7, kdx_check_file_ap_type("/snapshot:/s1/a"));
+  EXPECT_EQ(8, kdx_check_file_ap_type("/snapshot_vault:/v/a"));
+  EXPECT_EQ(9, kdx_check_file_ap_type("/zelm:/arc"));
+  EXPECT_EQ(10, kdx_check_file_ap_type("tfx://Team1/doc"));
+  EXPECT_EQ(10, kdx_check_file_ap_type("/tfx://Team1/doc"));
+  EXPECT_EQ(0, kdx_check_file_ap_type("/Public/odd:name"));
+  EXPECT_EQ(1, kdx_check_file_ap_type("/Media/a"));
+  EXPECT_EQ(2, kdx_check_file_ap_type("/Q2/a"));
+  EXPECT_EQ(3, kdx_check_file_ap_type("Disc/a"));
+  EXPECT_EQ(0, kdx_check_file_ap_type("/M/a"));  // one-byte share names are ordinary
+  EXPECT_EQ(11, kdx_check_file_ap_type("/mnt/snapshot/1/a"));
+  EXPECT_EQ(0, kdx_check_file_ap_type("/Cache/a"));  // cloud cache not installed
+
+  root_.write("/etc/config/xpkg.conf", "[Skylet]\nInstall_Path = /opt/sky\nEnable = TRUE\n");
+  profile_cache_clear();
+  EXPECT_EQ(12, kdx_check_file_ap_type("/Cache/a"));
+  root_.write("/etc/config/xpkg.conf", "[Skylet]\nInstall_Path = /opt/sky\nEnable = FALSE\n");
+  profile_cache_clear();
+  EXPECT_EQ(0, kdx_check_file_ap_type("/Cache/a"));
+
+  char name[8];
+  EXPECT_EQ(6, share_name_of("/Public/docs", name, sizeof name));
+  EXPECT_STREQ("Public", name);
+  EXPECT_EQ(3, share_name_of("Public", name, 4));
+  EXPECT_STREQ("Pub", name);
+}
+
+TEST_F(Paths, ResolvesSharesWithTheirQuirks) {
+  int kind = 0;
+  EXPECT_EQ("/share/VOL1/Public/docs/a.txt", resolve("/Public/docs/a.txt", &kind));
+  EXPECT_EQ(3, kind);
+  EXPECT_EQ("/share/VOL1/Public/docs/a.txt", resolve("Public/docs/a.txt", &kind));
+  EXPECT_EQ("/share/VOL1/Public", resolve("/Public", &kind));
+  EXPECT_EQ(1, kind);
+  // A share path ending in "/" drops both its slash and the rest.
+  EXPECT_EQ("/share/X", resolve("/X/a", &kind));
+  EXPECT_EQ(1, kind);
+  // An unknown share falls back to "MD0_DATA", which no root allows.
+  resolve("/Nope/a", &kind);
+  EXPECT_EQ(-1, kind);
+  resolve("/Public/docs/missing.txt", &kind);
+  EXPECT_EQ(-1, kind);
+}
+
+TEST_F(Paths, RefusesPathsThatLeaveTheShares) {
+  int kind = 0;
+  resolve("/Public/../../../etc/config", &kind);
+  EXPECT_EQ(-1, kind);
+  ASSERT_EQ(0, symlink(root_.path("/etc").c_str(), root_.path("/share/VOL1/Public/in").c_str()));
+  ASSERT_EQ(0, symlink("/etc", root_.path("/share/VOL1/Public/out").c_str()));
+  resolve("/Public/in/config", &kind);
+  EXPECT_EQ(-1, kind);
+  resolve("/Public/out/passwd", &kind);  // the host's own /etc, outside the root
+  EXPECT_EQ(-1, kind);
+
+  EXPECT_EQ(0, is_allowed_real_path(nullptr, nullptr));
+  EXPECT_EQ(0, is_allowed_real_path("MD0_DATA/a", nullptr));
+  EXPECT_EQ(1, is_allowed_real_path("/share/VOL1/not-yet", nullptr));
+  EXPECT_EQ(0, is_allowed_real_path("/etc/config", nullptr));
+  EXPECT_EQ(1, is_allowed_real_path("/mnt/survix_recordings/cam", nullptr));
+  EXPECT_EQ(0, is_allowed_real_path("/mnt/survix_recordings/../../etc/config", nullptr));
+  EXPECT_EQ(0, is_allowed_real_path("/mnt/other", nullptr));
+  EXPECT_EQ(0, is_allowed_real_path("/share/VOL1", "/share/VOL1/Public"));
+  EXPECT_EQ(1, is_allowed_real_path("/share/VOL1/Public", "/share/X"));
+  root_.mkdirs("/mnt/snapshot/1");
+  ASSERT_EQ(0, symlink(root_.path("/mnt/snapshot/1").c_str(),
+                       root_.path("/share/VOL1/snap").c_str()));
+  EXPECT_EQ(1, is_allowed_real_path("/share/VOL1/snap", nullptr));
+}
+
+TEST_F(Paths, ResolvesVirtualRoots) {
+  int kind = 0;
+  root_.write("/mnt/survix_recordings/cam1/a.mp4", "v");
+  EXPECT_EQ("/mnt/survix_recordings/cam1/a.mp4", resolve("/survix:/cam1/a.mp4", &kind));
+  EXPECT_EQ(3, kind);
+
+  resolve("/ubuntu:/x", &kind);
+  EXPECT_EQ(-1, kind);  // no container package
+  root_.write("/etc/config/xpkg.conf", "[ubuntu-hd]\nInstall_Path = /share/VOL1/ct\n");
+  root_.mkdirs("/share/VOL1/ct/container-rootfs-home/x");
+  profile_cache_clear();
+  EXPECT_EQ("/share/VOL1/ct/container-rootfs-home//x", resolve("/ubuntu:/x", &kind));
+  EXPECT_EQ(1, kind);
+
+  resolve("/snapshot:/s1/a", &kind);
+  EXPECT_EQ(-1, kind);  // no export path
+  root_.write("/etc/config/Korvix.conf",
+              "[Snapshot]\nUnified Export = yes\nExport Path = /mnt/snapexp\n"
+              "Vault Export Path = /mnt/vaultexp\n");
+  root_.write("/mnt/snapexp/s1/a", "s");
+  root_.write("/mnt/vaultexp/v/a", "v");
+  profile_cache_clear();
+  EXPECT_EQ("/mnt/snapexp/s1/a", resolve("/snapshot:/s1/a", &kind));
+  EXPECT_EQ(3, kind);
+  EXPECT_EQ("/mnt/vaultexp/v/a", resolve("/snapshot_vault:/v/a", &kind));
+  EXPECT_EQ(3, kind);
+
+  resolve("/zelm:/arc/f", &kind);
+  EXPECT_EQ(-1, kind);  // nothing mounted
+  root_.write("/share/VOL1/zelm/arc/f", "z");
+  root_.mkdirs("/ZELM/var");
+  ASSERT_EQ(0, symlink(root_.path("/share/VOL1/zelm").c_str(), root_.path("/ZELM/var/mnt").c_str()));
+  EXPECT_EQ("/share/VOL1/zelm/arc/f", resolve("/zelm:/arc/f", &kind));
+  EXPECT_EQ(3, kind);
+}
+
+TEST_F(Paths, ResolvesTeamFoldersThroughTheSyncTool) {
+  int kind = 0;
+  resolve("tfx://Team1/doc/a.txt", &kind, "Mirra:alice");
+  EXPECT_EQ(-1, kind);  // no tool
+  root_.script("/sbin/mirrasrv_tool",
+               "echo \"$@\" >> \"$SHARELINK_ROOT/tmp/mirrasrv.args\"\n"
+               "printf '%s' /share/VOL1/Team1\n");
+  root_.write("/share/VOL1/Team1/doc/a.txt", "t");
+  EXPECT_EQ("/share/VOL1/Team1/doc/a.txt", resolve("tfx://Team1/doc/a.txt", &kind, "Mirra:alice"));
+  EXPECT_EQ(3, kind);
+  EXPECT_EQ("-t alice:tfx://Team1\n", root_.read("/tmp/mirrasrv.args"));
+
+  char uri[64] = "tfx://Team1/doc";
+  char out[64] = "";
+  EXPECT_EQ(0, resolve_team_folder(const_cast<char*>(std::string("/Public").data()), 8, "u", out,
+                                   sizeof out));
+  EXPECT_EQ(1, resolve_team_folder(uri, sizeof uri, "bob", nullptr, 0));
+  EXPECT_STREQ("/share/VOL1/Team1/doc", uri);  // written back into the address
+
+  root_.script("/sbin/mirrasrv_tool", "printf '%s' /elsewhere\n");
+  char uri2[64] = "tfx://Team1/doc";
+  EXPECT_EQ(1, resolve_team_folder(uri2, sizeof uri2, "bob", out, sizeof out));
+  EXPECT_STREQ("/doc", out);  // an answer outside the shares gives no folder
+  EXPECT_STREQ("tfx://Team1/doc", uri2);
+  root_.script("/sbin/mirrasrv_tool", "exit 0\n");
+  EXPECT_EQ(-1, resolve_team_folder(uri2, sizeof uri2, "bob", out, sizeof out));
+  EXPECT_STREQ("tfx://Team1/doc", uri2);
+}
+
+TEST_F(Paths, ResolvesRemoteFolders) {
+  root_.write("/etc/config/remote_folder.conf",
+              "[3]\nName = Backup\nLocal Path = /share/VOL1/remote3\n");
+  root_.write("/share/VOL1/remote3/sub/f", "r");
+  char out[256] = "";
+  EXPECT_EQ(0, kdx_Get_RemoteFolder_Path("/remote:3@Backup/sub/f", out, sizeof out));
+  EXPECT_STREQ("/share/VOL1/remote3/sub/f", out);
+  EXPECT_EQ(-1, kdx_Get_RemoteFolder_Path("/remote:", out, sizeof out));
+  EXPECT_EQ(-1, kdx_Get_RemoteFolder_Path("/remote:4@Backup/sub", out, sizeof out));
+  EXPECT_EQ(3, resolve_display_path(1, "/remote:3@Backup/sub/f", out, sizeof out, ""));
+  EXPECT_EQ(-1, resolve_display_path(1, "/remote:3@Other/sub/f", out, sizeof out, ""));
+}
+
+TEST_F(Paths, ExpandsLoginMacros) {
+  char path[64];
+  set_login_identity("DOM+Ann");  // separator "\": no domain
+  EXPECT_STREQ("", login_identity().domain);
+  EXPECT_STREQ("dom+ann", login_identity().user);
+
+  root_.write("/etc/config/Korvix.conf", "[Samba]\nwinbind separator = +\n");
+  profile_cache_clear();
+  set_login_identity("DOM+Ann");
+  EXPECT_STREQ("DOM+Ann", login_identity().login);
+  snprintf(path, sizeof path, "%s", "/share/%U");
+  expand_share_path_macros(path, sizeof path, "");
+  EXPECT_STREQ("/share/ann", path);
+  snprintf(path, sizeof path, "%s", "/share/%D+%U/x");
+  expand_share_path_macros(path, sizeof path, "");
+  EXPECT_STREQ("/share/DOM+ann/x", path);
+  int kind = 0;
+  root_.mkdirs("/share/homes/ann/x");
+  EXPECT_EQ("/share/homes/ann/x", resolve("/Home/x", &kind));
+  EXPECT_EQ(1, kind);
+
+  root_.write("/etc/config/Korvix.conf", "[Samba]\nwinbind separator = \\\n");
+  profile_cache_clear();
+  set_login_identity("sales\\Bob");
+  EXPECT_STREQ("SALES", login_identity().domain);
+  EXPECT_STREQ("bob", login_identity().user);
+  set_login_identity("carol");
+  snprintf(path, sizeof path, "%s", "/share/%D\\%U");
+  expand_share_path_macros(path, sizeof path, "");
+  EXPECT_STREQ("/share/carol", path);  // no domain: its separator goes too
+
+  snprintf(path, sizeof path, "%s", "/homes/%H/tail");
+  expand_share_path_macros(path, sizeof path, "root");
+  EXPECT_STREQ("/homes//root", path);
+  snprintf(path, sizeof path, "%s", "/homes/%H/tail");
+  expand_share_path_macros(path, sizeof path, "no-such-user-slt");
+  EXPECT_STREQ("/homes/%H/tail", path);
+  snprintf(path, sizeof path, "%s", "/share/%U%U%U%U%U%U%U%U%U%U%U%U%U%U%U%U%U%U%U%U%U%U%U%U");
+  set_login_identity("a-very-long-login-name-that-overflows-the-buffer");
+  expand_share_path_macros(path, 16, "");
+  EXPECT_EQ(15u, strlen(path));
+}
+
+}  // namespace
