@@ -8,6 +8,7 @@ cd "$(dirname "$0")/.."
 BUILD=build
 ROOT="$PWD/$BUILD/demo-root"
 TOOL="$PWD/$BUILD/ShareLinkTool"
+CTL="$PWD/$BUILD/sharelinkctl"
 REGISTRY=/etc/config/shareFileEx.ini
 NOW=$(date +%s)
 
@@ -21,6 +22,11 @@ tool() {
   printf '\n'
   SHARELINK_ROOT="$ROOT" "$TOOL" "$@" || status=$?
   printf '(exit status %d)\n' "$status"
+}
+
+# Runs the operator's program against the demo appliance.
+ctl() {
+  SHARELINK_ROOT="$ROOT" "$CTL" "$@"
 }
 
 # The registry with its tabs shown as " | ".
@@ -37,8 +43,8 @@ build_tools() {
   heading "Build"
   scripts/deps.sh build
   cmake -S . -B "$BUILD" -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
-  cmake --build "$BUILD" -j2 --target ShareLinkTool >/dev/null
-  echo "built $TOOL"
+  cmake --build "$BUILD" -j2 --target ShareLinkTool sharelinkctl >/dev/null
+  echo "built $TOOL and $CTL"
 }
 
 # Fields of a registry line: id, host, owner, https flag, shared path,
@@ -57,6 +63,10 @@ Web Access Port = 8080
 
 [Stunnel]
 Port = 443
+CONF
+  cat >"$ROOT/etc/config/smb.conf" <<'CONF'
+[Public]
+path = /share/Public
 CONF
   echo "quarterly figures" >"$ROOT/share/Public/Reports/q3.pdf"
   echo "holiday photo" >"$ROOT/share/Multimedia/beach.jpg"
@@ -92,12 +102,55 @@ demo_delete() {
   show_registry
 }
 
+# The store: links of several users made with sharelinkctl, among them an
+# expired one, a team-folder link and one whose file is gone.
+make_store() {
+  heading "Share-link store: links made with sharelinkctl"
+  mkdir -p "$ROOT/sbin" "$ROOT/share/Team" "$ROOT/share/Public/old"
+  echo "plan" >"$ROOT/share/Team/plan.txt"
+  echo "soon gone" >"$ROOT/share/Public/old/draft.txt"
+  # The sync service's tool: the real folder of a team-folder address.
+  cat >"$ROOT/sbin/mirrasrv_tool" <<'TOOL'
+#!/bin/sh
+case "$1" in
+  -8) printf '/share/Team/%s' "${2#tfx://Team1/}" ;;
+  -t) printf '/share/Team' ;;
+esac
+TOOL
+  chmod +x "$ROOT/sbin/mirrasrv_tool"
+  ctl init
+  local day=$((NOW - 86400))
+  ctl add Lk1Rep0rtQ3 /Public/Reports/q3.pdf --creator Mirra:alice --host nas.example.com \
+    --link-name "Q3 report" --createtic "$day" --useraddr bob@example.org --fid F1:/Public/Reports/q3.pdf
+  ctl add Lk2Exp1red0 /Public/notes.txt --creator Mirra:alice --host nas.example.com \
+    --createtic "$day" --expire "$((NOW - 3600))"
+  ctl add Lk3TeamPlan tfx://Team1/plan.txt --creator Mirra:alice --host nas.example.com --ssl 1 \
+    --link-name plan.txt --createtic "$day"
+  ctl add Lk4Draft000 /Public/old/draft.txt --creator Mirra:alice --host nas.example.com \
+    --link-name "old draft" --createtic "$day" --recipient carol:carol@example.org
+  ctl add Lk5BobNotes /Public/notes.txt --creator Mirra:bob --host nas.example.com --createtic "$day"
+  ctl add Lk6CarolQ3x /Public/Reports/q3.pdf --creator carol --host nas.example.com --createtic "$day"
+  ctl list | sed 's/\t/ | /g'
+}
+
+demo_listing() {
+  heading "Mode 3: alice's links (clean-up ran a moment ago, so it waits; the expired link goes)"
+  rm "$ROOT/share/Public/old/draft.txt"
+  touch "$ROOT/tmp/.kdx_sf_clean_flag"
+  HTTP_HOST=nas.example.com:8080 tool 3 -m 6 -s 0 -n 20 -u alice
+  heading "Mode 3 again a minute later: the clean-up removed the link whose file is gone"
+  rm -f "$ROOT/tmp/.kdx_sf_clean_flag"
+  HTTP_HOST=nas.example.com:8080 tool 3 -m 6 -s 0 -n 20 -u alice
+}
+
 main() {
   build_tools
   make_appliance
   demo_refresh
   demo_rewrite
   demo_delete
+  make_store
+  demo_listing
 }
 
 main "$@"
