@@ -2,13 +2,16 @@
 // checked without timing anything: how often a run reads its configuration,
 // and how much memory the clean-up of a large store holds.
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
+#include <cstdio>
 #include <map>
 #include <sstream>
 #include <string>
 #include <vector>
 
 #include "support/appliance.h"
+#include "support/store_fixture.h"
 
 namespace {
 
@@ -99,6 +102,46 @@ TEST_F(ProfileReads, TheReportIsOffByDefault) {
   RunResult r = run_program(tool_binary(), {"2", "https://nas.example/share.cgi?ssid=id100000"}, root);
   EXPECT_EQ(0, r.status);
   EXPECT_EQ("", r.err);
+}
+
+// The clean-up pass over a store of 10,000 sync-service links, all still
+// resolving but one, due because no pass ran before. It must keep what it
+// needs of each link, not whole rows: 10,000 full rows alone would take
+// about 63 MiB.
+TEST(CleanUpMemory, TenThousandLinksStayUnder64MiB) {
+  ApplianceRoot root;
+  root.write("/etc/config/smb.conf", "[Public]\npath = /share/Public\n");
+  for (int i = 0; i < 50; ++i) root.write("/share/Public/ann/f" + std::to_string(i) + ".dat", "x");
+  make_store(root);
+  {
+    std::vector<FixtureLink> links;
+    for (int i = 0; i < 10000; ++i) {
+      char key[16];
+      snprintf(key, sizeof key, "key%05d", i);
+      FixtureLink link(key);
+      link.creator = "Mirra:ann";
+      link.sharefile = "/Public/ann/f" + std::to_string(i % 50) + ".dat";
+      link.link_name = "link " + std::to_string(i);
+      links.push_back(link);
+    }
+    FixtureLink gone("gone00000");
+    gone.creator = "Mirra:ann";
+    gone.sharefile = "/Public/ann/missing.dat";
+    links.push_back(gone);
+    insert_links(root, links);
+  }
+
+  RunResult r = run_program(tool_binary(), {"3", "-m", "6", "-s", "0", "-n", "1", "-u", "ann"}, root);
+  struct rusage usage;
+  ASSERT_EQ(0, getrusage(RUSAGE_CHILDREN, &usage));
+
+  EXPECT_EQ(0, r.status);
+  // The pass ran: the link whose path is gone went, and the page counts the rest.
+  EXPECT_TRUE(root.exists("/tmp/.kdx_sf_clean_flag"));
+  EXPECT_EQ("0", store_value(root, "SELECT COUNT(*) FROM SHARELINK_EVENT WHERE pkey = 'gone00000';"));
+  EXPECT_EQ(0u, r.out.find("\t<count>10000</count>\n")) << r.out.substr(0, 200);
+  // ru_maxrss is in KiB: the largest of this process's waited-for children.
+  EXPECT_LT(usage.ru_maxrss, 64L * 1024);
 }
 
 }  // namespace
