@@ -18,9 +18,11 @@ namespace {
 const char kRegistry[] = "/etc/config/shareFileEx.ini";
 const char kSystemConfig[] = "/etc/config/Korvix.conf";
 
-// The run's profile report: reads per "file [section] key", parses per file.
+// The run's profile report: reads per "file [section] key", looks on the
+// disk and parses per file.
 struct ProfileReport {
   std::map<std::string, long> reads;
+  std::map<std::string, long> checks;
   std::map<std::string, long> parses;
 };
 
@@ -35,6 +37,8 @@ ProfileReport profile_report(const std::string& err) {
     while (std::getline(fields, field, '\t')) f.push_back(field);
     if (f.size() == 5 && f[0] == "profile-read") {
       report.reads[f[1] + " [" + f[2] + "] " + f[3]] += std::stol(f[4]);
+    } else if (f.size() == 3 && f[0] == "profile-check") {
+      report.checks[f[1]] += std::stol(f[2]);
     } else if (f.size() == 3 && f[0] == "profile-parse") {
       report.parses[f[1]] += std::stol(f[2]);
     } else {
@@ -95,6 +99,7 @@ TEST_F(ProfileReads, ModeTwoReadsTheSecurePortOncePerRun) {
 TEST_F(ProfileReads, ModeTwoWithoutHttpsReadsNoConfiguration) {
   ProfileReport report = delete_every_third(false);
   EXPECT_TRUE(report.reads.empty());
+  EXPECT_TRUE(report.checks.empty());
   EXPECT_TRUE(report.parses.empty());
 }
 
