@@ -103,6 +103,36 @@ TEST_F(ProfileReads, ModeTwoWithoutHttpsReadsNoConfiguration) {
   EXPECT_TRUE(report.parses.empty());
 }
 
+// A listing whose clean-up resolves every sync-service link asks for the
+// share's settings hundreds of times, yet looks at each file once.
+TEST(ConfigurationReads, ModeThreeLooksAtEachFileOncePerRun) {
+  ApplianceRoot root;
+  root.write("/etc/config/smb.conf", "[Public]\npath = /share/Public\n");
+  root.write(kSystemConfig, "[System]\nWeb Access Port = 8080\n");
+  for (int i = 0; i < 10; ++i) root.write("/share/Public/ann/f" + std::to_string(i) + ".dat", "x");
+  make_store(root);
+  std::vector<FixtureLink> links;
+  for (int i = 0; i < 200; ++i) {
+    char key[16];
+    snprintf(key, sizeof key, "key%05d", i);
+    FixtureLink link(key);
+    link.creator = "Mirra:ann";
+    link.sharefile = "/Public/ann/f" + std::to_string(i % 10) + ".dat";
+    links.push_back(link);
+  }
+  insert_links(root, links);
+
+  RunResult r = run_program(tool_binary(), {"3", "-m", "6", "-s", "0", "-n", "5", "-u", "ann"}, root,
+                            {{"SHARELINK_DEBUG_PROFILE_READS", "1"}, {"HTTP_HOST", "nas:8080"}});
+  EXPECT_EQ(0, r.status);
+  EXPECT_EQ(0u, r.out.find("\t<count>200</count>\n")) << r.out.substr(0, 200);
+  ProfileReport report = profile_report(r.err);
+  EXPECT_GE(report.reads["/etc/config/smb.conf [Public] path"], 200);
+  ASSERT_FALSE(report.checks.empty());
+  for (const auto& c : report.checks) EXPECT_EQ(1, c.second) << c.first;
+  for (const auto& p : report.parses) EXPECT_EQ(1, p.second) << p.first;
+}
+
 TEST_F(ProfileReads, TheReportIsOffByDefault) {
   RunResult r = run_program(tool_binary(), {"2", "https://nas.example/share.cgi?ssid=id100000"}, root);
   EXPECT_EQ(0, r.status);
