@@ -46,6 +46,14 @@ ROWS=()  # table rows, tab-separated
 
 note() { printf '%s\n' "$*" >&2; }
 
+# Runs a command with its output in bench/out/last.log, shown only when it fails.
+quietly() {
+  if ! "$@" >"$OUT/last.log" 2>&1; then
+    cat "$OUT/last.log" >&2
+    exit 1
+  fi
+}
+
 # Quotes arguments for hyperfine's command splitting (none contains a quote).
 quoted() {
   local a out=""
@@ -190,8 +198,8 @@ measure() {
   mkdir -p "$OUT/json"
   rm -f "$OUT/json/$name".*.json
   for ((round = 1; round <= ROUNDS; ++round)); do
-    hyperfine -N --warmup 1 --runs "$runs" --export-json "$OUT/json/$name.$round.json" \
-      --prepare "$3" --prepare "$5" -n tool -n floor "$4" "$6" >/dev/null
+    quietly hyperfine -N --warmup 1 --runs "$runs" --export-json "$OUT/json/$name.$round.json" \
+      --prepare "$3" --prepare "$5" -n tool -n floor "$4" "$6"
   done
   read -r TOOL_MS FLOOR_MS < <(medians "$OUT/json/$name".*.json)
 }
@@ -335,9 +343,8 @@ mail_cases() {
   local round
   rm -f "$OUT/json/mail".*.json
   for ((round = 1; round <= ROUNDS; ++round)); do
-    hyperfine -N --warmup 1 --runs "$SLOW_RUNS" --export-json "$OUT/json/mail.$round.json" \
-      --prepare "$(quoted "${RESTORE[@]}" registry listed children)" -n tool "$(quoted "${mail[@]}")" \
-      >/dev/null
+    quietly hyperfine -N --warmup 1 --runs "$SLOW_RUNS" --export-json "$OUT/json/mail.$round.json" \
+      --prepare "$(quoted "${RESTORE[@]}" registry listed children)" -n tool "$(quoted "${mail[@]}")"
   done
   local ms
   read -r ms _ < <(medians "$OUT/json/mail".*.json)
