@@ -143,6 +143,32 @@ demo_listing() {
   HTTP_HOST=nas.example.com:8080 tool 3 -m 6 -s 0 -n 20 -u alice
 }
 
+# Mode 1 through a stand-in sendmail that shows what it was given.
+demo_mail() {
+  heading "Mode 1: mail links Lk1Rep0rtQ3 and Lk3TeamPlan to two people"
+  mkdir -p "$ROOT/usr/sbin" "$ROOT/home/httpd/cgi-bin/html"
+  cp data/email.tpl "$ROOT/home/httpd/cgi-bin/html/email.tpl"
+  cat >>"$ROOT/etc/config/Korvix.conf" <<'CONF'
+
+[Alert]
+SMTP Server = 127.0.0.1
+SMTP Enable = 1
+Sender = nas@example.com
+CONF
+  cat >"$ROOT/usr/sbin/sendmail" <<'MTA'
+#!/bin/sh
+printf -- '--- sendmail'
+printf ' %s' "$@"
+printf '\n'
+cat
+printf -- '--- end of message\n'
+MTA
+  chmod +x "$ROOT/usr/sbin/sendmail"
+  HTTP_HOST=nas.example.com:8080 tool 1 2 0 Lk1Rep0rtQ3,Lk3TeamPlan \
+    "bob@example.org, carol@example.org" "Shared with you" $'Hello,\nhere are the files.' \
+    ---- "" "" "" "alice@example.org"
+}
+
 main() {
   build_tools
   make_appliance
@@ -151,6 +177,7 @@ main() {
   demo_delete
   make_store
   demo_listing
+  demo_mail
 }
 
 main "$@"

@@ -1,0 +1,32 @@
+// The CGI front of the request library: what sharelink.cgi does for one
+// request. Parameter "func" selects the handler:
+//   mime_table                       the MIME table as JSON
+//   set_share_link_db                the store relocation handler
+//   download  (path)                 a file inline, with ranges
+//   transcode (path, variant)        a transcoded variant as an attachment
+// Anything else, and a request whose file cannot be found or sent before any
+// byte went out, gets the JSON header and a status reply.
+#ifndef SLT_WEBLIB_CGI_FRONT_H_
+#define SLT_WEBLIB_CGI_FRONT_H_
+
+#include "platform/cgi.h"
+
+// Status replies of the front (the numbers the handlers use).
+constexpr int kCgiStatusMissing = 20;   // unknown func, missing parameter, no such file
+constexpr int kCgiStatusFailed = 19;    // the file exists but could not be opened
+
+// Turns the browser's If-Modified-Since (HTTP_IF_MODIFIED_SINCE, an
+// IMF-fixdate) into IF_MODIFIED_SINCE, seconds since the epoch, which file
+// delivery compares with the file's time. An absent or malformed date
+// removes IF_MODIFIED_SINCE. Returns true when it was set.
+bool translate_if_modified_since();
+
+// Answers one request on standard output. Always 0 (the exit status of the
+// program: the outcome is in the answer).
+int handle_cgi_request(const CgiRequest* request);
+
+// The whole program: reads the request from the environment (and standard
+// input), translates If-Modified-Since, answers. Always 0.
+int sharelink_cgi_main();
+
+#endif  // SLT_WEBLIB_CGI_FRONT_H_

@@ -1,0 +1,180 @@
+#include "weblib/db_handler.h"
+
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <string>
+
+#include "platform/cgi.h"
+#include "platform/os.h"
+#include "platform/profile.h"
+#include "support/appliance.h"
+#include "weblib/stdout_capture.h"
+
+namespace {
+
+const char kUnset[] = "\x01unset";
+
+std::string reply(int status) {
+  return "{ \"version\": \"6.0.1.6963\", \"build\": \"20250804\", \"status\": " +
+         std::to_string(status) + ", \"success\": \"true\" }\n";
+}
+
+class DbHandler : public ::testing::Test {
+ protected:
+  DbHandler() : env_{{{"SHARELINK_ROOT", root_.dir()}, {"REMOTE_USER", kUnset}}} {
+    root_.mkdirs("/share/VOL1/db");
+  }
+  ~DbHandler() override { os_reset(); }
+
+  // Runs the handler on a query string; returns the reply, *result the result.
+  std::string handle(const std::string& query, int* result = nullptr) {
+    CgiRequest req;
+    cgi_parse_params(query.data(), query.size(), &req);
+    int rc = 99;
+    std::string out = capture_stdout(root_, [&] { rc = sf_set_db_handler(&req); });
+    if (result != nullptr) *result = rc;
+    return out;
+  }
+  std::string configured() {
+    char out[512];
+    profile_cache_clear();
+    Get_Profile_String("Depot", "Share_Link_Db", "", out, sizeof out);
+    return out;
+  }
+  // Tables of the store file at appliance path ap (-1: not a database).
+  int tables(const std::string& ap) {
+    sqlite3* db = nullptr;
+    int n = -1;
+    if (sqlite3_open_v2(root_.path(ap).c_str(), &db, SQLITE_OPEN_READONLY, nullptr) == SQLITE_OK) {
+      sqlite3_stmt* st = nullptr;
+      if (sqlite3_prepare_v2(db, "SELECT COUNT(*) FROM sqlite_master WHERE type='table' AND name LIKE 'SHARELINK_%'",
+                             -1, &st, nullptr) == SQLITE_OK &&
+          sqlite3_step(st) == SQLITE_ROW) {
+        n = sqlite3_column_int(st, 0);
+      }
+      sqlite3_finalize(st);
+    }
+    sqlite3_close(db);
+    return n;
+  }
+
+  ApplianceRoot root_;
+  ScopedEnv env_;
+};
+
+TEST_F(DbHandler, RefusalsLeaveTheConfigurationAlone) {
+  int rc = 0;
+  {
+    ScopedEnv user{{{"REMOTE_USER", "bob"}}};
+    EXPECT_EQ(reply(4), handle("share_link_db=/share/VOL1/db/a.db", &rc));
+    EXPECT_EQ(-1, rc);
+  }
+  EXPECT_EQ(reply(20), handle("force_delete=1", &rc));
+  EXPECT_EQ(0, rc);
+  EXPECT_EQ(reply(20), handle("share_link_db=", &rc));
+  EXPECT_EQ(0, rc);
+  EXPECT_EQ(reply(20), handle("share_link_db=/share/NOPE/a.db", &rc));
+  EXPECT_EQ(-1, rc);
+  root_.write("/share/VOL1/file", "x");
+  EXPECT_EQ(reply(20), handle("share_link_db=/share/VOL1/file/a.db", &rc));
+  EXPECT_EQ(reply(20), handle("share_link_db=relative/a.db", &rc));
+  EXPECT_EQ(reply(20), handle("share_link_db=/share/VOL1/db/a%0A[Evil]%0Ak=v", &rc));
+  // Longer than the store's 256-byte path buffer would hold.
+  EXPECT_EQ(reply(35), handle("share_link_db=/share/VOL1/db/" + std::string(250, 'x'), &rc));
+  EXPECT_EQ(-1, rc);
+  EXPECT_FALSE(root_.exists("/etc/config/Korvix.conf"));
+}
+
+TEST_F(DbHandler, NewPathGetsAllFourTables) {
+  ScopedEnv user{{{"REMOTE_USER", "admin"}}};
+  int rc = 99;
+  EXPECT_EQ(reply(1), handle("share_link_db=/share/VOL1/db/new.db", &rc));
+  EXPECT_EQ(0, rc);
+  EXPECT_EQ("/share/VOL1/db/new.db", configured());
+  EXPECT_EQ(4, tables("/share/VOL1/db/new.db"));
+}
+
+TEST_F(DbHandler, ExistingFileIsKeptCheckedOrReplaced) {
+  // A valid store keeps its rows without force_delete.
+  ASSERT_EQ(reply(1), handle("share_link_db=/share/VOL1/db/s.db"));
+  sqlite3* db = nullptr;
+  ASSERT_EQ(SQLITE_OK, sqlite3_open(root_.path("/share/VOL1/db/s.db").c_str(), &db));
+  ASSERT_EQ(SQLITE_OK, sqlite3_exec(db, "INSERT INTO SHARELINK_EVENT(pkey) VALUES('k1');", nullptr, nullptr, nullptr));
+  sqlite3_close(db);
+  EXPECT_EQ(reply(1), handle("share_link_db=/share/VOL1/db/s.db&force_delete=yes"));
+  EXPECT_NE(std::string::npos, root_.read("/share/VOL1/db/s.db").find("k1"));
+
+  // A file that is no store: 19, with the configuration already pointing at it.
+  root_.write("/share/VOL1/db/text.db", "not a database at all, just some text that is long enough");
+  int rc = 99;
+  EXPECT_EQ(reply(19), handle("share_link_db=/share/VOL1/db/text.db&force_delete=1x", &rc));
+  EXPECT_EQ(0, rc);
+  EXPECT_EQ("/share/VOL1/db/text.db", configured());
+  EXPECT_EQ(-1, tables("/share/VOL1/db/text.db"));
+
+  // force_delete counts as a base-10 number: "01" replaces the file.
+  EXPECT_EQ(reply(1), handle("share_link_db=/share/VOL1/db/text.db&force_delete=01"));
+  EXPECT_EQ(4, tables("/share/VOL1/db/text.db"));
+}
+
+TEST_F(DbHandler, FailedConfigurationWriteIsReported) {
+  os.rename = [](const char*, const char*) -> int {
+    errno = EIO;
+    return -1;
+  };
+  int rc = 99;
+  EXPECT_EQ(reply(19), handle("share_link_db=/share/VOL1/db/new.db", &rc));
+  EXPECT_EQ(-1, rc);
+  os_reset();
+  EXPECT_EQ("", configured());
+  EXPECT_FALSE(root_.exists("/share/VOL1/db/new.db"));
+}
+
+TEST_F(DbHandler, CreateAllTablesIncludesAccessEntries) {
+  root_.write("/etc/config/Korvix.conf", "[Depot]\nShare_Link_Db = /share/VOL1/db/all.db\n");
+  EXPECT_EQ(0, sf_create_all_tables());
+  EXPECT_EQ(4, tables("/share/VOL1/db/all.db"));
+  // A store path that names a folder cannot be opened.
+  root_.write("/etc/config/Korvix.conf", "[Depot]\nShare_Link_Db = /share/VOL1/db\n");
+  profile_cache_clear();
+  EXPECT_LT(sf_create_all_tables(), 0);
+}
+
+mode_t mode_of(const ApplianceRoot& root, const std::string& ap) {
+  struct stat st;
+  return stat(root.path(ap).c_str(), &st) == 0 ? (st.st_mode & 07777) : 0;
+}
+
+TEST_F(DbHandler, FixPermissionsOpensFolderThenFile) {
+  EXPECT_EQ(0, sf_fix_db_permissions());  // nothing configured
+  root_.write("/etc/config/Korvix.conf", "[Depot]\nShare_Link_Db = /share/VOL1/db/p.db\n");
+  EXPECT_EQ(0, sf_fix_db_permissions());  // no such file
+  root_.write("/share/VOL1/db/p.db", "", 0640);
+  chmod(root_.path("/share/VOL1/db").c_str(), 0750);
+  EXPECT_EQ(1, sf_fix_db_permissions());
+  EXPECT_EQ(0777u, mode_of(root_, "/share/VOL1/db"));
+  EXPECT_EQ(0777u, mode_of(root_, "/share/VOL1/db/p.db"));
+  // Already writable by others: left as it is.
+  chmod(root_.path("/share/VOL1/db/p.db").c_str(), 01666);
+  EXPECT_EQ(1, sf_fix_db_permissions());
+  EXPECT_EQ(01666u, mode_of(root_, "/share/VOL1/db/p.db"));
+}
+
+TEST_F(DbHandler, SetVolumeMakesTheFolderAndPointsTheConfiguration) {
+  EXPECT_EQ(0, sf_set_db_volume(nullptr));
+  EXPECT_EQ(0, sf_set_db_volume("/"));
+  root_.script("/bin/mkdir", "[ \"$1\" = -p ] || exit 2\nexec mkdir -p \"$SHARELINK_ROOT$2\"\n");
+  EXPECT_EQ(1, sf_set_db_volume("/share/VOL1"));
+  EXPECT_EQ(0777u, mode_of(root_, "/share/VOL1/.@kdx/share_link_db"));
+  EXPECT_EQ("/share/VOL1/.@kdx/share_link_db/share_link.db", configured());
+
+  EXPECT_EQ(-1, sf_set_db_volume(("/share/" + std::string(500, 'v')).c_str()));
+  root_.script("/bin/mkdir", "exit 1\n");
+  EXPECT_EQ(-1, sf_set_db_volume("/share/VOL2"));
+  EXPECT_EQ("/share/VOL1/.@kdx/share_link_db/share_link.db", configured());
+}
+
+}  // namespace
