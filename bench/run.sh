@@ -36,7 +36,6 @@ FLOOR=$OUT/refresh_floor
 REGISTRY=$ROOT/etc/config/shareFileEx.ini
 STORE=$ROOT/etc/config/share_link.db
 RESTORE=(sh "$SRC/bench/restore.sh" "$FIXTURE" "$ROOT")
-MIB=1024
 
 export SHARELINK_ROOT=$ROOT
 export HTTP_HOST=nas.example.com:8080
@@ -320,8 +319,15 @@ listing_cases() {
   note "measuring mode 3 (clean-up due)"
   measure cleanup "$SLOW_RUNS" "$(quoted "${RESTORE[@]}" listed noflag)" "$(quoted "${page[@]}")" \
     "$(quoted "${RESTORE[@]}" listed)" "$(quoted sqlite3 "$STORE" "SELECT * FROM SHARELINK_EVENT ORDER BY pkey;")"
-  row "mode 3, clean-up due, nothing to delete" "$TOOL_MS" \
-    "$(peak_rss listed noflag -- "${page[@]}")" "$FLOOR_MS" 3 32
+  local rss before after
+  rss=$(peak_rss listed noflag -- "${page[@]}")
+  before=$(sqlite3 "$FIXTURE/share_link.listed.db" "SELECT COUNT(*) FROM SHARELINK_EVENT;")
+  after=$(sqlite3 "$STORE" "SELECT COUNT(*) FROM SHARELINK_EVENT;")
+  if [ "$before" != "$after" ]; then
+    note "bench: the clean-up deleted $((before - after)) links of a store where every path resolves"
+    exit 1
+  fi
+  row "mode 3, clean-up due, nothing to delete" "$TOOL_MS" "$rss" "$FLOOR_MS" 3 32
 }
 
 mail_cases() {
