@@ -383,7 +383,6 @@ NOTES
 }
 
 main() {
-  local started=$SECONDS
   scripts/deps.sh build bench
   build
   make_appliance
@@ -391,7 +390,6 @@ main() {
   registry_cases
   mail_cases
   print_table
-  note "done in $((SECONDS - started)) s"
 }
 
 main "$@"
