@@ -8,9 +8,6 @@
 
 #include "addressing/json_guard.h"
 
-// Fixed-size fields are cut at their bound on purpose.
-#pragma GCC diagnostic ignored "-Wformat-truncation"
-
 namespace {
 
 // An element of an address array that lacks its key is fetched again at the

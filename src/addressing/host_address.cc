@@ -15,9 +15,6 @@
 #include "platform/io_buffer.h"
 #include "platform/vexaddns.h"
 
-// Fixed-size fields are cut at their bound on purpose.
-#pragma GCC diagnostic ignored "-Wformat-truncation"
-
 HostAddressTable g_host_address_table;
 
 namespace {

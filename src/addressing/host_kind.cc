@@ -12,9 +12,6 @@
 #include "addressing/host_address.h"
 #include "addressing/host_kind_internal.h"
 
-// Fixed-size fields are cut at their bound on purpose.
-#pragma GCC diagnostic ignored "-Wformat-truncation"
-
 namespace {
 
 constexpr size_t kHostBound = 512;

@@ -9,9 +9,6 @@
 #include "addressing/host_kind.h"
 #include "addressing/host_kind_internal.h"
 
-// Fixed-size fields are cut at their bound on purpose.
-#pragma GCC diagnostic ignored "-Wformat-truncation"
-
 const char* const kRelayDomainSuffixes[kRelayDomainSuffixCount] = {
     ".vexarelay.example", ".vexalink.example", ".vexaddns.example", ".nimbo-dyn.example",
     ".nimbo.example",

@@ -13,9 +13,6 @@
 #include "platform/fs.h"
 #include "sharelink_db/fid_rows.h"
 
-// Fixed-size fields are cut at their bound on purpose.
-#pragma GCC diagnostic ignored "-Wformat-truncation"
-
 namespace {
 
 constexpr size_t kViewPortSize = 10;

@@ -7,9 +7,6 @@
 #include "platform/facts.h"
 #include "platform/fs.h"
 
-// Fixed-size fields are cut at their bound on purpose.
-#pragma GCC diagnostic ignored "-Wformat-truncation"
-
 namespace {
 
 bool has_parent_component(const char* path) {

@@ -16,9 +16,6 @@
 #include "platform/fs.h"
 #include "platform/profile.h"
 
-// Fixed-size fields are cut at their bound on purpose.
-#pragma GCC diagnostic ignored "-Wformat-truncation"
-
 namespace {
 
 const char kShareConf[] = "/etc/config/smb.conf";

@@ -10,9 +10,6 @@
 #include "platform/profile.h"
 #include "platform/users.h"
 
-// Fixed-size fields are cut at their bound on purpose.
-#pragma GCC diagnostic ignored "-Wformat-truncation"
-
 namespace {
 
 LoginIdentity g_login;

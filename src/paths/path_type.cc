@@ -9,9 +9,6 @@
 #include "platform/facts.h"
 #include "platform/profile.h"
 
-// Fixed-size fields are cut at their bound on purpose.
-#pragma GCC diagnostic ignored "-Wformat-truncation"
-
 namespace {
 
 const char kQTypeConf[] = "/etc/smb.conf";

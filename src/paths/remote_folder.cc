@@ -9,9 +9,6 @@
 #include "diag/app_log.h"
 #include "platform/facts.h"
 
-// Fixed-size fields are cut at their bound on purpose.
-#pragma GCC diagnostic ignored "-Wformat-truncation"
-
 namespace {
 
 // Copies the next token of *cursor delimited by "@" or "/" (empty tokens are

@@ -13,9 +13,6 @@
 #include "platform/io_buffer.h"
 #include "platform/users.h"
 
-// Fixed-size fields are cut at their bound on purpose.
-#pragma GCC diagnostic ignored "-Wformat-truncation"
-
 namespace {
 
 const char kSyncTool[] = "/sbin/mirrasrv_tool";
