@@ -10,6 +10,7 @@
 #include "cli/dispatch.h"
 #include "diag/debug_log.h"
 #include "listing/share_link_list.h"
+#include "platform/run_scope.h"
 #include "registry/refresh.h"
 #include "registry/run_context.h"
 #include "registry/slots.h"
@@ -129,6 +130,8 @@ void release(RunContext& ctx) {
 int entry_exit_status(int result) { return result == -20 ? -20 : 0; }
 
 int sharelink_main(int argc, char** argv) {
+  // A run is short and changes no configuration or folder: look at each once.
+  RunScope scope;
   configure_debug_log_from_env();
   if (argc < 2 || argv == nullptr || argv[1] == nullptr) return kNoMode;
   RunContext& ctx = g_run_context;

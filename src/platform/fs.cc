@@ -11,6 +11,7 @@
 
 #include "platform/os.h"
 #include "platform/root.h"
+#include "platform/run_scope.h"
 
 int fs_open(const char* path, int flags, mode_t mode) {
   return os.open(rooted_path(path).c_str(), flags, mode);
@@ -50,7 +51,7 @@ DIR* fs_opendir(const char* path) { return ::opendir(rooted_path(path).c_str());
 
 bool fs_realpath(const char* path, char* out, size_t size) {
   if (path == nullptr || out == nullptr || size == 0) return false;
-  char* real = ::realpath(rooted_path(path).c_str(), nullptr);
+  char* real = run_scope_realpath(rooted_path(path));
   if (real == nullptr) return false;
   bool ok = unrooted_path(real, out, size);
   free(real);

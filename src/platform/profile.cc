@@ -9,12 +9,15 @@
 #include <cstdlib>
 #include <cstring>
 #include <map>
+#include <set>
 #include <string>
 #include <vector>
 
 #include "platform/fs.h"
 #include "platform/os.h"
+#include "platform/profile_reads.h"
 #include "platform/root.h"
+#include "platform/run_scope.h"
 
 const char kSystemConfigPath[] = "/etc/config/Korvix.conf";
 
@@ -40,6 +43,12 @@ struct ParsedFile {
 
 std::map<std::string, ParsedFile>& cache() {
   static std::map<std::string, ParsedFile> files;
+  return files;
+}
+
+// Files found missing during a run scope.
+std::set<std::string>& missing() {
+  static std::set<std::string> files;
   return files;
 }
 
@@ -112,9 +121,17 @@ std::vector<Section> parse(const std::string& text) {
 const ParsedFile* load(const char* file) {
   if (file == nullptr) return nullptr;
   std::string real = rooted_path(file);
+  // Within a run scope a file is looked at once (see run_scope.h).
+  if (run_scope_active()) {
+    if (missing().count(real) != 0) return nullptr;
+    auto known = cache().find(real);
+    if (known != cache().end()) return &known->second;
+  }
   struct stat st;
+  profile_reads_note_check(file);
   if (fs_stat(file, &st) != 0 || !S_ISREG(st.st_mode)) {
     cache().erase(real);
+    if (run_scope_active()) missing().insert(real);
     return nullptr;
   }
   auto it = cache().find(real);
@@ -125,6 +142,7 @@ const ParsedFile* load(const char* file) {
   }
   std::string text;
   if (!read_all(file, &text)) return nullptr;
+  profile_reads_note_parse(file);
   ParsedFile parsed;
   parsed.dev = st.st_dev;
   parsed.ino = st.st_ino;
@@ -139,6 +157,7 @@ const ParsedFile* load(const char* file) {
 // The value of section/key, or null.
 const std::string* lookup(const char* file, const char* section, const char* key) {
   if (section == nullptr || key == nullptr) return nullptr;
+  profile_reads_note_lookup(file, section, key);
   const ParsedFile* f = load(file);
   if (f == nullptr) return nullptr;
   for (const Section& s : f->sections) {
@@ -266,6 +285,7 @@ int Set_Private_Profile_String(const char* section, const char* key, const char*
   for (const std::string& l : lines) content += l;
   if (!write_replacing(file, content)) return -1;
   cache().erase(rooted_path(file));
+  missing().erase(rooted_path(file));
   return 0;
 }
 
@@ -288,4 +308,7 @@ int Conf_Get_Field_NoLock(const char* file, const char* section, const char* key
   return v ? 0 : -1;
 }
 
-void profile_cache_clear() { cache().clear(); }
+void profile_cache_clear() {
+  cache().clear();
+  missing().clear();
+}

@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <string_view>
+#include <unordered_map>
 #include <vector>
 
 #include "platform/fs.h"
@@ -46,6 +48,58 @@ std::vector<UrlItem> split_url_list(const RunContext& ctx, uint16_t count) {
   return items;
 }
 
+// Mode 2's ids by value, each with the index of its first item. Writing an
+// id over the previous one replaces it whole when the earlier text is no
+// longer than the new id: that holds for every write of a run when all items
+// carry ids of one length and the id buffer's text is not already longer.
+// Then a line goes exactly when its field 1 is one of the ids, and one lookup
+// replaces the walk over the items. Otherwise (or with an unreadable item)
+// there is no index and the walk replays the writes item by item.
+using IdIndex = std::unordered_map<std::string_view, uint16_t>;
+
+bool index_ids(const std::vector<UrlItem>& items, const RunContext& ctx, IdIndex* index) {
+  if (items.empty()) return false;
+  const size_t len = items[0].parts.ssid.size();
+  if (len >= sizeof ctx.ssid || ctx.ssid[len] != '\0') return false;
+  for (const UrlItem& item : items) {
+    if (!item.readable || !item.parts.has_ssid || item.parts.ssid.size() != len) return false;
+  }
+  index->reserve(items.size());
+  for (uint16_t i = 0; i < items.size(); ++i) index->emplace(items[i].parts.ssid, i);
+  return true;
+}
+
+// What writing items 1..k leaves at the start of RunContext's host and id,
+// worked out once per k, so that a looked-up line's writes cost one copy per
+// output and RunContext stays exactly as the walk would leave it.
+class ItemWrites {
+ public:
+  explicit ItemWrites(const std::vector<UrlItem>& items) : items_(items) {}
+
+  void apply(uint16_t k, RunContext& ctx) {
+    auto it = done_.find(k);
+    if (it == done_.end()) {
+      Written w{};
+      for (uint16_t i = 0; i < k; ++i) {
+        apply_share_url(items_[i].parts, w.host, sizeof w.host, w.ssid, sizeof w.ssid);
+      }
+      it = done_.emplace(k, w).first;
+    }
+    const Written& w = it->second;
+    // The writes never put a terminator, so their extent is the text's length.
+    memcpy(ctx.url_host, w.host, strnlen(w.host, sizeof w.host));
+    memcpy(ctx.ssid, w.ssid, strnlen(w.ssid, sizeof w.ssid));
+  }
+
+ private:
+  struct Written {
+    char host[sizeof RunContext::url_host];
+    char ssid[sizeof RunContext::ssid];
+  };
+  const std::vector<UrlItem>& items_;
+  std::unordered_map<uint16_t, Written> done_;
+};
+
 // One step of mode 4: field n of line becomes value. The work buffer's
 // content replaces the line even when nothing was written (the line then
 // becomes empty and is dropped); a result too long for the buffer leaves
@@ -76,6 +130,9 @@ int delete_registry_links() {
   uint16_t count = 0;
   count_fields(&count, ctx.edit_input, static_cast<size_t>(ctx.edit_input_len), ",", 1);
   const std::vector<UrlItem> items = split_url_list(ctx, count);
+  IdIndex index;
+  const bool indexed = index_ids(items, ctx, &index);
+  ItemWrites writes(items);
 
   char line[10240];
   char id[256];
@@ -87,6 +144,12 @@ int delete_registry_links() {
       return -1;
     }
     if (count == 0) continue;
+    if (indexed) {
+      auto hit = index.find(std::string_view(id));
+      writes.apply(hit == index.end() ? count : static_cast<uint16_t>(hit->second + 1), ctx);
+      if (hit == index.end()) out.append(line, len);
+      continue;
+    }
     // Each item is written over the parser's outputs in turn, exactly as
     // parsing it again would, so the id compared keeps any earlier tail.
     for (uint16_t i = 0; i < count; ++i) {

@@ -59,6 +59,37 @@ int get_field(char* out, size_t out_size, int n, const char* line, size_t line_l
   }
 }
 
+FieldReader::FieldReader(const char* line, size_t line_len, char delimiter)
+    : line_(line),
+      line_len_(line_len),
+      delimiter_(delimiter),
+      p_(line),
+      end_(line != nullptr ? line + strnlen(line, line_len) : nullptr) {}
+
+int FieldReader::get(char* out, size_t out_size, int n) {
+  // What the reader cannot continue from goes to get_field itself.
+  if (line_len_ == 0 || n <= index_ || delimiter_ == '\0' || out == nullptr || out_size == 0 ||
+      line_ == nullptr) {
+    const char delimiter[2] = {delimiter_, '\0'};
+    return get_field(out, out_size, n, line_, line_len_, delimiter);
+  }
+  while (index_ < n) {
+    while (p_ < end_ && *p_ == delimiter_) ++p_;
+    if (p_ == end_) return -1;
+    const char* token = p_;
+    const void* hit = memchr(p_, delimiter_, static_cast<size_t>(end_ - p_));
+    p_ = hit != nullptr ? static_cast<const char*>(hit) : end_;
+    if (++index_ == n) {
+      size_t len = static_cast<size_t>(p_ - token);
+      if (len >= out_size) return -1;
+      memcpy(out, token, len);
+      out[len] = '\0';
+      return 1;
+    }
+  }
+  return -1;
+}
+
 int count_fields(uint16_t* out_count, const char* text, size_t text_len, const char* delimiter,
                  size_t delimiter_len) {
   if (out_count == nullptr) return 1;

@@ -24,6 +24,25 @@ constexpr int kFieldTooLong = -10;
 int get_field(char* out, size_t out_size, int n, const char* line, size_t line_len,
               const char* delimiter);
 
+// Reads several fields of one line in one pass: each get() gives exactly
+// what get_field with the same arguments would (same result, same out), but
+// fields asked for in increasing order are found without scanning the line
+// again. The line must outlive the reader.
+class FieldReader {
+ public:
+  FieldReader(const char* line, size_t line_len, char delimiter);
+  // get_field(out, out_size, n, line, line_len, {delimiter, 0}).
+  int get(char* out, size_t out_size, int n);
+
+ private:
+  const char* line_;
+  size_t line_len_;
+  char delimiter_;
+  const char* p_;    // just past the last field found
+  const char* end_;  // the line's first NUL, or line + line_len
+  int index_ = 0;    // number of that field
+};
+
 // Counts the items of `text` separated by `delimiter` into *out_count (a
 // 16-bit count, so it wraps): the delimiter occurrences of the text with one
 // delimiter appended unless it already ends with one. "a,b" and "a,b," count

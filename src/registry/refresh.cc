@@ -51,12 +51,13 @@ int load_registry() {
   while (registry.next(line, sizeof line)) {
     size_t len = strlen(line);
     if (len == 0) continue;
-    if (get_field(path, sizeof path, 5, line, len, "\t") != 1) {
+    FieldReader fields(line, len, '\t');
+    if (fields.get(path, sizeof path, 5) != 1) {
       out.discard();
       return -1;
     }
     if (fs_stat(path, &st) != 0) continue;
-    if (get_field(expiry, sizeof expiry, 7, line, len, "\t") != 1) {
+    if (fields.get(expiry, sizeof expiry, 7) != 1) {
       out.discard();
       return -1;
     }
