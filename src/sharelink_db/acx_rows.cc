@@ -110,12 +110,7 @@ int sf_acx_delete_filter(const ShareLinkAcxRecord* filter) {
 
 int sf_acx_delete_all() { return open_and_run("DELETE FROM SHARELINK_ACX;", true, kSfDeleteAllFailed); }
 
-int sf_acx_drop() {
-  DbGuard db;
-  int rc = open_store(&db, false);
-  if (rc != 0) return rc;
-  return exec(db.get(), "DROP TABLE SHARELINK_ACX;") ? 0 : kSfDropFailed;
-}
+int sf_acx_drop() { return open_and_drop("DROP TABLE SHARELINK_ACX;"); }
 
 int sf_fill_acx_rows(void* user_data, int ncols, char** values, char** names) {
   auto* out = static_cast<SfAcxRows*>(user_data);

@@ -380,12 +380,7 @@ int sf_event_delete_all() {
   return open_and_run("DELETE FROM SHARELINK_EVENT;", true, kSfDeleteAllFailed);
 }
 
-int sf_event_drop() {
-  DbGuard db;
-  int rc = open_store(&db, false);
-  if (rc != 0) return rc;
-  return exec(db.get(), "DROP TABLE SHARELINK_EVENT;") ? 0 : kSfDropFailed;
-}
+int sf_event_drop() { return open_and_drop("DROP TABLE SHARELINK_EVENT;"); }
 
 int sf_exec_sql(const char* statement) {
   if (statement == nullptr || !format_needs_no_arguments(statement)) return kSfBadParam;

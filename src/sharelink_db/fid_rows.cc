@@ -151,12 +151,7 @@ int sf_fid_delete_filter(const ShareLinkFidRecord* filter) {
 
 int sf_fid_delete_all() { return open_and_run("DELETE FROM SHARELINK_FID;", true, kSfDeleteAllFailed); }
 
-int sf_fid_drop() {
-  DbGuard db;
-  int rc = open_store(&db, false);
-  if (rc != 0) return rc;
-  return exec(db.get(), "DROP TABLE SHARELINK_FID;") ? 0 : kSfDropFailed;
-}
+int sf_fid_drop() { return open_and_drop("DROP TABLE SHARELINK_FID;"); }
 
 int sf_fill_fid_rows(void* user_data, int ncols, char** values, char** names) {
   auto* out = static_cast<SfFidRows*>(user_data);

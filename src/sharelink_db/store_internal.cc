@@ -101,6 +101,13 @@ int open_and_count(const char* sql) {
   return count_rows(db.get(), sql);
 }
 
+int open_and_drop(const char* sql) {
+  DbGuard db;
+  int rc = open_store(&db, false);
+  if (rc != 0) return rc;
+  return exec(db.get(), sql) ? 0 : kSfDropFailed;
+}
+
 int open_and_select(const char* sql, int (*cb)(void*, int, char**, char**), void* user_data) {
   if (sql == nullptr) return kSfBadParam;
   DbGuard db;

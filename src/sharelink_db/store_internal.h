@@ -89,6 +89,10 @@ int count_rows(sqlite3* db, const char* sql);
 // null statement, when memory ran out formatting it).
 int open_and_count(const char* sql);
 
+// Opens without the busy time-out (table drops never wait) and drops a
+// table. 0, -21 or -20.
+int open_and_drop(const char* sql);
+
 // Opens with the busy time-out and runs a select with the caller's row
 // callback. 0, -24, -20.
 int open_and_select(const char* sql, int (*cb)(void*, int, char**, char**), void* user_data);

@@ -145,12 +145,7 @@ int sf_user_delete_all() {
   return open_and_run("DELETE FROM SHARELINK_USER;", true, kSfDeleteAllFailed);
 }
 
-int sf_user_drop() {
-  DbGuard db;
-  int rc = open_store(&db, false);
-  if (rc != 0) return rc;
-  return exec(db.get(), "DROP TABLE SHARELINK_USER;") ? 0 : kSfDropFailed;
-}
+int sf_user_drop() { return open_and_drop("DROP TABLE SHARELINK_USER;"); }
 
 int sf_fill_user_rows(void* user_data, int ncols, char** values, char** names) {
   auto* out = static_cast<SfUserRows*>(user_data);
