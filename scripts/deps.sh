@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Installs the Debian packages the project needs, only those that are missing.
-# Usage: scripts/deps.sh [build|test|bench|fuzz]...   (default: build)
+# Usage: scripts/deps.sh [build|test|bench|fuzz|package]...   (default: build)
 set -euo pipefail
 
 want=(cmake g++ make pkg-config libsqlite3-dev libjson-c-dev libcurl4-openssl-dev
@@ -11,6 +11,7 @@ for group in "$@"; do
     test) want+=(curl lighttpd msmtp python3 python3-aiosmtpd clang libclang-rt-14-dev time) ;;
     bench) want+=(hyperfine time sqlite3 gawk) ;;
     fuzz) want+=(clang libclang-rt-14-dev) ;;
+    package) want+=(pandoc dpkg-dev lintian man-db) ;;
     *) echo "deps.sh: unknown group $group" >&2; exit 2 ;;
   esac
 done

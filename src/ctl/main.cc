@@ -21,7 +21,7 @@ std::map<std::string, Entry>& commands() {
 }
 
 void print_help(FILE* to) {
-  fprintf(to, "usage: sharelinkctl <command> [arguments]\n\ncommands:\n");
+  fprintf(to, "usage: sharelinkctl <command> [arguments]\n       sharelinkctl --version\n\ncommands:\n");
   for (const auto& c : commands()) {
     fprintf(to, "  %s %s\n      %s\n", c.first.c_str(), c.second.usage, c.second.summary);
   }
@@ -49,6 +49,10 @@ int main(int argc, char** argv) {
   }
   if (strcmp(argv[1], "--help") == 0 || strcmp(argv[1], "-h") == 0 || strcmp(argv[1], "help") == 0) {
     print_help(stdout);
+    return kCtlOk;
+  }
+  if (strcmp(argv[1], "--version") == 0) {
+    printf("sharelinkctl %s\n", SLT_VERSION);
     return kCtlOk;
   }
   auto it = commands().find(argv[1]);
