@@ -1,12 +1,13 @@
 #!/usr/bin/env bash
 # Builds everything and runs the whole test suite: the normal build, the same
 # suite under AddressSanitizer + UndefinedBehaviorSanitizer, and a short fuzz
-# smoke run from the committed seed corpus.
+# smoke run from the committed seed corpus, and the install test (the Debian
+# package unpacked and run, lintian; scripts/install_test.sh runs it alone).
 # SLT_QUICK=1 runs the normal build only (for a quick local check).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-scripts/deps.sh build test fuzz
+scripts/deps.sh build test fuzz package
 jobs=$(nproc 2>/dev/null || echo 2)
 
 echo "== build and test" >&2
@@ -35,5 +36,8 @@ cmake --build build-asan -j"$jobs"
 
 echo "== fuzz smoke run" >&2
 fuzz/run.sh 3
+
+echo "== install test: package, installed programs, lintian" >&2
+scripts/install_test.sh
 
 summary build/ctest.log build-asan/ctest.log
