@@ -11,7 +11,7 @@ for group in "$@"; do
     test) want+=(curl lighttpd msmtp python3 python3-aiosmtpd clang libclang-rt-14-dev time) ;;
     bench) want+=(hyperfine time sqlite3 gawk) ;;
     fuzz) want+=(clang libclang-rt-14-dev) ;;
-    package) want+=(pandoc dpkg-dev lintian man-db) ;;
+    package) want+=(pandoc dpkg-dev file lintian man-db) ;;
     *) echo "deps.sh: unknown group $group" >&2; exit 2 ;;
   esac
 done
