@@ -1,17 +1,18 @@
 #!/usr/bin/env bash
 # Installs the Debian packages the project needs, only those that are missing.
-# Usage: scripts/deps.sh [build|test|bench|fuzz|package]...   (default: build)
+# Usage: scripts/deps.sh [build|test|bench|fuzz]...   (default: build)
 set -euo pipefail
+# Group package: what scripts/package.sh and scripts/install_test.sh need.
 
 want=(cmake g++ make pkg-config libsqlite3-dev libjson-c-dev libcurl4-openssl-dev
       libgtest-dev libgmock-dev sqlite3)
 for group in "$@"; do
   case "$group" in
+    package) want+=(pandoc dpkg-dev file lintian man-db) ;;
     build) ;;
     test) want+=(curl lighttpd msmtp python3 python3-aiosmtpd clang libclang-rt-14-dev time) ;;
     bench) want+=(hyperfine time sqlite3 gawk) ;;
     fuzz) want+=(clang libclang-rt-14-dev) ;;
-    package) want+=(pandoc dpkg-dev file lintian man-db) ;;
     *) echo "deps.sh: unknown group $group" >&2; exit 2 ;;
   esac
 done
