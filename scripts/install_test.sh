@@ -37,7 +37,18 @@ check_tree() {
   local name=$1 prefix=$2 root="$work/root-$1" out status
   make_appliance "$root"
   export SHARELINK_ROOT=$root
-  local bin="$prefix/bin" cgi="$prefix/lib/sharelink/cgi-bin"
+  local bin="$prefix/bin" cgi="$prefix/lib/sharelink/cgi-bin" f missing=0
+
+  # Every shipped data file and example snippet is installed as it is.
+  while IFS= read -r f; do
+    cmp -s "data/$f" "$prefix/share/sharelink/$f" || { fail "$name: share/sharelink/$f missing or different"; missing=1; }
+  done < <(cd data && find . -path ./lighttpd -prune -o -type f -printf '%P\n')
+  for f in data/lighttpd/*.conf; do
+    [ -e "$f" ] || continue
+    cmp -s "$f" "$prefix/share/doc/sharelink/examples/${f##*/}" ||
+      { fail "$name: example ${f##*/} missing or different"; missing=1; }
+  done
+  [ "$missing" = 0 ] && pass "$name: templates and examples installed"
 
   out=$("$bin/sharelinkctl" --version) || true
   [ "$out" = "sharelinkctl $version" ] && pass "$name: sharelinkctl --version is $version" ||
