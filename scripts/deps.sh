@@ -5,7 +5,7 @@ set -euo pipefail
 # Group package: what scripts/package.sh and scripts/install_test.sh need.
 
 want=(cmake g++ make pkg-config libsqlite3-dev libjson-c-dev libcurl4-openssl-dev
-      libgtest-dev libgmock-dev sqlite3)
+      libgtest-dev libgmock-dev sqlite3 libssl-dev)
 for group in "$@"; do
   case "$group" in
     package) want+=(pandoc dpkg-dev file lintian man-db) ;;
