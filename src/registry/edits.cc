@@ -194,7 +194,7 @@ int rewrite_registry_link() {
   split_share_url(ctx.edit_input, &url);
   if ((ctx.field9_value[0] != '\0' && has_break(ctx.field9_value)) || has_break(url.host) ||
       ctx.new_expire_breaks != 0) {
-    APP_LOG("refused: a value, host or expiry holds a tab, CR or LF");
+    APP_LOG("refused: a value, host or expiry holds a tab, CR or LF\n");
     return -1;
   }
   RegistryLock lock(kShareRegistryPath);

@@ -1,7 +1,8 @@
 // The request library behind a real web server: lighttpd on 127.0.0.1 runs
 // build/sharelink.cgi through mod_cgi in a temporary appliance root, and the
-// curl program is the client. Logged-in users come from lighttpd's basic
-// authentication (REMOTE_USER) on the "/secure/" alias of the same program.
+// curl program is the client. The server's configuration includes the
+// shipped data/lighttpd/sharelink-admin.conf: basic authentication in front
+// of the program, which answers only authenticated requests (REMOTE_USER).
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
@@ -11,6 +12,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cctype>
 #include <cerrno>
 #include <cstdlib>
@@ -97,23 +99,16 @@ class WebServer {
 
  private:
   std::string config(const ApplianceRoot& root) const {
-    const std::string cgi = cgi_binary();
-    return "server.modules = (\"mod_alias\", \"mod_auth\", \"mod_authn_file\", \"mod_setenv\", "
-           "\"mod_cgi\")\n"
-           "server.bind = \"127.0.0.1\"\n"
+    return "server.bind = \"127.0.0.1\"\n"
            "server.port = " + std::to_string(port_) + "\n"
            "server.document-root = \"" + root.path("/web/htdocs") + "\"\n"
            "server.errorlog = \"" + root.path("/web/logs/error.log") + "\"\n"
            // The CGI answers ranges itself; the server must not cut its 200s.
            "server.range-requests = \"disable\"\n"
-           "alias.url = (\"/cgi-bin/sharelink.cgi\" => \"" + cgi + "\", "
-           "\"/secure/sharelink.cgi\" => \"" + cgi + "\")\n"
-           "cgi.assign = (\".cgi\" => \"\")\n"
-           "setenv.add-environment = (\"SHARELINK_ROOT\" => \"" + root.dir() + "\")\n"
-           "auth.backend = \"plain\"\n"
-           "auth.backend.plain.userfile = \"" + root.path("/web/users") + "\"\n"
-           "auth.require = (\"/secure/\" => (\"method\" => \"basic\", \"realm\" => \"appliance\", "
-           "\"require\" => \"valid-user\"))\n";
+           "var.sharelink_cgi = \"" + cgi_binary() + "\"\n"
+           "var.sharelink_root = \"" + root.dir() + "\"\n"
+           "var.sharelink_userfile = \"" + root.path("/web/users") + "\"\n"
+           "include \"" SLT_SOURCE_DIR "/data/lighttpd/sharelink-admin.conf\"\n";
   }
 
   void start(const ApplianceRoot& root, const std::string& lighttpd) {
@@ -221,8 +216,16 @@ class WebTest : public ::testing::Test {
     root_.set_mtime(kSharePath + rel, 1000000000);
   }
 
-  Response get(const std::string& target, const std::vector<std::string>& extra = {}) {
+  // As the administrator, unless `extra` names other credentials ("-u") or
+  // none ("--anonymous", not passed on).
+  Response get(const std::string& target, std::vector<std::string> extra = {}) {
     std::vector<std::string> args = {"-s", "-i", "--max-time", "30", "--globoff"};
+    auto anonymous = std::find(extra.begin(), extra.end(), "--anonymous");
+    if (anonymous != extra.end()) {
+      extra.erase(anonymous);
+    } else if (std::find(extra.begin(), extra.end(), "-u") == extra.end()) {
+      args.insert(args.end(), {"-u", "admin:admin-pw"});
+    }
     args.insert(args.end(), extra.begin(), extra.end());
     args.push_back(server_->url(target));
     RunResult r = run_program(curl_, args, root_);
@@ -239,7 +242,7 @@ class WebTest : public ::testing::Test {
   std::unique_ptr<WebServer> server_;
 };
 
-const char kDownload[] = "/cgi-bin/sharelink.cgi?func=download&path=/Public/docs/report%201.pdf";
+const char kDownload[] = "/sharelink.cgi?func=download&path=/Public/docs/report%201.pdf";
 
 TEST_F(WebTest, FullDownloadCarriesItsHeadersAndEveryByte) {
   Response r = get(kDownload);
@@ -279,7 +282,7 @@ TEST_F(WebTest, RefusedRangesGet416WithoutABody) {
     EXPECT_EQ("", r.body) << range;
   }
   put("/docs/empty.txt", "");
-  Response r = get("/cgi-bin/sharelink.cgi?func=download&path=/Public/docs/empty.txt",
+  Response r = get("/sharelink.cgi?func=download&path=/Public/docs/empty.txt",
                    {"-H", "Range: bytes=0-"});
   EXPECT_EQ(416, r.status);
   EXPECT_EQ("bytes 0-18446744073709551615/0", r.header("content-range"));
@@ -306,7 +309,7 @@ TEST_F(WebTest, LastModifiedSentBackGets304) {
 }
 
 TEST_F(WebTest, MimeTableMatchesTheOperatorCommand) {
-  Response r = get("/cgi-bin/sharelink.cgi?func=mime_table");
+  Response r = get("/sharelink.cgi?func=mime_table");
   EXPECT_EQ(200, r.status);
   EXPECT_EQ("application/json; charset=\"UTF-8\"", r.header("content-type"));
   RunResult ctl = run_program(ctl_binary(), {"mime"}, root_);
@@ -334,7 +337,7 @@ int count_tables(const std::string& file) {
 }
 
 TEST_F(WebTest, RelocationIsForTheAdministratorOnly) {
-  const std::string target = "/secure/sharelink.cgi?func=set_share_link_db&share_link_db=/share/VOL1/.db/new.db";
+  const std::string target = "/sharelink.cgi?func=set_share_link_db&share_link_db=/share/VOL1/.db/new.db";
   const std::string before = config();
   Response bob = get(target, {"-u", "bob:bob-pw"});
   EXPECT_EQ(200, bob.status);
@@ -353,7 +356,7 @@ TEST_F(WebTest, RelocationIsForTheAdministratorOnly) {
 
   // A folder that does not exist: refused, the configuration stays.
   const std::string kept = config();
-  Response missing = get("/secure/sharelink.cgi?func=set_share_link_db&share_link_db=/share/NOPE/x.db",
+  Response missing = get("/sharelink.cgi?func=set_share_link_db&share_link_db=/share/NOPE/x.db",
                          {"-u", "admin:admin-pw"});
   EXPECT_NE(std::string::npos, missing.body.find("\"status\": 20,"));
   EXPECT_EQ(kept, config());
@@ -363,7 +366,7 @@ TEST_F(WebTest, TranscodedVariantIsAnAttachment) {
   root_.mkdirs(std::string(kSharePath) + "/v/.@__thumb/transcode");
   put("/v/a-b;c.mp4", "original video");
   put("/v/.@__thumb/transcode/a-b;c.mp4.ipad720p", "the 720p variant bytes");
-  const std::string target = "/cgi-bin/sharelink.cgi?func=transcode&path=/Public/v/a-b%3Bc.mp4&variant=mp4_720";
+  const std::string target = "/sharelink.cgi?func=transcode&path=/Public/v/a-b%3Bc.mp4&variant=mp4_720";
   Response r = get(target);
   EXPECT_EQ(200, r.status) << r.head;
   EXPECT_EQ("attachment; filename=\"a-b%3Bc.mp4\"; filename*=utf-8''a-b%3Bc.mp4",
@@ -381,18 +384,18 @@ TEST_F(WebTest, TranscodedVariantIsAnAttachment) {
   EXPECT_EQ("video/mp4", part.header("content-type"));
   EXPECT_EQ("720p", part.body);
 
-  Response absent = get("/cgi-bin/sharelink.cgi?func=transcode&path=/Public/v/a-b%3Bc.mp4&variant=mp4_480");
+  Response absent = get("/sharelink.cgi?func=transcode&path=/Public/v/a-b%3Bc.mp4&variant=mp4_480");
   EXPECT_NE(std::string::npos, absent.body.find("\"status\": 20,"));
 }
 
 TEST_F(WebTest, UnknownRequestsAndMissingFilesGetAStatusReply) {
   const std::string reply20 =
       "{ \"version\": \"6.0.1.6963\", \"build\": \"20250804\", \"status\": 20, \"success\": \"true\" }\n";
-  for (const char* target : {"/cgi-bin/sharelink.cgi", "/cgi-bin/sharelink.cgi?func=nothing",
-                             "/cgi-bin/sharelink.cgi?func=download",
-                             "/cgi-bin/sharelink.cgi?func=download&path=/Public/docs/none.pdf",
-                             "/cgi-bin/sharelink.cgi?func=download&path=/Public/docs",
-                             "/cgi-bin/sharelink.cgi?func=download&path=/Nowhere/a.txt"}) {
+  for (const char* target : {"/sharelink.cgi", "/sharelink.cgi?func=nothing",
+                             "/sharelink.cgi?func=download",
+                             "/sharelink.cgi?func=download&path=/Public/docs/none.pdf",
+                             "/sharelink.cgi?func=download&path=/Public/docs",
+                             "/sharelink.cgi?func=download&path=/Nowhere/a.txt"}) {
     Response r = get(target);
     EXPECT_EQ(200, r.status) << target;
     EXPECT_EQ("application/json; charset=\"UTF-8\"", r.header("content-type")) << target;
