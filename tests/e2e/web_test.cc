@@ -403,6 +403,45 @@ TEST_F(WebTest, UnknownRequestsAndMissingFilesGetAStatusReply) {
   }
 }
 
+// The server asks for credentials before the program runs; with them the
+// file comes, with wrong ones it does not.
+TEST_F(WebTest, CredentialsAreAskedBeforeTheProgramRuns) {
+  Response anonymous = get(kDownload, {"--anonymous"});
+  EXPECT_EQ(401, anonymous.status) << anonymous.head;
+  EXPECT_NE(std::string::npos, anonymous.header("www-authenticate").find("Basic"));
+  EXPECT_EQ(std::string::npos, anonymous.body.find(report_.substr(0, 64)));
+  Response wrong = get(kDownload, {"-u", "admin:wrong"});
+  EXPECT_EQ(401, wrong.status);
+  Response bob = get(kDownload, {"-u", "bob:bob-pw"});
+  EXPECT_EQ(200, bob.status);
+  EXPECT_TRUE(bob.body == report_);
+}
+
+// The two hostile requests through the server: a download that climbs out
+// of a remote folder and a relocation that climbs out of a volume with
+// force_delete. The files they aim at lie outside the appliance root.
+TEST_F(WebTest, HostileRequestsGetNeitherTheFileNorTheDeletion) {
+  ApplianceRoot outside;
+  outside.write("/outside.txt", "the outside secret");
+  outside.write("/victim", "victim");
+  root_.write("/etc/config/remote_folder.conf", "[1]\nName = rf\nLocal Path = /share/VOL1/rf\n");
+  root_.mkdirs("/share/VOL1/rf");
+  std::string up;
+  for (char c : root_.dir() + "/share/VOL1/rf") {
+    if (c == '/') up += "../";
+  }
+  const std::string before = config();
+  Response download = get("/sharelink.cgi?func=download&path=/remote:1@rf/" + up +
+                          outside.dir().substr(1) + "/outside.txt");
+  EXPECT_EQ(std::string::npos, download.body.find("the outside secret"));
+  EXPECT_NE(std::string::npos, download.body.find("\"status\": 20,")) << download.body;
+  Response relocation = get("/sharelink.cgi?func=set_share_link_db&force_delete=1&share_link_db=/share/VOL1/" +
+                            up.substr(3) + outside.dir().substr(1) + "/victim");
+  EXPECT_NE(std::string::npos, relocation.body.find("\"status\": 20,")) << relocation.body;
+  EXPECT_EQ("victim", outside.read("/victim"));
+  EXPECT_EQ(before, config());
+}
+
 // Run directly as the web server would, with any query string: the program
 // answers and exits 0, never crashes.
 TEST(CgiProgram, AnyQueryStringGetsAnAnswer) {
@@ -424,6 +463,7 @@ TEST(CgiProgram, AnyQueryStringGetsAnAnswer) {
   for (const std::string& q : queries) {
     RunResult r = run_program(cgi_binary(), {}, root,
                               {{"QUERY_STRING", q},
+                               {"REMOTE_USER", "admin"},
                                {"REQUEST_METHOD", "GET"},
                                {"HTTP_RANGE", "bytes=99999999999999999999999999-,"},
                                {"HTTP_IF_MODIFIED_SINCE", "garbage"}});
