@@ -30,7 +30,7 @@ std::string url_of(int i) { return "http://nas:8080/share.cgi?ssid=" + id_of(i);
 // A mode-4 URL whose host "HOSTNAME" leaves field 2 as it is.
 const std::string kKeepHost = "http://HOSTNAME:80/share.cgi?ssid=";
 
-class SlowRegistryWriters : public ::testing::Test {
+class SlowConcurrencyRegistryWriters : public ::testing::Test {
  protected:
   void SetUp() override { root.write("/share/Public/a.txt", "a"); }
 
@@ -85,7 +85,7 @@ class SlowRegistryWriters : public ::testing::Test {
 
 // 8 deletions of 25 links each and 4 refreshes at once: exactly the 200
 // links go, every other line stays once and in its order.
-TEST_F(SlowRegistryWriters, EightDeletionsAndFourRefreshesAtOnce) {
+TEST_F(SlowConcurrencyRegistryWriters, EightDeletionsAndFourRefreshesAtOnce) {
   std::string all;
   for (int i = 0; i < kLines; ++i) all += entry(i);
   for (int round = 0; round < kRounds; ++round) {
@@ -115,7 +115,7 @@ TEST_F(SlowRegistryWriters, EightDeletionsAndFourRefreshesAtOnce) {
 }
 
 // 16 edits of 16 different lines at once: all of them land.
-TEST_F(SlowRegistryWriters, SixteenParallelEditsAllLand) {
+TEST_F(SlowConcurrencyRegistryWriters, SixteenParallelEditsAllLand) {
   std::string all;
   for (int i = 0; i < kLines; ++i) all += entry(i);
   for (int round = 0; round < kRounds; ++round) {
@@ -140,7 +140,7 @@ TEST_F(SlowRegistryWriters, SixteenParallelEditsAllLand) {
 // 100 writers killed at random moments while others run: the registry is
 // always whole (every line once), and the next run clears what the killed
 // ones left.
-TEST_F(SlowRegistryWriters, KilledWritersLeaveAWholeRegistry) {
+TEST_F(SlowConcurrencyRegistryWriters, KilledWritersLeaveAWholeRegistry) {
   std::string all;
   for (int i = 0; i < kLines; ++i) all += entry(i);
   std::mt19937 rng(7);
