@@ -7,6 +7,7 @@
 //
 // Input: byte 0 selects the resolution (odd: remote folder), the rest is
 // the display path.
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -26,9 +27,13 @@ void check(bool ok) {
   if (!ok) abort();
 }
 
+// Writes appliance file `ap` under root, making its folders.
 void put(const std::string& root, const char* ap, const char* content) {
+  const std::string path = root + ap;
+  for (size_t i = root.size() + 1; i < path.size(); ++i) {
+    if (path[i] == '/') mkdir(path.substr(0, i).c_str(), 0755);
+  }
   fuzz_write_file(ap, reinterpret_cast<const uint8_t*>(content), strlen(content));
-  (void)root;
 }
 
 void link_at(const std::string& root, const char* target, const char* ap) {
