@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <string>
 #include <vector>
 
@@ -212,8 +213,9 @@ TEST_F(SecurityE2E, BadRegistryValuesChangeNothing) {
 }
 
 // A file-size limit makes every write of the new registry fail (SIGXFSZ
-// ignored, so the writes return EFBIG): each writer gives up at once,
-// leaves the registry as it was and no companion behind.
+// ignored, so the writes return EFBIG): each writer gives up at its first
+// failed write with one report, leaves the registry as it was and no
+// companion behind.
 TEST_F(SecurityE2E, RewriteOnADiskThatCannotGrow) {
   std::string registry;
   for (int i = 0; i < 3000; ++i) registry += entry("L" + std::to_string(100000 + i));
@@ -222,15 +224,28 @@ TEST_F(SecurityE2E, RewriteOnADiskThatCannotGrow) {
       {"2", "http://h:1/share.cgi?ssid=L100001"},
       {"4", "new", "0", "https://HOSTNAME/share.cgi?ssid=L100002"},
   };
+  root.mkdirs("/tmp");
   for (const auto& args : runs) {
     SCOPED_TRACE(args[0]);
     root.write(kRegistry, registry);
+    root.remove("/tmp/syslog.log");
     std::vector<std::string> argv = {"--fsize=65536", "--", "/bin/sh", "-c",
                                      "trap '' XFSZ; exec \"$0\" \"$@\"", tool_binary()};
     argv.insert(argv.end(), args.begin(), args.end());
-    RunResult r = run_program("/usr/bin/prlimit", argv, root);
+    const std::string asan = getenv("ASAN_OPTIONS") ? getenv("ASAN_OPTIONS") : "";
+    RunResult r = run_program("/usr/bin/prlimit", argv, root,
+                              {{"LD_PRELOAD", SLT_TEST_SYSLOG_LIB},
+                               {"ASAN_OPTIONS", asan + ":verify_asan_link_order=0"}});
     EXPECT_EQ(0, r.status) << r.err;
     EXPECT_TRUE(root.read(kRegistry) == registry);
+    const std::string log = root.exists("/tmp/syslog.log") ? root.read("/tmp/syslog.log") : "";
+    // One report (its data, the line, carries a line feed of its own).
+    size_t reports = 0;
+    for (size_t at = log.find("ERROR: "); at != std::string::npos; at = log.find("ERROR: ", at + 1)) {
+      ++reports;
+    }
+    EXPECT_EQ(1u, reports) << log.substr(0, 600);
+    EXPECT_NE(std::string::npos, log.find("(27:File too large)")) << log.substr(0, 600);
     std::vector<std::string> names;
     DIR* d = opendir(root.path("/etc/config").c_str());
     while (dirent* e = readdir(d)) names.push_back(e->d_name);
