@@ -1,7 +1,8 @@
 /* The least work a registry refresh can do, as a yardstick for the tool's:
- * read the whole registry, stat field 5 of each line, compare field 7 with
- * the clock, write the kept lines with one write to a temporary file, fsync,
- * rename it over the registry.
+ * read the whole registry, compare field 7 of each line with the clock and
+ * stat field 5 only when the line has not expired, write the kept lines with
+ * one write to a temporary file, fsync, rename it over the registry and
+ * flush the folder, as the tool does.
  * Usage: refresh_floor ROOT   (the registry is ROOT/etc/config/shareFileEx.ini) */
 #define _GNU_SOURCE
 #include <fcntl.h>
@@ -64,7 +65,7 @@ int main(int argc, char **argv) {
       path[root_len + (size_t)(f5_end - f5)] = '\0';
       struct stat pst;
       long long expiry = strtoll(f7, NULL, 10);
-      if (stat(path, &pst) == 0 && (expiry <= 0 || expiry >= now)) {
+      if ((expiry <= 0 || expiry >= now) && stat(path, &pst) == 0) {
         memcpy(out + kept, line, (size_t)(next - line));
         kept += (size_t)(next - line);
       }
@@ -78,6 +79,11 @@ int main(int argc, char **argv) {
   if (fsync(tfd) != 0) die("fsync");
   close(tfd);
   if (rename(tmp, reg) != 0) die("rename");
+  char dir[4096];
+  snprintf(dir, sizeof dir, "%s/etc/config", argv[1]);
+  int dfd = open(dir, O_RDONLY | O_DIRECTORY);
+  if (dfd < 0 || fsync(dfd) != 0) die(dir);
+  close(dfd);
   free(in);
   free(out);
   return 0;

@@ -373,7 +373,8 @@ print_table() {
                 print line } }'
   cat <<'NOTES'
 
-floors: refresh = bench/refresh_floor.c (read, stat field 5, compare field 7, one write, fsync, rename);
+floors: refresh = bench/refresh_floor.c (read, compare field 7, stat field 5 of unexpired lines,
+one write, fsync, rename, folder flush);
 mode 2 / mode 4 = that floor, then gawk (100 ids in a hash / one line rewritten);
 mode 3 page = its statements through sqlite3, each after its own .open;
 mode 3 clean-up = SELECT * FROM SHARELINK_EVENT ORDER BY pkey through sqlite3.

@@ -43,8 +43,8 @@ build_tools() {
   heading "Build"
   scripts/deps.sh build
   cmake -S . -B "$BUILD" -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
-  cmake --build "$BUILD" -j2 --target ShareLinkTool sharelinkctl >/dev/null
-  echo "built $TOOL and $CTL"
+  cmake --build "$BUILD" -j2 --target ShareLinkTool sharelinkctl sharelink_cgi >/dev/null
+  echo "built $TOOL, $CTL and $BUILD/sharelink.cgi"
 }
 
 # Fields of a registry line: id, host, owner, https flag, shared path,
@@ -169,6 +169,48 @@ MTA
     ---- "" "" "" "alice@example.org"
 }
 
+# sharelink.cgi behind lighttpd with the shipped configuration snippet:
+# basic authentication with a password file made here.
+demo_web() {
+  heading "sharelink.cgi behind lighttpd: no credentials, then the administrator's"
+  local lighttpd curl
+  lighttpd=$(command -v lighttpd || command -v /usr/sbin/lighttpd || true)
+  curl=$(command -v curl || true)
+  if [ -z "$lighttpd" ] || [ -z "$curl" ]; then
+    echo "(lighttpd or curl missing: scripts/deps.sh test installs them)"
+    return
+  fi
+  local web="$ROOT/web" port=$((20000 + RANDOM % 20000))
+  local password
+  password=$(od -An -N9 -tx1 /dev/urandom | tr -d ' \n')
+  mkdir -p "$web/htdocs"
+  printf 'admin:%s\n' "$password" >"$web/users"
+  chmod 600 "$web/users"
+  cat >"$web/lighttpd.conf" <<CONF
+server.bind = "127.0.0.1"
+server.port = $port
+server.document-root = "$web/htdocs"
+server.errorlog = "$web/error.log"
+var.sharelink_cgi = "$PWD/$BUILD/sharelink.cgi"
+var.sharelink_root = "$ROOT"
+var.sharelink_userfile = "$web/users"
+include "$PWD/data/lighttpd/sharelink-admin.conf"
+CONF
+  "$lighttpd" -D -f "$web/lighttpd.conf" >"$web/console.log" 2>&1 &
+  local pid=$!
+  local url="http://127.0.0.1:$port/sharelink.cgi?func=download&path=/Public/notes.txt"
+  for _ in $(seq 50); do
+    "$curl" -s -o /dev/null "http://127.0.0.1:$port/" && break
+    sleep 0.1
+  done
+  echo "\$ curl '$url'"
+  "$curl" -s -o /dev/null -w 'HTTP %{http_code}\n' "$url" || true
+  echo "\$ curl -u admin:... '$url'"
+  "$curl" -s -u "admin:$password" -w '\n(HTTP %{http_code})\n' "$url" || true
+  kill "$pid" 2>/dev/null || true
+  wait "$pid" 2>/dev/null || true
+}
+
 main() {
   build_tools
   make_appliance
@@ -178,6 +220,7 @@ main() {
   make_store
   demo_listing
   demo_mail
+  demo_web
 }
 
 main "$@"

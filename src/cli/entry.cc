@@ -113,6 +113,8 @@ void parse_rewrite(RunContext& ctx, int argc, char** argv) {
   if (url[0] != '\0') ctx.edit_input = owned_copy(url, &ctx.edit_input_len);
   const char* expire = arg(argc, argv, 5);
   ctx.new_expire = expire[0] != '\0' ? static_cast<int64_t>(number(expire)) : 1;
+  // strtol skips leading blanks; the mode must still see them to refuse them.
+  ctx.new_expire_breaks = strpbrk(expire, "\t\r\n") != nullptr ? 1 : 0;
 }
 
 void release(RunContext& ctx) {

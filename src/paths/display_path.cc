@@ -133,10 +133,25 @@ int resolve(const char* path, char* out, size_t out_size, const char* creator) {
 
 }  // namespace
 
+bool display_path_is_clean(const char* path) {
+  if (path == nullptr) return false;
+  for (const char* p = path; *p != '\0';) {
+    size_t n = strcspn(p, "/");
+    if ((n == 1 && p[0] == '.') || (n == 2 && p[0] == '.' && p[1] == '.') ||
+        memchr(p, '\\', n) != nullptr) {
+      return false;
+    }
+    p += n;
+    if (*p == '/') ++p;
+  }
+  return true;
+}
+
 int resolve_display_path(int remote_mode, const char* path, char* out, size_t out_size,
                          const char* creator) {
   if (path == nullptr || out == nullptr || out_size == 0) return -1;
   out[0] = '\0';
+  if (!display_path_is_clean(path)) return -1;
   try {
     if (remote_mode != 0) {
       int r = kdx_Get_RemoteFolder_Path(path, out, out_size);

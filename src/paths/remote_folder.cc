@@ -1,5 +1,7 @@
 #include "paths/remote_folder.h"
 
+#include <sys/stat.h>
+
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
@@ -7,6 +9,8 @@
 #include <memory>
 
 #include "diag/app_log.h"
+#include "paths/display_path.h"
+#include "platform/fs.h"
 #include "platform/facts.h"
 
 namespace {
@@ -22,10 +26,27 @@ void next_token(const char** cursor, char* out, size_t size) {
   *cursor = p + n;
 }
 
+// True when `real` lies at or under the mount point `local`, both compared
+// in canonical form, so a symbolic link out of the folder is refused. A
+// path with nothing there passes (looking at it fails later anyway); a
+// dangling link does not.
+bool under_mount_point(const char* local, const char* real) {
+  char mount[4096];
+  char canonical[4096];
+  if (!fs_realpath(local, mount, sizeof mount)) return false;
+  if (!fs_realpath(real, canonical, sizeof canonical)) {
+    struct stat st;
+    return fs_lstat(real, &st) != 0;
+  }
+  size_t n = strlen(mount);
+  if (n == 1) return true;  // mounted at "/"
+  return strncmp(canonical, mount, n) == 0 && (canonical[n] == '\0' || canonical[n] == '/');
+}
+
 }  // namespace
 
 int kdx_Get_RemoteFolder_Path(const char* path, char* out, size_t out_size) {
-  if (path == nullptr || strlen(path) < 9) return -1;
+  if (path == nullptr || strlen(path) < 9 || !display_path_is_clean(path)) return -1;
   const char* rest = path + 1;
   int id = 0;
   char name[64] = "";
@@ -46,6 +67,10 @@ int kdx_Get_RemoteFolder_Path(const char* path, char* out, size_t out_size) {
   if (ret == 0 && local != nullptr && local[0] != '\0' && out != nullptr && out_size > 0) {
     const char* tail = strchr(rest, '/');
     snprintf(out, out_size, "%s%s", local, tail != nullptr ? tail : "");
+    if (!under_mount_point(local, out)) {
+      out[0] = '\0';
+      return -1;
+    }
   }
   return ret;
 }

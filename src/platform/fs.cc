@@ -47,6 +47,10 @@ int fs_rename(const char* from, const char* to) {
 
 int fs_chmod(const char* path, mode_t mode) { return ::chmod(rooted_path(path).c_str(), mode); }
 
+int fs_chown(const char* path, uid_t owner, gid_t group) {
+  return ::chown(rooted_path(path).c_str(), owner, group);
+}
+
 DIR* fs_opendir(const char* path) { return ::opendir(rooted_path(path).c_str()); }
 
 bool fs_realpath(const char* path, char* out, size_t size) {

@@ -24,6 +24,7 @@ int fs_mkdir(const char* path, mode_t mode);
 int fs_unlink(const char* path);
 int fs_rename(const char* from, const char* to);
 int fs_chmod(const char* path, mode_t mode);
+int fs_chown(const char* path, uid_t owner, gid_t group);
 DIR* fs_opendir(const char* path);
 
 // Canonical form of an appliance path, as an appliance path. Returns true and

@@ -9,16 +9,22 @@
 #include <unordered_map>
 #include <vector>
 
+#include "diag/app_log.h"
 #include "platform/fs.h"
 #include "platform/os.h"
 #include "registry/fields.h"
 #include "registry/refresh.h"
+#include "registry/registry_lock.h"
 #include "registry/rewrite.h"
 #include "registry/run_context.h"
 #include "registry/share_url.h"
 #include "registry/slots.h"
 
 namespace {
+
+// A tab, CR or LF in a value would split the registry's fields or lines.
+bool has_break(const char* text) { return text != nullptr && strpbrk(text, "\t\r\n") != nullptr; }
+bool has_break(const std::string& text) { return text.find_first_of("\t\r\n") != std::string::npos; }
 
 // One item of mode 2's URL list, taken apart once per run.
 struct UrlItem {
@@ -62,7 +68,10 @@ bool index_ids(const std::vector<UrlItem>& items, const RunContext& ctx, IdIndex
   const size_t len = items[0].parts.ssid.size();
   if (len >= sizeof ctx.ssid || ctx.ssid[len] != '\0') return false;
   for (const UrlItem& item : items) {
-    if (!item.readable || !item.parts.has_ssid || item.parts.ssid.size() != len) return false;
+    if (!item.readable || !item.parts.has_ssid || item.parts.ssid.size() != len ||
+        has_break(item.parts.ssid)) {
+      return false;
+    }
   }
   index->reserve(items.size());
   for (uint16_t i = 0; i < items.size(); ++i) index->emplace(items[i].parts.ssid, i);
@@ -117,11 +126,13 @@ void rewrite_field(char* line, size_t line_size, int n, const char* value) {
 
 int delete_registry_links() {
   RunContext& ctx = g_run_context;
+  RegistryLock lock(kShareRegistryPath);
+  if (!lock.held()) return -1;
   RegistryReader registry;
   if (!registry.open(kShareRegistryPath)) return -1;
 
   char del[256];
-  snprintf(del, sizeof del, "%s.del", kShareRegistryPath);
+  snprintf(del, sizeof del, "%s", registry_del_path(kShareRegistryPath).c_str());
   int fd = fs_open(del, O_RDONLY | O_CREAT, 0644);
   close_fd(&fd);
   RegistryRewrite out;
@@ -140,26 +151,32 @@ int delete_registry_links() {
     size_t len = strlen(line);
     if (len == 0) continue;
     if (get_field(id, sizeof id, 1, line, len, "\t") != 1) {
-      out.close();
+      out.discard();
       return -1;
     }
     if (count == 0) continue;
     if (indexed) {
       auto hit = index.find(std::string_view(id));
       writes.apply(hit == index.end() ? count : static_cast<uint16_t>(hit->second + 1), ctx);
-      if (hit == index.end()) out.append(line, len);
+      if (hit == index.end() && !out.append(line, len)) {
+        out.discard();
+        return -1;
+      }
       continue;
     }
     // Each item is written over the parser's outputs in turn, exactly as
     // parsing it again would, so the id compared keeps any earlier tail.
     for (uint16_t i = 0; i < count; ++i) {
       if (!items[i].readable) {
-        out.close();
+        out.discard();
         return -1;
       }
       apply_share_url(items[i].parts, ctx.url_host, sizeof ctx.url_host, ctx.ssid, sizeof ctx.ssid);
-      if (strcmp(id, ctx.ssid) == 0) break;
-      if (i + 1 == count) out.append(line, len);
+      if (strcmp(id, ctx.ssid) == 0 && !has_break(ctx.ssid)) break;
+      if (i + 1 == count && !out.append(line, len)) {
+        out.discard();
+        return -1;
+      }
     }
   }
   if (registry.failed()) {
@@ -172,11 +189,18 @@ int delete_registry_links() {
 
 int rewrite_registry_link() {
   RunContext& ctx = g_run_context;
-  char now[10];
-  snprintf(now, sizeof now, "%d", static_cast<int>(os.time(nullptr)));
-  size_t now_len = strlen(now);
+  // The host is the URL's, whatever the registry holds.
+  ShareUrlParts url;
+  split_share_url(ctx.edit_input, &url);
+  if ((ctx.field9_value[0] != '\0' && has_break(ctx.field9_value)) || has_break(url.host) ||
+      ctx.new_expire_breaks != 0) {
+    APP_LOG("refused: a value, host or expiry holds a tab, CR or LF\n");
+    return -1;
+  }
+  RegistryLock lock(kShareRegistryPath);
+  if (!lock.held()) return -1;
   char tmp[512];
-  snprintf(tmp, sizeof tmp, "/etc/config/%s%s", now + (now_len >= 2 ? now_len - 2 : 0), "tmpXXXXXX");
+  snprintf(tmp, sizeof tmp, "%s", registry_temp_template(kShareRegistryPath).c_str());
   if (vexa_mktmpname(tmp) != 0) return -1;
   RegistryRewrite out;
   if (!out.open(tmp, "wb")) {
@@ -184,7 +208,10 @@ int rewrite_registry_link() {
     return -1;
   }
   RegistryReader registry;
-  if (!registry.open(kShareRegistryPath)) return -1;
+  if (!registry.open(kShareRegistryPath)) {
+    out.discard();
+    return -1;
+  }
 
   parse_share_url(ctx.edit_input, ctx.url_host, sizeof ctx.url_host, ctx.ssid, sizeof ctx.ssid);
   const bool https = ctx.edit_input != nullptr && strstr(ctx.edit_input, "https") != nullptr;
@@ -194,14 +221,20 @@ int rewrite_registry_link() {
   char line[1024];
   char id[256];
   while (registry.next(line, sizeof line)) {
-    if (get_field(id, sizeof id, 1, line, strlen(line), "\t") != 1) return -1;
+    if (get_field(id, sizeof id, 1, line, strlen(line), "\t") != 1) {
+      out.discard();
+      return -1;
+    }
     if (strcmp(id, ctx.ssid) == 0) {
       if (ctx.new_ssl == 1) rewrite_field(line, sizeof line, 4, https ? "1" : "0");
       if (ctx.field9_value[0] != '\0') rewrite_field(line, sizeof line, 9, ctx.field9_value);
       if (strcmp(ctx.url_host, "HOSTNAME") != 0) rewrite_field(line, sizeof line, 2, ctx.url_host);
       if (ctx.new_expire != 1) rewrite_field(line, sizeof line, 7, expire);
     }
-    out.append(line, strlen(line));
+    if (!out.append(line, strlen(line))) {
+      out.discard();
+      return -1;
+    }
   }
   if (registry.failed()) {
     out.discard();

@@ -1,5 +1,7 @@
 #include "registry/rewrite.h"
 
+#include <sys/stat.h>
+
 #include <cerrno>
 #include <cstring>
 
@@ -51,13 +53,20 @@ bool RegistryRewrite::open(const char* path, const char* mode) {
   return true;
 }
 
-void RegistryRewrite::append(const char* line, size_t len) {
-  if (f_ == nullptr || append_to_stream(f_, line, len) != 1) failed_ = true;
+bool RegistryRewrite::append(const char* line, size_t len) {
+  if (failed_ || f_ == nullptr || append_to_stream(f_, line, len) != 1) failed_ = true;
+  return !failed_;
 }
 
 int RegistryRewrite::commit(const char* target, const char* who) {
   if (f_ == nullptr) return -1;
-  bool ok = !failed_;
+  if (failed_) {
+    // Already reported by the failed append.
+    discard();
+    return -1;
+  }
+  bool ok = true;
+  keep_owner_and_mode(target);
   if (fs_sync_stream(f_) != 0 || os.ferror(f_) != 0) {
     report_flush_failure(who, "fsync", path_.c_str());
     ok = false;
@@ -73,6 +82,15 @@ int RegistryRewrite::commit(const char* target, const char* who) {
   }
   remove_file(path_.c_str());
   return -1;
+}
+
+void RegistryRewrite::keep_owner_and_mode(const char* target) {
+  struct stat st;
+  if (fs_stat(target, &st) != 0) return;
+  // Not being allowed to give the file away leaves it ours; the mode still
+  // follows.
+  if (fs_chown(path_.c_str(), st.st_uid, st.st_gid) != 0) errno = 0;
+  fs_chmod(path_.c_str(), st.st_mode & 07777);
 }
 
 void RegistryRewrite::close() {

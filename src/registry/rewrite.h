@@ -48,12 +48,14 @@ class RegistryRewrite {
   // Opens the appliance file `path` with fopen mode `mode` ("wb", "ab").
   // false when it cannot be opened (nothing is removed).
   bool open(const char* path, const char* mode);
-  // Appends one line. A failed write is reported as sf_appendData reports it
-  // and makes the later commit fail.
-  void append(const char* line, size_t len);
-  // Flushes the file to the disk, closes it and renames it over `target`,
-  // then flushes the folder. 1 on success. -1 when a line or the flush
-  // failed (reported under `who`) or the rename failed: the companion is
+  // Appends one line. The first failed write is reported as sf_appendData
+  // reports it; it and every later append then return false without writing
+  // (a full disk must not cost one report per line) and the commit fails.
+  bool append(const char* line, size_t len);
+  // Gives the file the mode and owner of `target` (when it exists), flushes
+  // it to the disk, closes it and renames it over `target`, then flushes the
+  // folder. 1 on success. -1 when a line or the flush failed (a flush failure
+  // is reported under `who`, once) or the rename failed: the companion is
   // removed and `target` left untouched.
   int commit(const char* target, const char* who);
   // Closes the stream and keeps the file as written so far.
@@ -62,6 +64,8 @@ class RegistryRewrite {
   void discard();
 
  private:
+  void keep_owner_and_mode(const char* target);
+
   FILE* f_ = nullptr;
   std::string path_;
   bool failed_ = false;

@@ -32,6 +32,7 @@ struct RunContext {
   char* link_ids;               // mode 1, argument 4
   char account_type[17];        // mode 1, argument 10
   char sender[256];             // mode 1, argument 12
+  int32_t new_expire_breaks;    // mode 4: argument 5 holds a tab, CR or LF
 };
 
 extern RunContext g_run_context;

@@ -11,6 +11,7 @@
 
 #include "diag/app_log.h"
 #include "diag/debug_log.h"
+#include "paths/relocation_target.h"
 #include "platform/exec.h"
 #include "platform/facts.h"
 #include "platform/fs.h"
@@ -330,6 +331,8 @@ int sf_relocate_db() {
   if (sf_db_path_is_managed(path)) return 1;
   char volume[256];
   Get_Default_Volume_Path(volume, sizeof volume);
+  // The store moves only onto a volume reached without links or "..".
+  if (volume[0] != '\0' && !relocation_folder_allowed(volume)) return 0;
   if (!fs_exists(path)) return sf_set_db_location(volume) != 0 ? 1 : 0;
   if (volume[0] == '\0') return 0;
   char folder[512];

@@ -22,9 +22,21 @@ void reply_status(int status) {
   print_status(status);
 }
 
+// The first value of `name` when it is not empty and holds no NUL: a decoded
+// "%00" would otherwise cut the path that is checked short of the one asked.
 const char* non_empty_param(const CgiRequest* request, const char* name) {
-  const char* v = CGI_Find_Parameter(request, name);
-  return v != nullptr && v[0] != '\0' ? v : nullptr;
+  for (const auto& param : request->params) {
+    if (param.first != name) continue;
+    const std::string& v = param.second;
+    return !v.empty() && v.find('\0') == std::string::npos ? v.c_str() : nullptr;
+  }
+  return nullptr;
+}
+
+// Only requests the web server authenticated get in.
+bool authenticated() {
+  const char* user = cgi_env("REMOTE_USER");
+  return user != nullptr && user[0] != '\0';
 }
 
 // Resolves the request's display path to a regular file. False when the
@@ -92,7 +104,11 @@ bool translate_if_modified_since() {
 int handle_cgi_request(const CgiRequest* request) {
   const char* func = CGI_Find_Parameter(request, "func");
   if (func == nullptr) func = "";
-  if (strcmp(func, "mime_table") == 0) {
+  if (!authenticated()) {
+    printf("Status: 403 Forbidden\r\n");
+    print_json_header();
+    print_status(kCgiStatusNotAdmin);
+  } else if (strcmp(func, "mime_table") == 0) {
     print_json_header();
     print_mime_table();
   } else if (strcmp(func, "set_share_link_db") == 0) {

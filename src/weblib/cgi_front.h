@@ -4,7 +4,9 @@
 //   set_share_link_db                the store relocation handler
 //   download  (path)                 a file inline, with ranges
 //   transcode (path, variant)        a transcoded variant as an attachment
-// Anything else, and a request whose file cannot be found or sent before any
+// Only requests the web server authenticated (REMOTE_USER set and not empty)
+// are answered; any other gets "Status: 403 Forbidden" and status reply 4,
+// and nothing is read or changed. Anything else, and a request whose file cannot be found or sent before any
 // byte went out, gets the JSON header and a status reply.
 #ifndef SLT_WEBLIB_CGI_FRONT_H_
 #define SLT_WEBLIB_CGI_FRONT_H_
@@ -14,6 +16,7 @@
 // Status replies of the front (the numbers the handlers use).
 constexpr int kCgiStatusMissing = 20;   // unknown func, missing parameter, no such file
 constexpr int kCgiStatusFailed = 19;    // the file exists but could not be opened
+constexpr int kCgiStatusNotAdmin = 4;   // no authenticated user
 
 // Turns the browser's If-Modified-Since (HTTP_IF_MODIFIED_SINCE, an
 // IMF-fixdate) into IF_MODIFIED_SINCE, seconds since the epoch, which file

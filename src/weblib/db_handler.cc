@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "paths/relocation_target.h"
 #include "platform/exec.h"
 #include "platform/fs.h"
 #include "platform/profile.h"
@@ -83,6 +84,12 @@ int sf_set_db_handler(const CgiRequest* request) {
     return -1;
   }
   if (!fs_is_dir(folder)) {
+    print_status(kDbStatusBadPath);
+    return -1;
+  }
+  // The file is created, or removed with force_delete, only inside the
+  // configuration folder or a volume, never through a link or "..".
+  if (!relocation_target_allowed(path)) {
     print_status(kDbStatusBadPath);
     return -1;
   }

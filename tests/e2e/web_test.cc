@@ -1,7 +1,8 @@
 // The request library behind a real web server: lighttpd on 127.0.0.1 runs
 // build/sharelink.cgi through mod_cgi in a temporary appliance root, and the
-// curl program is the client. Logged-in users come from lighttpd's basic
-// authentication (REMOTE_USER) on the "/secure/" alias of the same program.
+// curl program is the client. The server's configuration includes the
+// shipped data/lighttpd/sharelink-admin.conf: basic authentication in front
+// of the program, which answers only authenticated requests (REMOTE_USER).
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
@@ -11,6 +12,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cctype>
 #include <cerrno>
 #include <cstdlib>
@@ -25,26 +27,18 @@
 
 namespace {
 
-// lighttpd's configuration: the CGI on two aliases, "/secure/" behind basic
-// authentication.
+// lighttpd's configuration: a main config around the shipped snippet.
 std::string server_config(const ApplianceRoot& root, int port) {
-  const std::string cgi = cgi_binary();
-  return "server.modules = (\"mod_alias\", \"mod_auth\", \"mod_authn_file\", \"mod_setenv\", "
-         "\"mod_cgi\")\n"
-         "server.bind = \"127.0.0.1\"\n"
+  return "server.bind = \"127.0.0.1\"\n"
          "server.port = " + std::to_string(port) + "\n"
          "server.document-root = \"" + root.path("/web/htdocs") + "\"\n"
          "server.errorlog = \"" + root.path("/web/logs/error.log") + "\"\n"
          // The CGI answers ranges itself; the server must not cut its 200s.
          "server.range-requests = \"disable\"\n"
-         "alias.url = (\"/cgi-bin/sharelink.cgi\" => \"" + cgi + "\", "
-         "\"/secure/sharelink.cgi\" => \"" + cgi + "\")\n"
-         "cgi.assign = (\".cgi\" => \"\")\n"
-         "setenv.add-environment = (\"SHARELINK_ROOT\" => \"" + root.dir() + "\")\n"
-         "auth.backend = \"plain\"\n"
-         "auth.backend.plain.userfile = \"" + root.path("/web/users") + "\"\n"
-         "auth.require = (\"/secure/\" => (\"method\" => \"basic\", \"realm\" => \"appliance\", "
-         "\"require\" => \"valid-user\"))\n";
+         "var.sharelink_cgi = \"" + cgi_binary() + "\"\n"
+         "var.sharelink_root = \"" + root.dir() + "\"\n"
+         "var.sharelink_userfile = \"" + root.path("/web/users") + "\"\n"
+         "include \"" SLT_SOURCE_DIR "/data/lighttpd/sharelink-admin.conf\"\n";
 }
 
 const char kSharePath[] = "/share/VOL1/Public";
@@ -75,8 +69,16 @@ class WebTest : public ::testing::Test {
     root_.set_mtime(kSharePath + rel, 1000000000);
   }
 
-  Response get(const std::string& target, const std::vector<std::string>& extra = {}) {
+  // As the administrator, unless `extra` names other credentials ("-u") or
+  // none ("--anonymous", not passed on).
+  Response get(const std::string& target, std::vector<std::string> extra = {}) {
     std::vector<std::string> args = {"-s", "-i", "--max-time", "30", "--globoff"};
+    auto anonymous = std::find(extra.begin(), extra.end(), "--anonymous");
+    if (anonymous != extra.end()) {
+      extra.erase(anonymous);
+    } else if (std::find(extra.begin(), extra.end(), "-u") == extra.end()) {
+      args.insert(args.end(), {"-u", "admin:admin-pw"});
+    }
     args.insert(args.end(), extra.begin(), extra.end());
     args.push_back(server_->url(target));
     RunResult r = run_program(curl_, args, root_);
@@ -93,7 +95,7 @@ class WebTest : public ::testing::Test {
   std::unique_ptr<WebServer> server_;
 };
 
-const char kDownload[] = "/cgi-bin/sharelink.cgi?func=download&path=/Public/docs/report%201.pdf";
+const char kDownload[] = "/sharelink.cgi?func=download&path=/Public/docs/report%201.pdf";
 
 TEST_F(WebTest, FullDownloadCarriesItsHeadersAndEveryByte) {
   Response r = get(kDownload);
@@ -133,7 +135,7 @@ TEST_F(WebTest, RefusedRangesGet416WithoutABody) {
     EXPECT_EQ("", r.body) << range;
   }
   put("/docs/empty.txt", "");
-  Response r = get("/cgi-bin/sharelink.cgi?func=download&path=/Public/docs/empty.txt",
+  Response r = get("/sharelink.cgi?func=download&path=/Public/docs/empty.txt",
                    {"-H", "Range: bytes=0-"});
   EXPECT_EQ(416, r.status);
   EXPECT_EQ("bytes 0-18446744073709551615/0", r.header("content-range"));
@@ -160,7 +162,7 @@ TEST_F(WebTest, LastModifiedSentBackGets304) {
 }
 
 TEST_F(WebTest, MimeTableMatchesTheOperatorCommand) {
-  Response r = get("/cgi-bin/sharelink.cgi?func=mime_table");
+  Response r = get("/sharelink.cgi?func=mime_table");
   EXPECT_EQ(200, r.status);
   EXPECT_EQ("application/json; charset=\"UTF-8\"", r.header("content-type"));
   RunResult ctl = run_program(ctl_binary(), {"mime"}, root_);
@@ -188,7 +190,7 @@ int count_tables(const std::string& file) {
 }
 
 TEST_F(WebTest, RelocationIsForTheAdministratorOnly) {
-  const std::string target = "/secure/sharelink.cgi?func=set_share_link_db&share_link_db=/share/VOL1/.db/new.db";
+  const std::string target = "/sharelink.cgi?func=set_share_link_db&share_link_db=/share/VOL1/.db/new.db";
   const std::string before = config();
   Response bob = get(target, {"-u", "bob:bob-pw"});
   EXPECT_EQ(200, bob.status);
@@ -207,7 +209,7 @@ TEST_F(WebTest, RelocationIsForTheAdministratorOnly) {
 
   // A folder that does not exist: refused, the configuration stays.
   const std::string kept = config();
-  Response missing = get("/secure/sharelink.cgi?func=set_share_link_db&share_link_db=/share/NOPE/x.db",
+  Response missing = get("/sharelink.cgi?func=set_share_link_db&share_link_db=/share/NOPE/x.db",
                          {"-u", "admin:admin-pw"});
   EXPECT_NE(std::string::npos, missing.body.find("\"status\": 20,"));
   EXPECT_EQ(kept, config());
@@ -217,7 +219,7 @@ TEST_F(WebTest, TranscodedVariantIsAnAttachment) {
   root_.mkdirs(std::string(kSharePath) + "/v/.@__thumb/transcode");
   put("/v/a-b;c.mp4", "original video");
   put("/v/.@__thumb/transcode/a-b;c.mp4.ipad720p", "the 720p variant bytes");
-  const std::string target = "/cgi-bin/sharelink.cgi?func=transcode&path=/Public/v/a-b%3Bc.mp4&variant=mp4_720";
+  const std::string target = "/sharelink.cgi?func=transcode&path=/Public/v/a-b%3Bc.mp4&variant=mp4_720";
   Response r = get(target);
   EXPECT_EQ(200, r.status) << r.head;
   EXPECT_EQ("attachment; filename=\"a-b%3Bc.mp4\"; filename*=utf-8''a-b%3Bc.mp4",
@@ -235,23 +237,62 @@ TEST_F(WebTest, TranscodedVariantIsAnAttachment) {
   EXPECT_EQ("video/mp4", part.header("content-type"));
   EXPECT_EQ("720p", part.body);
 
-  Response absent = get("/cgi-bin/sharelink.cgi?func=transcode&path=/Public/v/a-b%3Bc.mp4&variant=mp4_480");
+  Response absent = get("/sharelink.cgi?func=transcode&path=/Public/v/a-b%3Bc.mp4&variant=mp4_480");
   EXPECT_NE(std::string::npos, absent.body.find("\"status\": 20,"));
 }
 
 TEST_F(WebTest, UnknownRequestsAndMissingFilesGetAStatusReply) {
   const std::string reply20 =
       "{ \"version\": \"6.0.1.6963\", \"build\": \"20250804\", \"status\": 20, \"success\": \"true\" }\n";
-  for (const char* target : {"/cgi-bin/sharelink.cgi", "/cgi-bin/sharelink.cgi?func=nothing",
-                             "/cgi-bin/sharelink.cgi?func=download",
-                             "/cgi-bin/sharelink.cgi?func=download&path=/Public/docs/none.pdf",
-                             "/cgi-bin/sharelink.cgi?func=download&path=/Public/docs",
-                             "/cgi-bin/sharelink.cgi?func=download&path=/Nowhere/a.txt"}) {
+  for (const char* target : {"/sharelink.cgi", "/sharelink.cgi?func=nothing",
+                             "/sharelink.cgi?func=download",
+                             "/sharelink.cgi?func=download&path=/Public/docs/none.pdf",
+                             "/sharelink.cgi?func=download&path=/Public/docs",
+                             "/sharelink.cgi?func=download&path=/Nowhere/a.txt"}) {
     Response r = get(target);
     EXPECT_EQ(200, r.status) << target;
     EXPECT_EQ("application/json; charset=\"UTF-8\"", r.header("content-type")) << target;
     EXPECT_EQ(reply20, r.body) << target;
   }
+}
+
+// The server asks for credentials before the program runs; with them the
+// file comes, with wrong ones it does not.
+TEST_F(WebTest, CredentialsAreAskedBeforeTheProgramRuns) {
+  Response anonymous = get(kDownload, {"--anonymous"});
+  EXPECT_EQ(401, anonymous.status) << anonymous.head;
+  EXPECT_NE(std::string::npos, anonymous.header("www-authenticate").find("Basic"));
+  EXPECT_EQ(std::string::npos, anonymous.body.find(report_.substr(0, 64)));
+  Response wrong = get(kDownload, {"-u", "admin:wrong"});
+  EXPECT_EQ(401, wrong.status);
+  Response bob = get(kDownload, {"-u", "bob:bob-pw"});
+  EXPECT_EQ(200, bob.status);
+  EXPECT_TRUE(bob.body == report_);
+}
+
+// The two hostile requests through the server: a download that climbs out
+// of a remote folder and a relocation that climbs out of a volume with
+// force_delete. The files they aim at lie outside the appliance root.
+TEST_F(WebTest, HostileRequestsGetNeitherTheFileNorTheDeletion) {
+  ApplianceRoot outside;
+  outside.write("/outside.txt", "the outside secret");
+  outside.write("/victim", "victim");
+  root_.write("/etc/config/remote_folder.conf", "[1]\nName = rf\nLocal Path = /share/VOL1/rf\n");
+  root_.mkdirs("/share/VOL1/rf");
+  std::string up;
+  for (char c : root_.dir() + "/share/VOL1/rf") {
+    if (c == '/') up += "../";
+  }
+  const std::string before = config();
+  Response download = get("/sharelink.cgi?func=download&path=/remote:1@rf/" + up +
+                          outside.dir().substr(1) + "/outside.txt");
+  EXPECT_EQ(std::string::npos, download.body.find("the outside secret"));
+  EXPECT_NE(std::string::npos, download.body.find("\"status\": 20,")) << download.body;
+  Response relocation = get("/sharelink.cgi?func=set_share_link_db&force_delete=1&share_link_db=/share/VOL1/" +
+                            up.substr(3) + outside.dir().substr(1) + "/victim");
+  EXPECT_NE(std::string::npos, relocation.body.find("\"status\": 20,")) << relocation.body;
+  EXPECT_EQ("victim", outside.read("/victim"));
+  EXPECT_EQ(before, config());
 }
 
 // Run directly as the web server would, with any query string: the program
@@ -275,6 +316,7 @@ TEST(CgiProgram, AnyQueryStringGetsAnAnswer) {
   for (const std::string& q : queries) {
     RunResult r = run_program(cgi_binary(), {}, root,
                               {{"QUERY_STRING", q},
+                               {"REMOTE_USER", "admin"},
                                {"REQUEST_METHOD", "GET"},
                                {"HTTP_RANGE", "bytes=99999999999999999999999999-,"},
                                {"HTTP_IF_MODIFIED_SINCE", "garbage"}});

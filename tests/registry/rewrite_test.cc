@@ -1,6 +1,8 @@
 // Failures at the end of a registry rewrite: the registry stays whole and no
 // companion file is left behind.
 #include <dirent.h>
+#include <sys/stat.h>
+#include <unistd.h>
 #include <gtest/gtest.h>
 
 #include <cerrno>
@@ -28,6 +30,16 @@ int failing_rename(const char*, const char*) {
 }
 int failing_fsync(int) {
   errno = EIO;
+  return -1;
+}
+// A disk that fails every write, or every flush, with g_errno.
+int g_errno = 0;
+size_t full_fwrite(const void*, size_t, size_t, FILE*) {
+  errno = g_errno;
+  return 0;
+}
+int failing_fsync_errno(int) {
+  errno = g_errno;
   return -1;
 }
 // Fails the write of the line that holds "B2".
@@ -65,8 +77,11 @@ class RewriteTest : public ::testing::Test {
   }
   void expect_registry_untouched() {
     EXPECT_EQ(registry, root.read(kShareRegistryPath));
-    EXPECT_EQ(std::set<std::string>{"shareFileEx.ini"}, config_files());
+    EXPECT_EQ(kAlone, config_files());
   }
+
+  // The registry and its lock file, nothing else.
+  const std::set<std::string> kAlone = {"shareFileEx.ini", "shareFileEx.ini.lock"};
 
   ApplianceRoot root;
   ScopedEnv env{{{"SHARELINK_ROOT", root.dir()}}};
@@ -80,7 +95,7 @@ class RewriteTest : public ::testing::Test {
 TEST_F(RewriteTest, RefreshSucceedsWithoutLeftovers) {
   EXPECT_EQ(1, refresh_registry());
   EXPECT_EQ(registry.substr(0, registry.rfind("C3")), root.read(kShareRegistryPath));
-  EXPECT_EQ(std::set<std::string>{"shareFileEx.ini"}, config_files());
+  EXPECT_EQ(kAlone, config_files());
 }
 
 TEST_F(RewriteTest, FailedRenameAtTheEndOfARefresh) {
@@ -94,7 +109,7 @@ TEST_F(RewriteTest, FailedFlushAtTheEndOfARefresh) {
   EXPECT_EQ(-1, refresh_registry());
   expect_registry_untouched();
   ASSERT_EQ(1u, g_syslog.size());
-  EXPECT_EQ(0u, g_syslog[0].find("ERROR: [load_registry][fsync]data=/etc/config/tmp"));
+  EXPECT_EQ(0u, g_syslog[0].find("ERROR: [load_registry][fsync]data=/etc/config/shareFileEx.ini.tmp"));
 }
 
 TEST_F(RewriteTest, AFailedLineIsReportedAndTheRefreshAbandoned) {
@@ -125,6 +140,70 @@ TEST_F(RewriteTest, FailedRenameOfTheLineRewriteRemovesTheTemporaryFile) {
   os.rename = failing_rename;
   EXPECT_EQ(-1, rewrite_registry_link());
   expect_registry_untouched();
+}
+
+// Every writer on a disk that fails: the first failed write or flush ends
+// the rewrite with one report, the registry stays, no companion is left.
+TEST_F(RewriteTest, FailingDiskEndsEachRewriteWithOneReport) {
+  static char input[] = "http://h:80/share.cgi?ssid=A1";
+  struct Writer {
+    const char* name;
+    int (*run)();
+  };
+  const Writer writers[] = {{"refresh", load_registry},
+                            {"mode 2", delete_registry_links},
+                            {"mode 4", rewrite_registry_link}};
+  struct Fault {
+    const char* name;
+    bool on_write;
+    int err;
+    const char* report;
+  };
+  const Fault faults[] = {{"write ENOSPC", true, ENOSPC, "][fwrite]data="},
+                          {"write EIO", true, EIO, "][fwrite]data="},
+                          {"fsync ENOSPC", false, ENOSPC, "][fsync]data=/etc/config/shareFileEx.ini."},
+                          {"fsync EIO", false, EIO, "][fsync]data=/etc/config/shareFileEx.ini."}};
+  for (const Writer& w : writers) {
+    for (const Fault& f : faults) {
+      SCOPED_TRACE(std::string(w.name) + ", " + f.name);
+      g_syslog.clear();
+      g_errno = f.err;
+      g_run_context.edit_input = input;
+      g_run_context.edit_input_len = static_cast<int32_t>(strlen(input));
+      g_run_context.new_expire = 1;
+      if (f.on_write) {
+        os.fwrite = full_fwrite;
+      } else {
+        os.fsync = failing_fsync_errno;
+      }
+      EXPECT_EQ(-1, w.run());
+      os_reset();
+      expect_registry_untouched();
+      ASSERT_EQ(1u, g_syslog.size());
+      EXPECT_NE(std::string::npos, g_syslog[0].find(f.report)) << g_syslog[0];
+      EXPECT_NE(std::string::npos, g_syslog[0].find("(" + std::to_string(f.err) + ":" + strerror(f.err) + ")"))
+          << g_syslog[0];
+    }
+  }
+}
+
+// A rewrite keeps the registry's mode; the leftovers of killed writers go,
+// files of other names stay.
+TEST_F(RewriteTest, RewriteKeepsTheModeAndRemovesOnlyLeftovers) {
+  ASSERT_EQ(0, chmod(root.path(kShareRegistryPath).c_str(), 0600));
+  for (const char* name : {"shareFileEx.ini.tmpAb12Cd", "shareFileEx.ini.del", "tmpAb12Cd",
+                           "shareFileEx.ini.tmpAb12Cde", "shareFileEx.ini.old", "share.ini.tmpAb12Cd"}) {
+    root.write(std::string("/etc/config/") + name, "left\n");
+  }
+  EXPECT_EQ(1, refresh_registry());
+  struct stat st;
+  ASSERT_EQ(0, stat(root.path(kShareRegistryPath).c_str(), &st));
+  EXPECT_EQ(0600u, st.st_mode & 07777);
+  EXPECT_EQ(getuid(), st.st_uid);
+  EXPECT_EQ((std::set<std::string>{"shareFileEx.ini", "shareFileEx.ini.lock", "tmpAb12Cd",
+                                   "shareFileEx.ini.tmpAb12Cde", "shareFileEx.ini.old",
+                                   "share.ini.tmpAb12Cd"}),
+            config_files());
 }
 
 }  // namespace

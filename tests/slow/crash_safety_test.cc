@@ -110,7 +110,9 @@ class CrashSafety : public ::testing::Test {
     std::vector<std::string> names;
     while (dirent* e = readdir(d)) {
       std::string name = e->d_name;
-      if (name != "." && name != ".." && name != "shareFileEx.ini") names.push_back(name);
+      if (name != "." && name != ".." && name != "shareFileEx.ini" && name != "shareFileEx.ini.lock") {
+        names.push_back(name);
+      }
     }
     closedir(d);
     for (const auto& name : names) {
