@@ -11,5 +11,3 @@ std::string slt_data_dir() {
   if (env != nullptr && *env != '\0') return env;
   return SLT_SOURCE_DATA_DIR;
 }
-
-std::string slt_data_file(const char* name) { return slt_data_dir() + "/" + name; }

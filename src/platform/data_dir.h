@@ -12,7 +12,4 @@
 // empty, wins over every other place.
 std::string slt_data_dir();
 
-// slt_data_dir() + "/" + name.
-std::string slt_data_file(const char* name);
-
 #endif  // SLT_PLATFORM_DATA_DIR_H_
