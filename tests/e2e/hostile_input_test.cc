@@ -65,6 +65,10 @@ enum RegistryRule {
 };
 
 struct Case {
+  Case(std::string n, std::vector<std::string> a, int s, RegistryRule r = kUnchanged, std::string content = "",
+       bool del = false, int sent = 0)
+      : name(std::move(n)), args(std::move(a)), status(s), registry(r), rewritten(std::move(content)),
+        may_leave_del(del), messages(sent) {}
   std::string name;
   std::vector<std::string> args;
   int status;

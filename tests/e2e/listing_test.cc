@@ -142,7 +142,7 @@ TEST_F(ListingTest, DisplayPathsOfTeamFoldersSyncFoldersAndBareNames) {
                 row("K2", "Mirra", "gone", url("K2"), "gone", "ann") +
                 row("K3", "Mirra/work", "b.txt", url("K3"), "b.txt", "ann") +
                 row("K4", ".", "noslash.txt", url("K4"), "bare", "ann") +
-                row("K5", "/share", "Public", url("K5"), "Public", "ann") +
+                row("K5", "/share", "Public", url("K5"), ".", "ann") +
                 "\t</data>\n\t<ret>0</ret>\n",
             r.out);
 }

@@ -63,25 +63,18 @@ const char kInsertLink[] =
     "?12, ?13, COALESCE(?14, CURRENT_DATE), COALESCE(?15, CURRENT_TIME), ?16, ?17, ?18, ?19);";
 
 void bind_link(Stmt& s, const FixtureLink& l) {
-  s.text(1, l.pkey);
-  s.text(2, l.host);
-  s.integer(3, l.ssl);
-  s.text(4, l.sharefile);
-  s.text(5, l.useraddr);
-  s.text(6, l.filesize);
-  s.integer(7, l.createtic);
-  s.integer(8, l.expire);
-  s.text(9, l.creator);
-  s.text(10, l.accesscode);
-  s.integer(11, l.download_count);
-  s.integer(12, l.download_limit);
-  s.text(13, l.misc);
-  s.text_or_null(14, l.create_date);
-  s.text_or_null(15, l.create_time);
-  s.text(16, l.title);
-  s.text(17, l.description);
-  s.integer(18, l.type);
-  s.text(19, l.link_name);
+  int i = 0;
+  for (const std::string* t : {&l.pkey, &l.host}) s.text(++i, *t);
+  s.integer(++i, l.ssl);
+  for (const std::string* t : {&l.sharefile, &l.useraddr, &l.filesize}) s.text(++i, *t);
+  for (int v : {l.createtic, l.expire}) s.integer(++i, v);
+  for (const std::string* t : {&l.creator, &l.accesscode}) s.text(++i, *t);
+  for (int v : {l.download_count, l.download_limit}) s.integer(++i, v);
+  s.text(++i, l.misc);
+  for (const std::string* t : {&l.create_date, &l.create_time}) s.text_or_null(++i, *t);
+  for (const std::string* t : {&l.title, &l.description}) s.text(++i, *t);
+  s.integer(++i, l.type);
+  s.text(++i, l.link_name);
 }
 
 }  // namespace
