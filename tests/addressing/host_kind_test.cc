@@ -91,24 +91,16 @@ TEST_F(HostTable, ResolvesStoredHostTexts) {
     const char* host;
     int kind;
   } cases[] = {
-      {":1", "203.0.113.7", 1},
-      {":2", "box.vexarelay.example", 2},
-      {":3", "home.dyn.example,alt.dyn.example", 3},
-      {":3:alt.dyn.example", "alt.dyn.example", 3},
-      {":4", "192.168.1.10", 4},
-      {":5", "192.168.1.11", 5},
-      {":14", "192.168.1.17", 14},
-      {":15", "fe80::1", 15},
-      {":16", "fe80::2", 16},
-      {":20", "192.168.1.10", 20},
-      {":6", "nas.local", 6},
-      {":21", "nas.local", 21},
+      {":1", "203.0.113.7", 1}, {":2", "box.vexarelay.example", 2},
+      {":3", "home.dyn.example,alt.dyn.example", 3}, {":3:alt.dyn.example", "alt.dyn.example", 3},
+      {":4", "192.168.1.10", 4}, {":5", "192.168.1.11", 5},
+      {":14", "192.168.1.17", 14}, {":15", "fe80::1", 15},
+      {":16", "fe80::2", 16}, {":20", "192.168.1.10", 20},
+      {":6", "nas.local", 6}, {":21", "nas.local", 21},
       {":10:Box.Example", "Box.Example", 10},
       {":11:https://x.example/", "https://x.example/", 11},
-      {":0:h.example", "h.example", 0},
-      {":0:h.example:81:x", "h.example:81", 0},
-      {":0", "nas.local", 0},
-      {":99", "nas.local", 0},
+      {":0:h.example", "h.example", 0}, {":0:h.example:81:x", "h.example:81", 0},
+      {":0", "nas.local", 0}, {":99", "nas.local", 0},
       {"[fe80::1]:443", "nas.local", 0},
   };
   for (const Case& c : cases) {
@@ -130,15 +122,11 @@ TEST_F(HostTable, ClassifiesTheOutputItselfWithoutText) {
     const char* host;
     int kind;
   } cases[] = {
-      {"", "nas.local", 6},
-      {"203.0.113.7", "203.0.113.7", 1},
+      {"", "nas.local", 6}, {"203.0.113.7", "203.0.113.7", 1},
       {"box.vexarelay.example", "box.vexarelay.example", 2},
-      {"ALT.dyn.example", "ALT.dyn.example", 3},
-      {"192.168.1.10", "192.168.1.10", 4},
-      {"fe80::2", "fe80::2", 16},
-      {"192.168.1.12", "192.168.1.12", 7},
-      {"192.168.1.1", "192.168.1.1", 6},
-      {"unknown.example", "unknown.example", 0},
+      {"ALT.dyn.example", "ALT.dyn.example", 3}, {"192.168.1.10", "192.168.1.10", 4},
+      {"fe80::2", "fe80::2", 16}, {"192.168.1.12", "192.168.1.12", 7},
+      {"192.168.1.1", "192.168.1.1", 6}, {"unknown.example", "unknown.example", 0},
   };
   for (const Case& c : cases) {
     int kind = -1;
