@@ -162,6 +162,12 @@ TEST_F(Mail, ComposeResultFollowsTheLastPassAndTheFirstFailure) {
   EXPECT_FALSE(sent(3));
 }
 
+TEST_F(Mail, LookupFailsWhenTheStoreCannotBeOpened) {
+  root_.mkdirs(store_file(root_).substr(root_.dir().size()));  // a folder where the store should be
+  char url[64] = "";
+  EXPECT_EQ(-1, get_share_link("AAA", url, sizeof url, nullptr));
+}
+
 TEST_F(Mail, LookupPurgesExpiredLinksAndPausesOnlyThen) {
   static std::vector<useconds_t> pauses;
   pauses.clear();
