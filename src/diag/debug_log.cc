@@ -130,8 +130,6 @@ int set_debug_modules(char* list) {
 
 void set_debug_level(int level) { state().level = level; }
 int debug_level() { return state().level; }
-uint32_t debug_mask() { return state().mask; }
-int debug_destination() { return state().destination; }
 
 void configure_debug_log_from_env() {
   const char* level = getenv("SHARELINK_DEBUG_LEVEL");

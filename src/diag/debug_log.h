@@ -30,8 +30,6 @@ int set_debug_modules(char* list);
 
 void set_debug_level(int level);
 int debug_level();
-uint32_t debug_mask();
-int debug_destination();
 
 // Deployment hook: SHARELINK_DEBUG_LEVEL (a number), SHARELINK_DEBUG_MODULES
 // (a module list) and SHARELINK_DEBUG_FILE (an appliance path, selects the

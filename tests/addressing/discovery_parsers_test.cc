@@ -24,7 +24,7 @@ TEST(CloudClient, CopiesNonEmptyOutputWhole) {
   EXPECT_STREQ("1.2.3.4", out);  // cut at the limit, not at the line end
 }
 
-TEST(Ddns, KeepsEnabledProvidersAndInheritsTheirAddress) {
+TEST(Ddns, KeepsEnabledProvidersInheritsTheirAddressWithinBounds) {
   HostAddressTable t = empty_table();
   EXPECT_EQ(0, parse_ddns_config(
                    R"({"a":{"enable":"1","ip4":"198.51.100.2","hostname":"one.example, two.example"},)"
@@ -47,10 +47,9 @@ TEST(Ddns, KeepsEnabledProvidersAndInheritsTheirAddress) {
   EXPECT_EQ(-ESRCH, parse_ddns_config("", &t));
   EXPECT_EQ(-1, parse_ddns_config("[1,2]", &t));
   EXPECT_EQ(-1, parse_ddns_config("not json", &t));
-}
 
-TEST(Ddns, BoundsEntriesAndTheNameList) {
-  HostAddressTable t = empty_table();
+  // Nothing beyond the 16th entry; a name that would overflow the list stops the scan.
+  t = empty_table();
   std::string names;
   for (int i = 0; i < 20; ++i) names += "h" + std::to_string(i) + " ";
   std::string long_name(2040, 'x');
@@ -58,8 +57,8 @@ TEST(Ddns, BoundsEntriesAndTheNameList) {
                      R"("b":{"enable":"1","hostname":")" + long_name + R"("},)" +
                      R"("c":{"enable":"1","hostname":"late.example"}})";
   EXPECT_EQ(0, parse_ddns_config(text.c_str(), &t));
-  EXPECT_STREQ("h15", t.ddns_list[15].hostname);  // nothing beyond the 16th entry
-  EXPECT_EQ(names, t.ddns_hn_list);  // the long name would overflow: the scan stopped
+  EXPECT_STREQ("h15", t.ddns_list[15].hostname);
+  EXPECT_EQ(names, t.ddns_hn_list);
 }
 
 TEST(HostPort, RemovesOnlyRealPorts) {
@@ -87,7 +86,7 @@ TEST(HostPort, RemovesOnlyRealPorts) {
   }
 }
 
-TEST(Interfaces, AcceptsAtMostNineLeadingBlanks) {
+TEST(Interfaces, AtMostNineLeadingBlanksEntriesWithinTheirBounds) {
   HostAddressTable t = empty_table();
   const char* text =
       "\t\t  \t  \t {\"data\":{\"eth0\":{\"IPv4\":[{\"ip\":\"192.168.1.10\"}],"
@@ -102,11 +101,10 @@ TEST(Interfaces, AcceptsAtMostNineLeadingBlanks) {
   EXPECT_EQ(-1, parse_interface_status("{\"data\":{}}", &u, 0));
   EXPECT_EQ(-1, parse_interface_status("{\"data\":[1]}", &u, 0));
   EXPECT_STREQ("", u.local_ip_list);
-}
 
-TEST(Interfaces, ElementWithoutItsKeyEndsTheListScanButStillGivesAnEntry) {
-  HostAddressTable t = empty_table();
-  const char* text =
+  // An element without its key ends the list's scan but still gives an entry.
+  t = empty_table();
+  text =
       R"({"data":{"eth0":{"IPv4":[{"ip":"10.0.0.1"},{"mask":"255.0.0.0"},{"ip":"10.0.0.2"}]},)"
       R"("eth1":null,"eth2":{"IPv4":[{"ip":"10.0.0.9"}]}}})";
   EXPECT_EQ(3, parse_interface_status(text, &t, 0));
@@ -114,16 +112,15 @@ TEST(Interfaces, ElementWithoutItsKeyEndsTheListScanButStillGivesAnEntry) {
   EXPECT_STREQ("", t.ip_list[1].ip_addr);  // and the pass stops at the null member
   EXPECT_STREQ("10.0.0.2", t.ip_list[2].ip_addr);
   EXPECT_STREQ("", t.ip_list[3].ip_addr);
-}
 
-TEST(Interfaces, StoresNoEntryBeyondTheSixteenth) {
-  std::string text = R"({"data":{"eth0":{"IPv4":[)";
-  for (int i = 0; i < 40; ++i) text += std::string(i ? "," : "") + R"({"ip":"10.0.0.)" + std::to_string(i) + "\"}";
-  text += "]}}}";
-  HostAddressTable t = empty_table();
-  EXPECT_EQ(16, parse_interface_status(text.c_str(), &t, 1));
+  // No entry beyond the sixteenth; the list is cut at its bound.
+  std::string many = R"({"data":{"eth0":{"IPv4":[)";
+  for (int i = 0; i < 40; ++i) many += std::string(i ? "," : "") + R"({"ip":"10.0.0.)" + std::to_string(i) + "\"}";
+  many += "]}}}";
+  t = empty_table();
+  EXPECT_EQ(16, parse_interface_status(many.c_str(), &t, 1));
   EXPECT_STREQ("10.0.0.14", t.ip_list[15].ip_addr);
-  EXPECT_EQ(255u, strlen(t.local_ip_list));  // the list is cut at its bound
+  EXPECT_EQ(255u, strlen(t.local_ip_list));
 }
 
 TEST(DeviceStatus, ReadsCodeAndResult) {

@@ -91,24 +91,16 @@ TEST_F(HostTable, ResolvesStoredHostTexts) {
     const char* host;
     int kind;
   } cases[] = {
-      {":1", "203.0.113.7", 1},
-      {":2", "box.vexarelay.example", 2},
-      {":3", "home.dyn.example,alt.dyn.example", 3},
-      {":3:alt.dyn.example", "alt.dyn.example", 3},
-      {":4", "192.168.1.10", 4},
-      {":5", "192.168.1.11", 5},
-      {":14", "192.168.1.17", 14},
-      {":15", "fe80::1", 15},
-      {":16", "fe80::2", 16},
-      {":20", "192.168.1.10", 20},
-      {":6", "nas.local", 6},
-      {":21", "nas.local", 21},
+      {":1", "203.0.113.7", 1}, {":2", "box.vexarelay.example", 2},
+      {":3", "home.dyn.example,alt.dyn.example", 3}, {":3:alt.dyn.example", "alt.dyn.example", 3},
+      {":4", "192.168.1.10", 4}, {":5", "192.168.1.11", 5},
+      {":14", "192.168.1.17", 14}, {":15", "fe80::1", 15},
+      {":16", "fe80::2", 16}, {":20", "192.168.1.10", 20},
+      {":6", "nas.local", 6}, {":21", "nas.local", 21},
       {":10:Box.Example", "Box.Example", 10},
       {":11:https://x.example/", "https://x.example/", 11},
-      {":0:h.example", "h.example", 0},
-      {":0:h.example:81:x", "h.example:81", 0},
-      {":0", "nas.local", 0},
-      {":99", "nas.local", 0},
+      {":0:h.example", "h.example", 0}, {":0:h.example:81:x", "h.example:81", 0},
+      {":0", "nas.local", 0}, {":99", "nas.local", 0},
       {"[fe80::1]:443", "nas.local", 0},
   };
   for (const Case& c : cases) {
@@ -130,15 +122,11 @@ TEST_F(HostTable, ClassifiesTheOutputItselfWithoutText) {
     const char* host;
     int kind;
   } cases[] = {
-      {"", "nas.local", 6},
-      {"203.0.113.7", "203.0.113.7", 1},
+      {"", "nas.local", 6}, {"203.0.113.7", "203.0.113.7", 1},
       {"box.vexarelay.example", "box.vexarelay.example", 2},
-      {"ALT.dyn.example", "ALT.dyn.example", 3},
-      {"192.168.1.10", "192.168.1.10", 4},
-      {"fe80::2", "fe80::2", 16},
-      {"192.168.1.12", "192.168.1.12", 7},
-      {"192.168.1.1", "192.168.1.1", 6},
-      {"unknown.example", "unknown.example", 0},
+      {"ALT.dyn.example", "ALT.dyn.example", 3}, {"192.168.1.10", "192.168.1.10", 4},
+      {"fe80::2", "fe80::2", 16}, {"192.168.1.12", "192.168.1.12", 7},
+      {"192.168.1.1", "192.168.1.1", 6}, {"unknown.example", "unknown.example", 0},
   };
   for (const Case& c : cases) {
     int kind = -1;
@@ -151,46 +139,36 @@ TEST_F(HostTable, ClassifiesTheOutputItselfWithoutText) {
   EXPECT_EQ(6, kind);
 }
 
-TEST_F(HostTable, FormatsTheFourUrlForms) {
-  char out[64] = "untouched";
-  format_share_url(out, sizeof out, 1, "h", "81", "S", "F");
-  EXPECT_STREQ("https://h:81/share.cgi?ssid=S&fid=F", out);
-  format_share_url(out, sizeof out, 0, "h", "81", "S", "");
-  EXPECT_STREQ("http://h:81/share.cgi?ssid=S", out);
-  format_share_url(out, sizeof out, 2, "h", nullptr, "S", "F");
-  EXPECT_STREQ("http://h/share.cgi?ssid=S&fid=F", out);
-  format_share_url(out, sizeof out, 1, "", "", "S", nullptr);
-  EXPECT_STREQ("https:///share.cgi?ssid=S", out);
-  format_share_url(out, sizeof out, 1, nullptr, "", "T", nullptr);
-  format_share_url(out, sizeof out, 1, "h", "", nullptr, nullptr);
-  EXPECT_STREQ("https:///share.cgi?ssid=S", out);
-  format_share_url(out, 12, 0, "h", "", "S", nullptr);
-  EXPECT_STREQ("http://h/sh", out);
-}
-
 TEST_F(HostTable, ChoosesPortsByHostKind) {
-  std::string port;
-  EXPECT_EQ("https://192.168.1.10/share.cgi?ssid=S1", link(1, "192.168.1.10", nullptr, &port));
-  EXPECT_EQ("443", port);
-  EXPECT_EQ("http://192.168.1.11:8080/share.cgi?ssid=S1", link(0, "192.168.1.11", nullptr, &port));
-  EXPECT_EQ("8080", port);
-  EXPECT_EQ("http://192.168.1.10:8080/share.cgi?ssid=S1&fid=F9", link(0, ":4", "F9"));
-  EXPECT_EQ("https://203.0.113.7:10443/share.cgi?ssid=S1", link(1, ":1", nullptr, &port));
-  EXPECT_EQ("10443", port);
-  EXPECT_EQ("http://home.dyn.example:18080/share.cgi?ssid=S1", link(0, "home.dyn.example"));
-  EXPECT_EQ("https://box.vexarelay.example:10443/share.cgi?ssid=S1", link(1, ":2"));
-  EXPECT_EQ("http://nas.local:18080/share.cgi?ssid=S1", link(0, "nas.local"));
-  EXPECT_EQ("http://nas.local:18080/share.cgi?ssid=S1", link(0, "nas.local:18080"));
-  EXPECT_EQ("http://nas.local:18080/share.cgi?ssid=S1", link(0, nullptr));
-  EXPECT_EQ("https://box.example/share.cgi?ssid=S1", link(1, ":10:box.example", nullptr, &port));
-  EXPECT_EQ("10443", port);
-  EXPECT_EQ("https://x.example/dl?ssid=Z", link(1, ":11:https://x.example/dl?ssid=Z"));
-  EXPECT_EQ("https://x.example/dl", link(1, "https://x.example/dl"));
-  EXPECT_EQ("http://Box.Example/share.cgi?ssid=S1", link(0, ":21:Box.Example"));
-  EXPECT_EQ("http://box.example:18080/share.cgi?ssid=S1", link(0, ":0:Box.Example"));
-  EXPECT_EQ("http://n18080.example/share.cgi?ssid=S1", link(0, ":0:N18080.example"));
-  EXPECT_EQ("http://fe80::2:18080/share.cgi?ssid=S1", link(0, ":16"));
-
+  struct {
+    int ssl;
+    const char* host;
+    const char* fid;
+    const char* url;
+    const char* port;  // null: not checked
+  } cases[] = {
+      {1, "192.168.1.10", nullptr, "https://192.168.1.10/share.cgi?ssid=S1", "443"},
+      {0, "192.168.1.11", nullptr, "http://192.168.1.11:8080/share.cgi?ssid=S1", "8080"},
+      {0, ":4", "F9", "http://192.168.1.10:8080/share.cgi?ssid=S1&fid=F9", nullptr},
+      {1, ":1", nullptr, "https://203.0.113.7:10443/share.cgi?ssid=S1", "10443"},
+      {0, "home.dyn.example", nullptr, "http://home.dyn.example:18080/share.cgi?ssid=S1", nullptr},
+      {1, ":2", "", "https://box.vexarelay.example:10443/share.cgi?ssid=S1", nullptr},
+      {0, "nas.local", nullptr, "http://nas.local:18080/share.cgi?ssid=S1", nullptr},
+      {0, "nas.local:18080", nullptr, "http://nas.local:18080/share.cgi?ssid=S1", nullptr},
+      {0, nullptr, nullptr, "http://nas.local:18080/share.cgi?ssid=S1", nullptr},
+      {1, ":10:box.example", nullptr, "https://box.example/share.cgi?ssid=S1", "10443"},
+      {1, ":11:https://x.example/dl?ssid=Z", nullptr, "https://x.example/dl?ssid=Z", nullptr},
+      {1, "https://x.example/dl", nullptr, "https://x.example/dl", nullptr},
+      {0, ":21:Box.Example", nullptr, "http://Box.Example/share.cgi?ssid=S1", nullptr},
+      {0, ":0:Box.Example", nullptr, "http://box.example:18080/share.cgi?ssid=S1", nullptr},
+      {0, ":0:N18080.example", nullptr, "http://n18080.example/share.cgi?ssid=S1", nullptr},
+      {0, ":16", nullptr, "http://fe80::2:18080/share.cgi?ssid=S1", nullptr},
+  };
+  for (const auto& c : cases) {
+    std::string port;
+    EXPECT_EQ(c.url, link(c.ssl, c.host, c.fid, &port)) << (c.host ? c.host : "(null)");
+    EXPECT_EQ(c.port ? c.port : port, port) << c.host;
+  }
   // External and DDNS hosts keep the external port even when it is the default.
   g_host_address_table.extSslPort = 443;
   g_host_address_table.extPort = 80;
@@ -198,6 +176,10 @@ TEST_F(HostTable, ChoosesPortsByHostKind) {
   EXPECT_EQ("https://203.0.113.7:443/share.cgi?ssid=S1", link(1, "203.0.113.7"));
   EXPECT_EQ("http://alt.dyn.example:80/share.cgi?ssid=S1", link(0, ":3:alt.dyn.example"));
   EXPECT_EQ("https://192.168.1.10:8443/share.cgi?ssid=S1", link(1, ":4"));
+  // A buffer too small for the whole link gets a cut one.
+  char url[12];
+  compose_share_link(0, "h", "S", nullptr, url, sizeof url, nullptr, 0);
+  EXPECT_STREQ("http://h:80", url);
 }
 
 TEST_F(HostTable, RelayDomainsAlwaysCarryTheExternalPort) {

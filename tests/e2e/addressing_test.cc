@@ -1,14 +1,11 @@
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <map>
 #include <string>
 
-#include "sharelink_db/event_rows.h"
-#include "sharelink_db/store.h"
 #include "support/appliance.h"
+#include "support/store_fixture.h"
 
 namespace {
 
@@ -52,6 +49,16 @@ class Discover : public ::testing::Test {
                      "';; esac\n");
   }
 
+  // The relay service's answers, through the preloaded stand-in library.
+  static std::map<std::string, std::string> relay(const char* name, const char* enabled) {
+    std::string asan = getenv("ASAN_OPTIONS") ? getenv("ASAN_OPTIONS") : "";
+    return {{"LD_PRELOAD", SLT_TEST_VEXADDNS_LIB},
+            {"ASAN_OPTIONS", asan + ":verify_asan_link_order=0"},
+            {"SLT_TEST_RELAY_NAME", name},
+            {"SLT_TEST_RELAY_DOMAIN", "vexarelay.example"},
+            {"SLT_TEST_RELAY_ENABLED", enabled}};
+  }
+
   RunResult discover(std::map<std::string, std::string> env = {}) {
     if (env.count("HTTP_HOST") == 0) env["HTTP_HOST"] = "\x01unset";
     return run_program(ctl_binary(), {"discover"}, root_, env);
@@ -69,13 +76,9 @@ class Discover : public ::testing::Test {
 };
 
 TEST_F(Discover, PrintsTheWholeDocument) {
-  std::string asan = getenv("ASAN_OPTIONS") ? getenv("ASAN_OPTIONS") : "";
-  RunResult r = discover({{"HTTP_HOST", "example:8080"},
-                          {"LD_PRELOAD", SLT_TEST_VEXADDNS_LIB},
-                          {"ASAN_OPTIONS", asan + ":verify_asan_link_order=0"},
-                          {"SLT_TEST_RELAY_NAME", "box"},
-                          {"SLT_TEST_RELAY_DOMAIN", "vexarelay.example"},
-                          {"SLT_TEST_RELAY_ENABLED", "1"}});
+  std::map<std::string, std::string> env = relay("box", "1");
+  env["HTTP_HOST"] = "example:8080";
+  RunResult r = discover(env);
   ASSERT_EQ(0, r.status) << r.err;
   EXPECT_EQ(
       "{ \"status\": 1, \"myrelay_hn\": \"box.vexarelay.example\", "
@@ -112,17 +115,9 @@ TEST_F(Discover, PrintsTheWholeDocument) {
   EXPECT_EQ("get_device_status\n", root_.read("/tmp/device.args"));
 }
 
-TEST_F(Discover, RelayNameNeedsTheServiceEnabled) {
-  std::string asan = getenv("ASAN_OPTIONS") ? getenv("ASAN_OPTIONS") : "";
-  std::map<std::string, std::string> env = {{"LD_PRELOAD", SLT_TEST_VEXADDNS_LIB},
-                                            {"ASAN_OPTIONS", asan + ":verify_asan_link_order=0"},
-                                            {"SLT_TEST_RELAY_NAME", "box"},
-                                            {"SLT_TEST_RELAY_DOMAIN", "vexarelay.example"},
-                                            {"SLT_TEST_RELAY_ENABLED", "0"}};
-  EXPECT_EQ("\"\"", member(discover(env).out, "myrelay_hn"));
-  env["SLT_TEST_RELAY_ENABLED"] = "1";
-  env["SLT_TEST_RELAY_NAME"] = "bx";  // two characters are too short a name
-  EXPECT_EQ("\"\"", member(discover(env).out, "myrelay_hn"));
+TEST_F(Discover, RelayNameNeedsTheServiceEnabledAndThreeCharacters) {
+  EXPECT_EQ("\"\"", member(discover(relay("box", "0")).out, "myrelay_hn"));
+  EXPECT_EQ("\"\"", member(discover(relay("bx", "1")).out, "myrelay_hn"));
 }
 
 TEST_F(Discover, ExternalAddressFallsBackToIpv6) {
@@ -143,17 +138,6 @@ TEST_F(Discover, ExternalAddressFallsBackToIpv6) {
   EXPECT_EQ("\"\"", member(doc, "external_ip"));
   EXPECT_EQ("\"\"", member(doc, "ext_ip_list"));
   EXPECT_NE(std::string::npos, doc.find("\"ip_list\": [ { \"ip_addr\": \"192.168.1.10\""));
-}
-
-TEST_F(Discover, RequestHostLosesOnlyItsPort) {
-  const char* cases[][2] = {{"example:8080", "\"example\""},
-                            {"[fe80::1]:443", "\"[fe80::1]\""},
-                            {"fe80::1", "\"fe80::1\""},
-                            {"2001:db8::7:8080", "\"2001:db8::7\""}};
-  cloud_client("2001:db8::7", "");
-  for (const auto& c : cases) {
-    EXPECT_EQ(c[1], member(discover({{"HTTP_HOST", c[0]}}).out, "host_ip")) << c[0];
-  }
 }
 
 TEST_F(Discover, FailedSourcesLeaveTheirFieldsEmpty) {
@@ -179,32 +163,23 @@ TEST_F(Discover, FailedSourcesLeaveTheirFieldsEmpty) {
 
 // The link of a stored row, as the share mail composes it.
 TEST_F(Discover, UrlPrintsTheLinkOfAStoredKey) {
-  {
-    ScopedEnv env{{{"SHARELINK_ROOT", root_.dir()}}};
-    ASSERT_EQ(0, sf_create_tables());
-    const char* rows[][3] = {{"K1", ":10:box.example", "1"},
-                             {"K2", "192.168.1.11", "1"},
-                             {"K3", "alt.dyn.example", "0"},
-                             {"K4", ":0:Nas.Example", "0"}};
-    for (const auto& row : rows) {
-      ShareLinkRecord r;
-      memset(&r, 0, sizeof r);
-      snprintf(r.pkey, sizeof r.pkey, "%s", row[0]);
-      snprintf(r.host, sizeof r.host, "%s", row[1]);
-      r.ssl = row[2][0] - '0';
-      snprintf(r.sharefile, sizeof r.sharefile, "%s", "/Public/a.txt");
-      snprintf(r.creator, sizeof r.creator, "%s", "admin");
-      ASSERT_EQ(0, sf_event_insert(&r));
-    }
-  }
-  const char* expected[][2] = {{"K1", "https://box.example/share.cgi?ssid=K1\n"},
-                               {"K2", "https://192.168.1.11/share.cgi?ssid=K2\n"},
-                               {"K3", "http://alt.dyn.example:18080/share.cgi?ssid=K3\n"},
-                               {"K4", "http://nas.example:18080/share.cgi?ssid=K4\n"}};
-  for (const auto& e : expected) {
-    RunResult r = run_program(ctl_binary(), {"url", e[0]}, root_, {{"HTTP_HOST", "nas:8080"}});
+  make_store(root_);
+  const struct {
+    const char* key;
+    const char* host;
+    int ssl;
+    const char* url;
+  } cases[] = {{"K1", ":10:box.example", 1, "https://box.example/share.cgi?ssid=K1\n"},
+               {"K2", "192.168.1.11", 1, "https://192.168.1.11/share.cgi?ssid=K2\n"},
+               {"K3", "alt.dyn.example", 0, "http://alt.dyn.example:18080/share.cgi?ssid=K3\n"},
+               {"K4", ":0:Nas.Example", 0, "http://nas.example:18080/share.cgi?ssid=K4\n"}};
+  for (const auto& c : cases) {
+    FixtureLink l(c.key, c.host);
+    l.ssl = c.ssl;
+    insert_links(root_, {l});
+    RunResult r = run_program(ctl_binary(), {"url", c.key}, root_, {{"HTTP_HOST", "nas:8080"}});
     EXPECT_EQ(0, r.status) << r.err;
-    EXPECT_EQ(e[1], r.out);
+    EXPECT_EQ(c.url, r.out);
   }
   RunResult r = run_program(ctl_binary(), {"url", "NOPE"}, root_);
   EXPECT_EQ(1, r.status);

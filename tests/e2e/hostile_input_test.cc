@@ -15,6 +15,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <ostream>
+#include <regex>
 #include <set>
 #include <string>
 #include <utility>
@@ -64,21 +65,17 @@ enum RegistryRule {
 };
 
 struct Case {
-  Case(std::string n, std::vector<std::string> a, int s, RegistryRule r = kUnchanged,
-       std::string content = std::string(), bool del = false)
+  Case(std::string n, std::vector<std::string> a, int s, RegistryRule r = kUnchanged, std::string content = "",
+       bool del = false, int sent = 0)
       : name(std::move(n)), args(std::move(a)), status(s), registry(r), rewritten(std::move(content)),
-        may_leave_del(del) {}
+        may_leave_del(del), messages(sent) {}
   std::string name;
   std::vector<std::string> args;
   int status;
-  RegistryRule registry;
-  std::string rewritten;  // for kRewritten
-  bool may_leave_del;     // mode 2 stopped by an unreadable URL item
-  int messages = 0;       // mails handed to the mail program
-  Case&& sends(int n) && {
-    messages = n;
-    return std::move(*this);
-  }
+  RegistryRule registry = kUnchanged;
+  std::string rewritten;       // for kRewritten
+  bool may_leave_del = false;  // mode 2 stopped by an unreadable URL item
+  int messages = 0;            // mails handed to the mail program
 };
 
 // Test listings show the case's name rather than its bytes.
@@ -107,26 +104,26 @@ std::vector<Case> cases() {
   c.push_back({"mail_only_at", {"1", "", "", "", "@", "", "", "", ""}, 0});
   c.push_back({"mail_only_commas", {"1", "3", "0", ",,,,,", "a@b.example", "s", "m", "----"}, 0});
   c.push_back({"mail_many_commas", {"1", "3", "0", repeat(",", kMaxArg), "a@b.example", "s", "m", "l"}, 0});
-  c.push_back(Case{"mail_negative_count", {"1", "-5", "-1", "AbC", "a@b.example", "s", "m", "----"}, 0}.sends(1));
-  c.push_back(Case{"mail_count_beyond_32_bits",
-               {"1", "4294967297", "99999999999", "AbC,DeF", "a@b.example", "s", "m", "l1", "l2"}, 0}.sends(1));
+  c.push_back({"mail_negative_count", {"1", "-5", "-1", "AbC", "a@b.example", "s", "m", "----"}, 0, kUnchanged, "", false, 1});
+  c.push_back({"mail_count_beyond_32_bits",
+               {"1", "4294967297", "99999999999", "AbC,DeF", "a@b.example", "s", "m", "l1", "l2"}, 0, kUnchanged, "", false, 1});
   c.push_back({"mail_unknown_and_long_ids",
                {"1", "2", "0", "Nope," + std::string(300, 'i'), "a@b.example", "s", "m", "----"}, 0});
-  c.push_back(Case{"mail_null_items", {"1", "2", "1", "NULL,AbC,NULL", "a@b.example", "s", "m", "l1", "l2"}, 0}.sends(1));
-  c.push_back(Case{"mail_crlf_and_dollar",
+  c.push_back({"mail_null_items", {"1", "2", "1", "NULL,AbC,NULL", "a@b.example", "s", "m", "l1", "l2"}, 0, kUnchanged, "", false, 1});
+  c.push_back({"mail_crlf_and_dollar",
                {"1", "1", "1", "AbC", "a@b.example,\r\n" + kCrLf + "@x", kCrLf + kDollar, kDollar + kCrLf,
-                kDollar, kCrLf, "personal\r\n", "root\r\nBcc: v@example.org", kCrLf}, 0}.sends(3));
-  c.push_back(Case{"mail_invalid_utf8",
+                kDollar, kCrLf, "personal\r\n", "root\r\nBcc: v@example.org", kCrLf}, 0, kUnchanged, "", false, 3});
+  c.push_back({"mail_invalid_utf8",
                {"1", "1", "0", "AbC", kInvalidUtf8 + "@" + kInvalidUtf8, kInvalidUtf8, kInvalidUtf8,
-                kInvalidUtf8, kInvalidUtf8, kInvalidUtf8, kInvalidUtf8, kInvalidUtf8}, 0}.sends(1));
-  c.push_back(Case{"mail_shell_and_format",
+                kInvalidUtf8, kInvalidUtf8, kInvalidUtf8, kInvalidUtf8, kInvalidUtf8}, 0, kUnchanged, "", false, 1});
+  c.push_back({"mail_shell_and_format",
                {"1", "1", "0", "AbC", "a@b.example", kShell + kFormat, kShell, kFormat, kShell, kFormat,
-                kShell, kShell + "@x"}, 0}.sends(1));
+                kShell, kShell + "@x"}, 0, kUnchanged, "", false, 1});
   c.push_back({"mail_none_at_none", {"1", "1", "0", "AbC", "none@none", kBigMixed, kBigMixed, kBigMixed}, 0});
   // Eight arguments of 128 KiB: a command line of 1 MiB.
-  c.push_back(Case{"mail_one_mebibyte",
+  c.push_back({"mail_one_mebibyte",
                {"1", "3", "1", "NULL,AbC,DeF", repeat("a@b.example,", kMaxArg), kBigMixed, kBigMixed,
-                kBigMixed, kBigMixed, kBigMixed, kBigMixed, kBigMixed + "@x"}, 0}.sends(20));
+                kBigMixed, kBigMixed, kBigMixed, kBigMixed, kBigMixed + "@x"}, 0, kUnchanged, "", false, 20});
 
   // Mode 2: the URL list is required.
   c.push_back({"delete_no_arguments", {"2"}, 4});
@@ -206,11 +203,8 @@ std::set<std::string> walk(const std::string& dir) {
 bool allowed_new(const std::string& p, bool may_leave_del) {
   static const std::set<std::string> kFixed = {
       "/tmp/parceldeck.log", "/tmp/parceldeck.log.old", "/tmp/kdx_shareLink.lock",
-      "/tmp/kdx_shareLink_flock.lock", "/tmp/.kdx_sf_clean_flag",
-      "/etc/config/shareFileEx.ini.lock"};
-  if (kFixed.count(p)) return true;
-  if (p.compare(0, strlen(kMailRecords) + 1, std::string(kMailRecords) + "/") == 0) return true;
-  return may_leave_del && p == kDel;
+      "/tmp/kdx_shareLink_flock.lock", "/tmp/.kdx_sf_clean_flag", "/etc/config/shareFileEx.ini.lock"};
+  return kFixed.count(p) || p.compare(0, 10, "/var/mail/") == 0 || (may_leave_del && p == kDel);
 }
 
 std::string replace_all(std::string s, const std::string& from, const std::string& to) {
@@ -237,12 +231,8 @@ std::string store_dump(const ApplianceRoot& root) {
 class HostileInput : public ::testing::TestWithParam<Case> {
  protected:
   void SetUp() override {
-    const char* tmp = getenv("TMPDIR");
-    std::string tmpl = std::string(tmp && tmp[0] ? tmp : "/tmp") + "/slt-outside-XXXXXX";
-    std::vector<char> buf(tmpl.begin(), tmpl.end());
-    buf.push_back('\0');
-    ASSERT_NE(nullptr, mkdtemp(buf.data()));
-    outside = buf.data();
+    // A second temporary tree stands for everything outside the root.
+    outside = outside_root.dir();
     sentinel = outside + "/sentinel";
 
     root.write("/share/Public/a.txt", "a");
@@ -285,12 +275,7 @@ class HostileInput : public ::testing::TestWithParam<Case> {
     root.mkdirs("/tmpdir");
   }
 
-  void TearDown() override {
-    std::string cmd = "rm -rf '" + outside + "'";
-    if (system(cmd.c_str()) != 0) ADD_FAILURE() << "cannot remove " << outside;
-  }
-
-  ApplianceRoot root;
+  ApplianceRoot root, outside_root;
   std::string outside, sentinel, registry, store;
 };
 
@@ -302,6 +287,7 @@ TEST_P(HostileInput, EndsWithItsStatusAndChangesOnlyWhatItMay) {
     args.push_back(replace_all(a, kSentinelMark, sentinel).substr(0, a.size() > kMaxArg - 64 ? kMaxArg : std::string::npos));
   }
 
+  const std::set<std::string> outside_before = walk(outside);
   const std::set<std::string> before = walk(root.dir());
   RunResult r = run_program(tool_binary(), args, root,
                             {{"HOME", root.path("/home/tester")}, {"TMPDIR", root.path("/tmpdir")}});
@@ -318,40 +304,28 @@ TEST_P(HostileInput, EndsWithItsStatusAndChangesOnlyWhatItMay) {
 
   // Nothing outside the root.
   EXPECT_FALSE(access(sentinel.c_str(), F_OK) == 0) << "the sentinel outside the root was created";
-  EXPECT_EQ(std::set<std::string>{""}, walk(outside));
+  EXPECT_EQ(outside_before, walk(outside));
 
   // Nothing unexpected inside it, nothing lost.
   const std::set<std::string> after = walk(root.dir());
   for (const auto& p : after) {
-    if (!before.count(p)) {
-      EXPECT_TRUE(allowed_new(p, c.may_leave_del)) << "unexpected file " << p;
-    }
+    EXPECT_TRUE(before.count(p) || allowed_new(p, c.may_leave_del)) << "unexpected file " << p;
   }
   for (const auto& p : before) EXPECT_TRUE(after.count(p)) << "file vanished: " << p;
 
-  int messages = 0;
-  for (const auto& p : after) messages += p.compare(0, 14, "/var/mail/msg.") == 0;
-  EXPECT_EQ(c.messages, messages);
   // Every message handed to the mail program has exactly the template's
   // four header lines: no value started a header of its own.
+  int messages = 0;
   for (const auto& p : after) {
-    if (p.compare(0, strlen(kMailRecords) + 5, std::string(kMailRecords) + "/msg.") != 0) continue;
+    if (p.compare(0, 14, "/var/mail/msg.") != 0) continue;
+    ++messages;
     const std::string msg = root.read(p);
     const std::string head = msg.substr(0, msg.find("\n\n"));
-    std::vector<std::string> lines;
-    for (size_t pos = 0; pos <= head.size();) {
-      size_t nl = head.find('\n', pos);
-      if (nl == std::string::npos) nl = head.size();
-      lines.push_back(head.substr(pos, nl - pos));
-      pos = nl + 1;
-    }
-    ASSERT_EQ(4u, lines.size()) << head.substr(0, 2000);
-    EXPECT_EQ(0u, lines[0].find("To: ")) << lines[0];
-    EXPECT_EQ(0u, lines[1].find("From: ")) << lines[1];
-    EXPECT_EQ(0u, lines[2].find("Subject: =?UTF-8?B?")) << lines[2];
-    EXPECT_EQ("Content-Type: text/html; charset=UTF-8", lines[3]);
-    EXPECT_EQ(std::string::npos, head.find('\r')) << head.substr(0, 2000);
+    EXPECT_TRUE(std::regex_match(head, std::regex("To: [^\r\n]*\nFrom: [^\r\n]*\nSubject: =\\?UTF-8\\?B\\?[^\r\n]*\n"
+                                                  "Content-Type: text/html; charset=UTF-8")))
+        << head.substr(0, 2000);
   }
+  EXPECT_EQ(c.messages, messages);
 
   // No mode changes the store when no link has expired and the clean-up
   // pass is not due.

@@ -45,7 +45,7 @@ class ListingTest : public ::testing::Test {
 
   static std::string row(const std::string& ssid, const std::string& path, const std::string& file,
                          const std::string& url, const std::string& name, const std::string& creator,
-                         const std::string& expire = "0") {
+                         const std::string& addressee = "bob@x.example", const std::string& count = "3") {
     return "\t\t<log>\n"
            "\t\t\t<ssid><![CDATA[" + ssid + "]]></ssid>\n"
            "\t\t\t<path><![CDATA[" + path + "]]></path>\n"
@@ -53,10 +53,10 @@ class ListingTest : public ::testing::Test {
            "\t\t\t<download_link><![CDATA[" + url + "]]></download_link>\n"
            "\t\t\t<link_name><![CDATA[" + name + "]]></link_name>\n"
            "\t\t\t<start_time><![CDATA[1700000000]]></start_time>\n"
-           "\t\t\t<expire_time><![CDATA[" + expire + "]]></expire_time>\n"
-           "\t\t\t<addressee><![CDATA[bob@x.example]]></addressee>\n"
+           "\t\t\t<expire_time><![CDATA[0]]></expire_time>\n"
+           "\t\t\t<addressee><![CDATA[" + addressee + "]]></addressee>\n"
            "\t\t\t<creator><![CDATA[" + creator + "]]></creator>\n"
-           "\t\t\t<download_count><![CDATA[3]]></download_count>\n"
+           "\t\t\t<download_count><![CDATA[" + count + "]]></download_count>\n"
            "\t\t</log>\n";
   }
 
@@ -134,35 +134,24 @@ TEST_F(ListingTest, DisplayPathsOfTeamFoldersSyncFoldersAndBareNames) {
   insert_links(root, {link("K1", "Mirra:ann", "tfx://Team1/doc/a.txt", "a.txt"),
                       link("K2", "Mirra:ann", "tfx://Team2/x.txt", "gone"),
                       link("K3", "Mirra:ann", "/share/homes/ann/.Mirra/work/b.txt", "b.txt"),
-                      link("K4", "Mirra:ann", "noslash.txt", "bare")});
+                      link("K4", "Mirra:ann", "noslash.txt", "bare"),
+                      link("K5", "Mirra:ann", "/share/Public/", "")});
   RunResult r = list({"-u", "ann", "-n", "10", "-m", "0"});
-  EXPECT_EQ("\t<count>4</count>\n\t<data>\n" +
+  EXPECT_EQ("\t<count>5</count>\n\t<data>\n" +
                 row("K1", "/share/Team/doc", "a.txt", url("K1"), "a.txt", "ann") +
                 row("K2", "Mirra", "gone", url("K2"), "gone", "ann") +
                 row("K3", "Mirra/work", "b.txt", url("K3"), "b.txt", "ann") +
                 row("K4", ".", "noslash.txt", url("K4"), "bare", "ann") +
+                row("K5", "/share", "Public", url("K5"), ".", "ann") +
                 "\t</data>\n\t<ret>0</ret>\n",
             r.out);
 }
 
 TEST_F(ListingTest, RowWithAnEmptyKeyPrintsPlaceholders) {
   insert_links(root, {link("", "Mirra:ann", "/Public/ann/a.txt", "x")});
-  RunResult r = list({"-u", "ann", "-n", "5"});
-  EXPECT_EQ("\t<count>1</count>\n\t<data>\n"
-            "\t\t<log>\n"
-            "\t\t\t<ssid><![CDATA[---]]></ssid>\n"
-            "\t\t\t<path><![CDATA[.]]></path>\n"
-            "\t\t\t<filename><![CDATA[---]]></filename>\n"
-            "\t\t\t<download_link><![CDATA[---]]></download_link>\n"
-            "\t\t\t<link_name><![CDATA[---]]></link_name>\n"
-            "\t\t\t<start_time><![CDATA[1700000000]]></start_time>\n"
-            "\t\t\t<expire_time><![CDATA[0]]></expire_time>\n"
-            "\t\t\t<addressee><![CDATA[---]]></addressee>\n"
-            "\t\t\t<creator><![CDATA[Unknown]]></creator>\n"
-            "\t\t\t<download_count><![CDATA[0]]></download_count>\n"
-            "\t\t</log>\n"
-            "\t</data>\n\t<ret>0</ret>\n",
-            r.out);
+  EXPECT_EQ("\t<count>1</count>\n\t<data>\n" + row("---", ".", "---", "---", "---", "Unknown", "---", "0") +
+                "\t</data>\n\t<ret>0</ret>\n",
+            list({"-u", "ann", "-n", "5"}).out);
 }
 
 TEST_F(ListingTest, ExpiredLinksGoLinksThatNeverExpireStay) {

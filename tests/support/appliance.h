@@ -63,5 +63,7 @@ std::string tool_binary();  // build/ShareLinkTool
 std::string ctl_binary();   // build/sharelinkctl
 std::string cgi_binary();   // build/sharelink.cgi
 std::string source_path(const std::string& relative);
+// The whole content of a file-system path ("" when it cannot be read).
+std::string read_file(const std::string& path);
 
 #endif  // SLT_TESTS_SUPPORT_APPLIANCE_H_

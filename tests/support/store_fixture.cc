@@ -44,10 +44,7 @@ class Stmt {
   void text(int i, const std::string& v) {
     sqlite3_bind_text(stmt_, i, v.c_str(), static_cast<int>(v.size()), SQLITE_TRANSIENT);
   }
-  void text_or_null(int i, const std::string& v) {
-    if (v.empty()) sqlite3_bind_null(stmt_, i);
-    else text(i, v);
-  }
+  void text_or_null(int i, const std::string& v) { v.empty() ? (void)sqlite3_bind_null(stmt_, i) : text(i, v); }
   void integer(int i, int v) { sqlite3_bind_int(stmt_, i, v); }
   void run() {
     if (sqlite3_step(stmt_) != SQLITE_DONE) db_.fail("insert");
@@ -66,25 +63,18 @@ const char kInsertLink[] =
     "?12, ?13, COALESCE(?14, CURRENT_DATE), COALESCE(?15, CURRENT_TIME), ?16, ?17, ?18, ?19);";
 
 void bind_link(Stmt& s, const FixtureLink& l) {
-  s.text(1, l.pkey);
-  s.text(2, l.host);
-  s.integer(3, l.ssl);
-  s.text(4, l.sharefile);
-  s.text(5, l.useraddr);
-  s.text(6, l.filesize);
-  s.integer(7, l.createtic);
-  s.integer(8, l.expire);
-  s.text(9, l.creator);
-  s.text(10, l.accesscode);
-  s.integer(11, l.download_count);
-  s.integer(12, l.download_limit);
-  s.text(13, l.misc);
-  s.text_or_null(14, l.create_date);
-  s.text_or_null(15, l.create_time);
-  s.text(16, l.title);
-  s.text(17, l.description);
-  s.integer(18, l.type);
-  s.text(19, l.link_name);
+  int i = 0;
+  for (const std::string* t : {&l.pkey, &l.host}) s.text(++i, *t);
+  s.integer(++i, l.ssl);
+  for (const std::string* t : {&l.sharefile, &l.useraddr, &l.filesize}) s.text(++i, *t);
+  for (int v : {l.createtic, l.expire}) s.integer(++i, v);
+  for (const std::string* t : {&l.creator, &l.accesscode}) s.text(++i, *t);
+  for (int v : {l.download_count, l.download_limit}) s.integer(++i, v);
+  s.text(++i, l.misc);
+  for (const std::string* t : {&l.create_date, &l.create_time}) s.text_or_null(++i, *t);
+  for (const std::string* t : {&l.title, &l.description}) s.text(++i, *t);
+  s.integer(++i, l.type);
+  s.text(++i, l.link_name);
 }
 
 }  // namespace
@@ -98,84 +88,72 @@ std::string store_file(const ApplianceRoot& root) {
 
 void make_store(const ApplianceRoot& root, bool with_acx, bool with_trigger) {
   ScopedEnv env{{{"SHARELINK_ROOT", root.dir()}}};
-  if (sf_create_tables() != 0) throw std::runtime_error("store fixture: sf_create_tables failed");
-  if (with_acx && sf_create_acx_table() != 0) {
-    throw std::runtime_error("store fixture: sf_create_acx_table failed");
-  }
-  if (with_trigger && sf_create_trigger(0, 0) != 0) {
-    throw std::runtime_error("store fixture: sf_create_trigger failed");
+  if (sf_create_tables() != 0 || (with_acx && sf_create_acx_table() != 0) ||
+      (with_trigger && sf_create_trigger(0, 0) != 0)) {
+    throw std::runtime_error("store fixture: the store's tables cannot be made");
   }
 }
 
-void insert_links(const ApplianceRoot& root, const std::vector<FixtureLink>& links) {
+namespace {
+
+// Binds each item with `bind` to one statement, all in one transaction.
+template <typename T, typename Bind>
+void insert_all(const ApplianceRoot& root, const char* sql, const std::vector<T>& items, Bind bind) {
   Db db(store_file(root));
   db.exec("BEGIN TRANSACTION");
   {
-    Stmt s(db, kInsertLink);
-    for (const FixtureLink& l : links) {
-      bind_link(s, l);
+    Stmt s(db, sql);
+    for (const T& item : items) {
+      bind(s, item);
       s.run();
     }
   }
   db.exec("COMMIT");
+}
+
+}  // namespace
+
+void insert_links(const ApplianceRoot& root, const std::vector<FixtureLink>& links) {
+  insert_all(root, kInsertLink, links, bind_link);
 }
 
 void insert_numbered_links(const ApplianceRoot& root, int n, const std::string& creator) {
-  Db db(store_file(root));
-  db.exec("BEGIN TRANSACTION");
-  {
-    Stmt s(db, kInsertLink);
-    FixtureLink l;
+  std::vector<FixtureLink> links(static_cast<size_t>(n));
+  for (int i = 0; i < n; ++i) {
+    time_t when = 1704067200 + i;  // 2024-01-01 00:00:00 UTC
+    struct tm tm_when;
+    gmtime_r(&when, &tm_when);
+    char key[32], date[16], clock[16];
+    snprintf(key, sizeof key, "key%05d", i);
+    strftime(date, sizeof date, "%Y-%m-%d", &tm_when);
+    strftime(clock, sizeof clock, "%H:%M:%S", &tm_when);
+    FixtureLink& l = links[static_cast<size_t>(i)];
+    l.pkey = key;
     l.creator = creator;
-    for (int i = 0; i < n; ++i) {
-      time_t when = 1704067200 + i;  // 2024-01-01 00:00:00 UTC
-      struct tm tm_when;
-      gmtime_r(&when, &tm_when);
-      char key[32], date[16], clock[16];
-      snprintf(key, sizeof key, "key%05d", i);
-      strftime(date, sizeof date, "%Y-%m-%d", &tm_when);
-      strftime(clock, sizeof clock, "%H:%M:%S", &tm_when);
-      l.pkey = key;
-      l.create_date = date;
-      l.create_time = clock;
-      l.createtic = static_cast<int>(when);
-      bind_link(s, l);
-      s.run();
-    }
+    l.create_date = date;
+    l.create_time = clock;
+    l.createtic = static_cast<int>(when);
   }
-  db.exec("COMMIT");
+  insert_links(root, links);
 }
 
 void insert_fids(const ApplianceRoot& root, const std::vector<FixtureFid>& fids) {
-  Db db(store_file(root));
-  db.exec("BEGIN TRANSACTION");
-  {
-    Stmt s(db, "INSERT INTO SHARELINK_FID (pkey, fid, sharefile) VALUES (?1, ?2, ?3);");
-    for (const FixtureFid& f : fids) {
-      s.text(1, f.pkey);
-      s.text(2, f.fid);
-      s.text(3, f.sharefile);
-      s.run();
-    }
-  }
-  db.exec("COMMIT");
+  insert_all(root, "INSERT INTO SHARELINK_FID (pkey, fid, sharefile) VALUES (?1, ?2, ?3);", fids,
+             [](Stmt& s, const FixtureFid& f) {
+               s.text(1, f.pkey);
+               s.text(2, f.fid);
+               s.text(3, f.sharefile);
+             });
 }
 
 void insert_users(const ApplianceRoot& root, const std::vector<FixtureUser>& users) {
-  Db db(store_file(root));
-  db.exec("BEGIN TRANSACTION");
-  {
-    Stmt s(db,
-           "INSERT INTO SHARELINK_USER (pkey, user, description, email) VALUES (?1, ?2, ?3, ?4);");
-    for (const FixtureUser& u : users) {
-      s.text(1, u.pkey);
-      s.text(2, u.user);
-      s.text(3, u.description);
-      s.text(4, u.email);
-      s.run();
-    }
-  }
-  db.exec("COMMIT");
+  insert_all(root, "INSERT INTO SHARELINK_USER (pkey, user, description, email) VALUES (?1, ?2, ?3, ?4);",
+             users, [](Stmt& s, const FixtureUser& u) {
+               s.text(1, u.pkey);
+               s.text(2, u.user);
+               s.text(3, u.description);
+               s.text(4, u.email);
+             });
 }
 
 std::vector<std::vector<std::string>> store_rows(const ApplianceRoot& root, const std::string& sql) {

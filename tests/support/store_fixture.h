@@ -23,38 +23,23 @@ struct FixtureLink {
   FixtureLink(std::string key, std::string host_name)
       : pkey(std::move(key)), host(std::move(host_name)) {}
 
-  std::string pkey;
-  std::string host = "nas.example";
+  std::string pkey, host = "nas.example";
   int ssl = 0;
-  std::string sharefile = "/share/Public/file.txt";
-  std::string useraddr;
-  std::string filesize = "0";
-  int createtic = 0;
-  int expire = 0;
-  std::string creator = "admin";
-  std::string accesscode;
-  int download_count = 0;
-  int download_limit = 0;
-  std::string misc = "00000001";
-  std::string create_date;
-  std::string create_time;
-  std::string title;
-  std::string description;
+  std::string sharefile = "/share/Public/file.txt", useraddr, filesize = "0";
+  int createtic = 0, expire = 0;
+  std::string creator = "admin", accesscode;
+  int download_count = 0, download_limit = 0;
+  std::string misc = "00000001", create_date, create_time, title, description;
   int type = 0;
   std::string link_name;
 };
 
 struct FixtureFid {
-  std::string pkey;
-  std::string fid;
-  std::string sharefile;
+  std::string pkey, fid, sharefile;
 };
 
 struct FixtureUser {
-  std::string pkey;
-  std::string user;
-  std::string description;
-  std::string email;
+  std::string pkey, user, description, email;
 };
 
 // A NULL column as store_rows() gives it.

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <cstring>
 #include <string>
 
 #include "platform/os.h"
@@ -54,25 +55,22 @@ class Delivery : public ::testing::Test {
   ScopedEnv env_;
 };
 
-TEST_F(Delivery, WholeFileWithCachingHeaders) {
-  put("/share/Public/a b.txt", "0123456789");
+// Whole files and single ranges byte for byte are checked through the real
+// web server in tests/e2e/web_test.cc; here the edges it does not reach.
+TEST_F(Delivery, CachingHeadersAndAnEmptyFileWithoutModificationTime) {
   int rc = 99;
-  EXPECT_EQ(std::string(kCacheHeaders) +
-                "Accept-Ranges: bytes\r\n"
-                "Content-Length: 10\r\n"
-                "Content-Disposition: inline; filename=\"a%20b.txt\"; filename*=utf-8''a%20b.txt\r\n"
-                "Content-Transfer-Encoding: binary\r\n"
-                "Content-Type: text/plain\r\n\r\n"
-                "0123456789",
-            send("/share/Public/a b.txt", nullptr, 0, &rc));
-  EXPECT_EQ(0, rc);
-
+  put("/share/Public/a.txt", "0123456789");
+  EXPECT_EQ(std::string(kCacheHeaders) + "Accept-Ranges: bytes\r\nContent-Length: 10\r\n",
+            send("/share/Public/a.txt", nullptr).substr(0, strlen(kCacheHeaders) + 42));
+  // No Last-Modified for a time of 0.
   put("/share/Public/empty.bin", "");
+  root_.set_mtime("/share/Public/empty.bin", 0);
   std::string out = send("/share/Public/empty.bin", nullptr, 0, &rc);
   EXPECT_EQ(0, rc);
-  EXPECT_NE(std::string::npos, out.find("Content-Length: 0\r\n"));
-  EXPECT_EQ("Content-Type: application/octet-stream\r\n\r\n",
-            out.substr(out.size() - strlen("Content-Type: application/octet-stream\r\n\r\n")));
+  EXPECT_EQ(std::string(kCacheHeaders).substr(0, std::string(kCacheHeaders).find("Last-Modified")) +
+                "Accept-Ranges: bytes\r\nContent-Length: 0\r\n",
+            out.substr(0, out.find("Content-Disposition")));
+  EXPECT_EQ("Content-Type: application/octet-stream\r\n\r\n", out.substr(out.rfind("Content-Type")));
 }
 
 TEST_F(Delivery, NotModifiedOnlyForTheExactTime) {
@@ -91,21 +89,8 @@ TEST_F(Delivery, NotModifiedOnlyForTheExactTime) {
   }
 }
 
-TEST_F(Delivery, OneRangeIsServedByteForByte) {
-  put("/share/Public/a.txt", "0123456789");
+TEST_F(Delivery, RangesAcrossChunksStopAtTheirEnd) {
   int rc = 99;
-  EXPECT_EQ(std::string(kCacheHeaders) +
-                "Status: 206\n"
-                "Content-Transfer-Encoding: binary\r\n"
-                "Content-Type: text/plain\r\n"
-                "Content-Disposition: inline; filename=\"a.txt\"; filename*=utf-8''a.txt\r\n"
-                "Accept-Ranges: bytes\r\n"
-                "Content-Range: bytes 5-9/10\r\n"
-                "Content-Length: 5\r\n\r\n"
-                "56789",
-            send("/share/Public/a.txt", "bytes=5-100", 0, &rc));
-  EXPECT_EQ(0, rc);
-
   // A range that spans chunk boundaries stops exactly at its end.
   std::string big;
   for (int i = 0; i < 20000; ++i) big += static_cast<char>('a' + (i * 7) % 26);
@@ -122,17 +107,18 @@ TEST_F(Delivery, RefusedRangesGetThe416Answers) {
   put("/share/Public/a.txt", "0123456789");
   put("/share/Public/empty.txt", "");
   ScopedEnv ims{{{"IF_MODIFIED_SINCE", "1"}}};  // keeps the caching headers out
-  int rc = 99;
-  EXPECT_EQ("Status: 416\nContent-Range: bytes 0-9/10\r\n\r\n", send("/share/Public/a.txt", "bytes=0-1,3-4", 0, &rc));
-  EXPECT_EQ(-1, rc);
-  EXPECT_EQ("Status: 416\r\nContent-Range: bytes 0-9/10\r\n\r\n", send("/share/Public/a.txt", "bytes=7-3", 0, &rc));
-  EXPECT_EQ(-1, rc);
-  EXPECT_EQ("Status: 416\r\nContent-Range: bytes 0-9/10\r\n\r\n", send("/share/Public/a.txt", "bytes=10-", 0, &rc));
-  EXPECT_EQ("Status: 416\r\nContent-Range: bytes 0-9/10\r\n\r\n",
-            send("/share/Public/a.txt", "bytes=99999999999999999999999-", 0, &rc));
-  EXPECT_EQ("Status: 416\r\nContent-Range: bytes 0-18446744073709551615/0\r\n\r\n",
-            send("/share/Public/empty.txt", "bytes=0-", 0, &rc));
-  EXPECT_EQ(-1, rc);
+  const char* const cases[][3] = {
+      {"a.txt", "bytes=0-1,3-4", "Status: 416\nContent-Range: bytes 0-9/10\r\n\r\n"},
+      {"a.txt", "bytes=7-3", "Status: 416\r\nContent-Range: bytes 0-9/10\r\n\r\n"},
+      {"a.txt", "bytes=10-", "Status: 416\r\nContent-Range: bytes 0-9/10\r\n\r\n"},
+      {"a.txt", "bytes=99999999999999999999999-", "Status: 416\r\nContent-Range: bytes 0-9/10\r\n\r\n"},
+      {"empty.txt", "bytes=0-", "Status: 416\r\nContent-Range: bytes 0-18446744073709551615/0\r\n\r\n"},
+  };
+  for (const auto& c : cases) {
+    int rc = 99;
+    EXPECT_EQ(c[2], send(std::string("/share/Public/") + c[0], c[1], 0, &rc)) << c[1];
+    EXPECT_EQ(-1, rc) << c[1];
+  }
 }
 
 TEST_F(Delivery, ContentTypeByNameOrVariant) {
@@ -187,19 +173,6 @@ TEST_F(Delivery, FailuresBeforeAnyOutputAndAfterTheHeaders) {
   EXPECT_EQ(-1, rc);
   EXPECT_EQ(out.size(), out.find("Content-Length: 2\r\n\r\n") + strlen("Content-Length: 2\r\n\r\n"));
   EXPECT_EQ(before + out.size(), delivery_bytes_written());
-}
-
-TEST(DeliveryHeaders, NotModifiedAndCachingLines) {
-  ApplianceRoot root;
-  EXPECT_EQ("Status: 304\r\nContent-Length: 0\r\n\r\n", capture_stdout(root, [] { send_not_modified(); }));
-  os.time = fixed_time;
-  EXPECT_EQ(
-      "Cache-Control: private, max-age=604800, pre-check=604800\n"
-      "Pragma: private\n"
-      "Expires: Tue, 21 Nov 2023 22:13:20 GMT\n",
-      capture_stdout(root, [] { send_cache_headers(0); }));
-  EXPECT_EQ(kCacheHeaders, capture_stdout(root, [] { send_cache_headers(1000000000); }));
-  os_reset();
 }
 
 }  // namespace

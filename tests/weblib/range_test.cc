@@ -9,6 +9,8 @@
 namespace {
 
 constexpr unsigned long long kMax = ULLONG_MAX;
+constexpr RangeOutcome W = RangeOutcome::kWhole, P = RangeOutcome::kPartial, U = RangeOutcome::kUnsatisfiable,
+                       M = RangeOutcome::kMultiple;
 
 struct Case {
   const char* text;
@@ -19,49 +21,32 @@ struct Case {
 };
 
 const Case kCases[] = {
-    {nullptr, 10, RangeOutcome::kWhole, 0, 9},
-    {"bytes=0-", 10, RangeOutcome::kPartial, 0, 9},
-    {"bytes=5-100", 10, RangeOutcome::kPartial, 5, 9},
-    {"bytes=5-9", 10, RangeOutcome::kPartial, 5, 9},
-    {"bytes=0-0", 10, RangeOutcome::kPartial, 0, 0},
-    {"bytes=9-", 10, RangeOutcome::kPartial, 9, 9},
+    {nullptr, 10, W, 0, 9}, {"bytes=0-", 10, P, 0, 9},
+    {"bytes=5-100", 10, P, 5, 9}, {"bytes=5-9", 10, P, 5, 9},
+    {"bytes=0-0", 10, P, 0, 0}, {"bytes=9-", 10, P, 9, 9},
     // The suffix form keeps its end at 0: only the whole-file suffix is served.
-    {"bytes=-3", 10, RangeOutcome::kUnsatisfiable, 0, 9},
-    {"bytes=-10", 10, RangeOutcome::kPartial, 0, 0},
-    {"bytes=-11", 10, RangeOutcome::kUnsatisfiable, 0, 9},
-    {"bytes=-", 10, RangeOutcome::kUnsatisfiable, 0, 9},
-    {"-10", 10, RangeOutcome::kPartial, 0, 0},
-    {"bytes=0-1,3-4", 10, RangeOutcome::kMultiple, 0, 9},
-    {"bytes=,", 10, RangeOutcome::kMultiple, 0, 9},
-    {"bytes=7-3", 10, RangeOutcome::kUnsatisfiable, 0, 9},
-    {"bytes=10-", 10, RangeOutcome::kUnsatisfiable, 0, 9},
-    {"bytes=10-20", 10, RangeOutcome::kUnsatisfiable, 0, 9},
+    {"bytes=-3", 10, U, 0, 9}, {"bytes=-10", 10, P, 0, 0},
+    {"bytes=-11", 10, U, 0, 9}, {"bytes=-", 10, U, 0, 9},
+    {"-10", 10, P, 0, 0}, {"bytes=0-1,3-4", 10, M, 0, 9},
+    {"bytes=,", 10, M, 0, 9}, {"bytes=7-3", 10, U, 0, 9},
+    {"bytes=10-", 10, U, 0, 9}, {"bytes=10-20", 10, U, 0, 9},
     // Digits beyond 64 bits count as the largest value.
-    {"bytes=99999999999999999999999999-", 10, RangeOutcome::kUnsatisfiable, 0, 9},
-    {"bytes=18446744073709551615-", 10, RangeOutcome::kUnsatisfiable, 0, 9},
-    {"bytes=18446744073709551616-18446744073709551617", 10, RangeOutcome::kUnsatisfiable, 0, 9},
-    {"bytes=2-99999999999999999999999999", 10, RangeOutcome::kPartial, 2, 9},
-    {"bytes=-99999999999999999999999999", 10, RangeOutcome::kUnsatisfiable, 0, 9},
+    {"bytes=99999999999999999999999999-", 10, U, 0, 9}, {"bytes=18446744073709551615-", 10, U, 0, 9},
+    {"bytes=18446744073709551616-18446744073709551617", 10, U, 0, 9},
+    {"bytes=2-99999999999999999999999999", 10, P, 2, 9}, {"bytes=-99999999999999999999999999", 10, U, 0, 9},
     // Missing numbers: the start stays 0, the end becomes the last byte.
-    {"bytes=", 10, RangeOutcome::kPartial, 0, 9},
-    {"", 10, RangeOutcome::kPartial, 0, 9},
-    {"garbage", 10, RangeOutcome::kPartial, 0, 9},
-    {"bytes=x-5", 10, RangeOutcome::kPartial, 0, 9},
-    {"bytes=3-x", 10, RangeOutcome::kPartial, 3, 9},
-    {"bytes=3", 10, RangeOutcome::kPartial, 3, 9},
-    {"bytes= 2- 4", 10, RangeOutcome::kPartial, 2, 4},
-    {"bytes=+2-4", 10, RangeOutcome::kPartial, 2, 4},
-    {"bytes=5--3", 10, RangeOutcome::kPartial, 5, 9},
-    {"bytes=2-4 junk", 10, RangeOutcome::kPartial, 2, 4},
+    {"bytes=", 10, P, 0, 9}, {"", 10, P, 0, 9},
+    {"garbage", 10, P, 0, 9}, {"bytes=x-5", 10, P, 0, 9},
+    {"bytes=3-x", 10, P, 3, 9}, {"bytes=3", 10, P, 3, 9},
+    {"bytes= 2- 4", 10, P, 2, 4}, {"bytes=+2-4", 10, P, 2, 4},
+    {"bytes=5--3", 10, P, 5, 9}, {"bytes=2-4 junk", 10, P, 2, 4},
     // An empty file: its last byte is the largest value, and no range fits.
-    {nullptr, 0, RangeOutcome::kWhole, 0, kMax},
-    {"bytes=0-", 0, RangeOutcome::kUnsatisfiable, 0, kMax},
-    {"bytes=0-0", 0, RangeOutcome::kUnsatisfiable, 0, kMax},
-    {"bytes=-0", 0, RangeOutcome::kUnsatisfiable, 0, kMax},
-    {"bytes=", 0, RangeOutcome::kUnsatisfiable, 0, kMax},
-    {"bytes=1099511627775-", 1099511627776ULL, RangeOutcome::kPartial, 1099511627775ULL,
+    {nullptr, 0, W, 0, kMax}, {"bytes=0-", 0, U, 0, kMax},
+    {"bytes=0-0", 0, U, 0, kMax}, {"bytes=-0", 0, U, 0, kMax},
+    {"bytes=", 0, U, 0, kMax},
+    {"bytes=1099511627775-", 1099511627776ULL, P, 1099511627775ULL,
      1099511627775ULL},
-    {"bytes=0-18446744073709551614", kMax, RangeOutcome::kPartial, 0, kMax - 1},
+    {"bytes=0-18446744073709551614", kMax, P, 0, kMax - 1},
 };
 
 TEST(ByteRange, Table) {
@@ -89,15 +74,15 @@ TEST(ByteRange, AnyTextGivesARangeInsideTheFile) {
     unsigned long long size = sizes[gen() % (sizeof sizes / sizeof sizes[0])];
     unsigned long long start = 0, end = 0;
     RangeOutcome o = parse_byte_range(text.c_str(), size, &start, &end);
-    if (o == RangeOutcome::kPartial) {
+    if (o == P) {
       ASSERT_LE(start, end) << text;
       ASSERT_LT(end, size) << text;
     } else {
-      ASSERT_NE(RangeOutcome::kWhole, o) << text;
+      ASSERT_NE(W, o) << text;
       ASSERT_EQ(0u, start) << text;
       ASSERT_EQ(size - 1, end) << text;
     }
-    ASSERT_EQ(text.find(',') != std::string::npos, o == RangeOutcome::kMultiple) << text;
+    ASSERT_EQ(text.find(',') != std::string::npos, o == M) << text;
   }
 }
 
