@@ -8,8 +8,9 @@ want=(cmake g++ make pkg-config libsqlite3-dev libjson-c-dev libcurl4-openssl-de
 for group in "$@"; do
   case "$group" in
     build) ;;
-    test) want+=(curl lighttpd msmtp python3 python3-aiosmtpd clang libclang-rt-14-dev time) ;;
-    bench) want+=(hyperfine time sqlite3 gawk) ;;
+    test) want+=(curl lighttpd msmtp python3 python3-aiosmtpd clang libclang-rt-14-dev time
+                 chromium chromium-driver python3-selenium) ;;
+    bench) want+=(hyperfine time sqlite3 gawk lighttpd curl) ;;
     fuzz) want+=(clang libclang-rt-14-dev) ;;
     *) echo "deps.sh: unknown group $group" >&2; exit 2 ;;
   esac
