@@ -45,6 +45,11 @@ build_tools() {
   cmake -S . -B "$BUILD" -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
   cmake --build "$BUILD" -j2 --target ShareLinkTool sharelinkctl >/dev/null
   echo "built $TOOL and $CTL"
+  if cmake --build "$BUILD" --target help | grep -q '\bshare_cgi\b'; then
+    scripts/deps.sh web
+    cmake --build "$BUILD" -j2 --target share_cgi >/dev/null
+    echo "built $PWD/$BUILD/share.cgi"
+  fi
 }
 
 # Fields of a registry line: id, host, owner, https flag, shared path,
@@ -169,6 +174,55 @@ MTA
     ---- "" "" "" "alice@example.org"
 }
 
+# One request through lighttpd: the command, then the status, the headers a
+# recipient's browser acts on and the size of the body.
+fetch() {
+  local dir="$PWD/$BUILD/demo-web" code
+  printf '$ curl'
+  printf ' %q' "$@"
+  printf '\n'
+  code=$(curl -s -o "$dir/body" -D "$dir/headers" -w '%{http_code}' "$@")
+  printf '  -> %s, %s bytes\n' "$code" "$(wc -c <"$dir/body")"
+  grep -i '^\(Content-Type\|Content-Disposition\|Cache-Control\|Retry-After\):' "$dir/headers" |
+    tr -d '\r' | sed 's/^/     /'
+  grep -qi '^Set-Cookie:' "$dir/headers" && echo "     Set-Cookie: (the link's access cookie)"
+  return 0
+}
+
+# The recipient's side: share.cgi behind the real lighttpd, driven by curl.
+demo_recipient() {
+  [ -x "$BUILD/share.cgi" ] || return 0
+  source scripts/web.sh
+  heading "A link with access code 2468 and a limit of 2 downloads, mailed to dave"
+  ctl add LkCodeLimit /Public/Reports/q3.pdf --creator Mirra:alice --host nas.example.com \
+    --link-name "Q3 report for Dave" --createtic "$NOW" --accesscode 2468 --download-limit 2
+  ctl add LkPublicDir /Public --creator Mirra:alice --host nas.example.com --link-name Public \
+    --createtic "$NOW"
+  HTTP_HOST=nas.example.com:8080 tool 1 1 0 LkCodeLimit "dave@example.org" "Q3 report" \
+    $'Hello Dave,\nthe code comes by phone.' ---- "" "" "" "alice@example.org"
+
+  heading "Dave opens the link: lighttpd on 127.0.0.1 runs share.cgi (data/lighttpd/share.conf)"
+  web_start "$PWD/$BUILD/demo-web" "$ROOT"
+  trap web_stop EXIT
+  local link="http://127.0.0.1:$WEB_PORT/share.cgi?ssid=LkCodeLimit" jar="$PWD/$BUILD/demo-web/jar"
+  rm -f "$jar"-*
+  fetch "$link"
+  heading "A wrong code, then the right one"
+  fetch -d code=1111 "$link"
+  fetch -c "$jar-1" -d code=2468 "$link"
+  heading "Two visitors download (each entered the code), a third finds the limit reached"
+  fetch -b "$jar-1" -A visitor-1 "$link&dl=1"
+  fetch -c "$jar-2" -d code=2468 -A visitor-2 "$link"
+  fetch -b "$jar-2" -A visitor-2 "$link&dl=1"
+  fetch -c "$jar-3" -d code=2468 -A visitor-3 "$link"
+  fetch -b "$jar-3" -A visitor-3 "$link&dl=1"
+  web_stop
+  heading "Mode 3: the link's row now counts 2 downloads"
+  HTTP_HOST=nas.example.com:8080 tool 3 -m 6 -s 0 -n 20 -u alice | grep -i -B3 -A3 'LkCodeLimit\|download_count' || true
+  echo
+  echo "scripts/serve.sh serves this appliance to a browser."
+}
+
 main() {
   build_tools
   make_appliance
@@ -178,6 +232,7 @@ main() {
   make_store
   demo_listing
   demo_mail
+  demo_recipient
 }
 
 main "$@"

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Installs the Debian packages the project needs, only those that are missing.
-# Usage: scripts/deps.sh [build|test|bench|fuzz]...   (default: build)
+# Usage: scripts/deps.sh [build|test|bench|fuzz|web]...   (default: build)
 set -euo pipefail
 
 want=(cmake g++ make pkg-config libsqlite3-dev libjson-c-dev libcurl4-openssl-dev
@@ -12,6 +12,7 @@ for group in "$@"; do
                  chromium chromium-driver python3-selenium) ;;
     bench) want+=(hyperfine time sqlite3 gawk lighttpd curl) ;;
     fuzz) want+=(clang libclang-rt-14-dev) ;;
+    web) want+=(lighttpd curl) ;;
     *) echo "deps.sh: unknown group $group" >&2; exit 2 ;;
   esac
 done
