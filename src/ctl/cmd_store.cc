@@ -118,6 +118,7 @@ std::string parse_add(const std::vector<std::string>& args, AddRequest* req) {
     else if (a == "--ssl") ok = parse_int32(v, &r->ssl);
     else if (a == "--expire") ok = parse_int32(v, &r->expire);
     else if (a == "--createtic") ok = parse_int32(v, &r->createtic);
+    else if (a == "--download-limit") ok = parse_int32(v, &r->download_limit) && r->download_limit >= 0;
     else if (a == "--fid" || a == "--recipient") {
       size_t colon = v.find(':');
       if (colon == std::string::npos || colon == 0) return a + " takes " + (a == "--fid" ? "FID:PATH" : "USER:EMAIL");
@@ -212,6 +213,7 @@ const CtlCommand kRelocate("relocate", "",
 const CtlCommand kAdd("add",
                       "KEY SHAREFILE [--creator C] [--host H] [--ssl N] [--expire T] "
                       "[--createtic T] [--link-name N] [--title T] [--accesscode A] [--useraddr U] "
+                      "[--download-limit N] "
                       "[--fid FID:PATH]... [--recipient USER:EMAIL]...",
                       "add one share link with its files and recipients", cmd_add);
 const CtlCommand kList("list", "[--user U]",

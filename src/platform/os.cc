@@ -1,7 +1,9 @@
 #include "platform/os.h"
 
 #include <fcntl.h>
+#include <cerrno>
 #include <sys/file.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -28,11 +30,23 @@ int real_spawn(pid_t* pid, const char* path, const posix_spawn_file_actions_t* a
 pid_t real_waitpid(pid_t pid, int* st, int opt) { return ::waitpid(pid, st, opt); }
 time_t real_time(time_t* t) { return ::time(t); }
 int real_usleep(useconds_t us) { return ::usleep(us); }
+int real_openat(int dirfd, const char* p, int flags, mode_t mode) {
+  return ::openat(dirfd, p, flags, mode);
+}
+long real_openat2(int dirfd, const char* p, void* how, size_t size) {
+#ifdef SYS_openat2
+  return ::syscall(SYS_openat2, dirfd, p, how, size);
+#else
+  errno = ENOSYS;
+  return -1;
+#endif
+}
 
 constexpr OsCalls kDefaults = {
     real_open,  real_read,   real_write,  real_fsync,  real_close,  real_rename,
     real_unlink, real_stat,  real_lstat,  real_flock,  real_fopen,  real_fwrite,
     real_ferror, real_fclose, real_spawn, real_waitpid, real_time,  real_usleep,
+    real_openat, real_openat2,
 };
 
 }  // namespace

@@ -35,6 +35,10 @@ struct OsCalls {
   pid_t (*waitpid)(pid_t pid, int* status, int options);
   time_t (*time)(time_t* out);
   int (*usleep)(useconds_t usec);
+  // Opens relative to a folder; openat2 is the raw system call (ENOSYS on
+  // kernels before 5.6).
+  int (*openat)(int dirfd, const char* path, int flags, mode_t mode);
+  long (*openat2)(int dirfd, const char* path, void* how, size_t size);
 };
 
 extern OsCalls os;

@@ -1,0 +1,158 @@
+#include "share_page/access_db.h"
+
+#include <cstdio>
+#include <cstring>
+
+#include "platform/root.h"
+#include "sharelink_db/store.h"
+
+namespace {
+
+constexpr long kLinkWindow = 15 * 60;
+constexpr int kLinkFailures = 5;
+constexpr long kClientWindow = 60 * 60;
+constexpr int kClientFailures = 20;
+constexpr long kRepeatWindow = 60 * 60;
+constexpr long kAuditKeep = 90L * 24 * 60 * 60;
+
+const char kSchema[] =
+    "CREATE TABLE IF NOT EXISTS failure (t INTEGER, client TEXT, ssid TEXT);"
+    "CREATE INDEX IF NOT EXISTS failure_client ON failure(client, t);"
+    "CREATE TABLE IF NOT EXISTS counted (t INTEGER, visitor TEXT, ssid TEXT, item TEXT);"
+    "CREATE INDEX IF NOT EXISTS counted_visitor ON counted(visitor, ssid, item);"
+    "CREATE TABLE IF NOT EXISTS audit (t INTEGER, ssid TEXT, item TEXT, client TEXT, ua TEXT,"
+    " event TEXT);"
+    "CREATE INDEX IF NOT EXISTS audit_ssid ON audit(ssid);";
+
+// A prepared statement finalized on every way out.
+class Stmt {
+ public:
+  Stmt(sqlite3* db, const char* sql) {
+    if (db != nullptr && sqlite3_prepare_v2(db, sql, -1, &s_, nullptr) != SQLITE_OK) s_ = nullptr;
+  }
+  ~Stmt() { sqlite3_finalize(s_); }
+  Stmt(const Stmt&) = delete;
+  Stmt& operator=(const Stmt&) = delete;
+  bool ok() const { return s_ != nullptr; }
+  Stmt& text(int i, const std::string& v) {
+    if (s_) sqlite3_bind_text(s_, i, v.c_str(), static_cast<int>(v.size()), SQLITE_TRANSIENT);
+    return *this;
+  }
+  Stmt& num(int i, long long v) {
+    if (s_) sqlite3_bind_int64(s_, i, v);
+    return *this;
+  }
+  int step() { return s_ ? sqlite3_step(s_) : SQLITE_ERROR; }
+  long long col(int i) { return sqlite3_column_int64(s_, i); }
+  const char* str(int i) {
+    const unsigned char* t = sqlite3_column_text(s_, i);
+    return t != nullptr ? reinterpret_cast<const char*>(t) : "";
+  }
+
+ private:
+  sqlite3_stmt* s_ = nullptr;
+};
+
+// Names may hold tabs and line breaks; one audit row stays one line.
+std::string printable(const char* text) {
+  std::string out;
+  for (const unsigned char* p = reinterpret_cast<const unsigned char*>(text); *p != 0; ++p) {
+    if (*p < 0x20 || *p == 0x7f || *p == '\\') {
+      char esc[8];
+      snprintf(esc, sizeof esc, "\\x%02x", *p);
+      out += esc;
+    } else {
+      out += static_cast<char>(*p);
+    }
+  }
+  return out;
+}
+
+}  // namespace
+
+std::string beside_store(const char* name) {
+  char db_path[256];
+  sf_get_db_path(db_path, sizeof db_path);
+  const char* slash = strrchr(db_path, '/');
+  std::string dir = slash != nullptr ? std::string(db_path, static_cast<size_t>(slash - db_path))
+                                     : std::string(".");
+  return dir + "/" + name;
+}
+
+AccessDb::AccessDb() {
+  std::string path = rooted_path(beside_store("share_link_access.db").c_str());
+  if (sqlite3_open_v2(path.c_str(), &db_, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr) !=
+      SQLITE_OK) {
+    sqlite3_close(db_);
+    db_ = nullptr;
+    return;
+  }
+  sqlite3_busy_timeout(db_, 5000);
+  exec("PRAGMA journal_mode=WAL;");
+  exec(kSchema);
+}
+
+AccessDb::~AccessDb() { sqlite3_close(db_); }
+
+void AccessDb::exec(const char* sql) {
+  if (db_ != nullptr) sqlite3_exec(db_, sql, nullptr, nullptr, nullptr);
+}
+
+void AccessDb::record_failure(time_t now, const std::string& client, const std::string& ssid) {
+  Stmt(db_, "INSERT INTO failure VALUES (?, ?, ?)").num(1, now).text(2, client).text(3, ssid).step();
+  Stmt(db_, "DELETE FROM failure WHERE t < ?").num(1, now - kClientWindow).step();
+}
+
+long AccessDb::retry_after(time_t now, const std::string& client, const std::string& ssid) {
+  long wait = 0;
+  Stmt link(db_, "SELECT COUNT(*), MIN(t) FROM failure WHERE client = ? AND ssid = ? AND t > ?");
+  link.text(1, client).text(2, ssid).num(3, now - kLinkWindow);
+  if (link.step() == SQLITE_ROW && link.col(0) >= kLinkFailures) {
+    wait = static_cast<long>(link.col(1) + kLinkWindow - now);
+  }
+  Stmt all(db_, "SELECT COUNT(*), MIN(t) FROM failure WHERE client = ? AND t > ?");
+  all.text(1, client).num(2, now - kClientWindow);
+  if (all.step() == SQLITE_ROW && all.col(0) >= kClientFailures) {
+    long w = static_cast<long>(all.col(1) + kClientWindow - now);
+    if (w > wait) wait = w;
+  }
+  return wait > 0 ? wait : (wait < 0 ? 1 : 0);
+}
+
+bool AccessDb::counted_recently(time_t now, const std::string& visitor, const std::string& ssid,
+                                const std::string& item) {
+  Stmt s(db_, "SELECT 1 FROM counted WHERE visitor = ? AND ssid = ? AND item = ? AND t > ?");
+  s.text(1, visitor).text(2, ssid).text(3, item).num(4, now - kRepeatWindow);
+  return s.step() == SQLITE_ROW;
+}
+
+void AccessDb::record_counted(time_t now, const std::string& visitor, const std::string& ssid,
+                              const std::string& item) {
+  Stmt(db_, "INSERT INTO counted VALUES (?, ?, ?, ?)")
+      .num(1, now).text(2, visitor).text(3, ssid).text(4, item).step();
+  Stmt(db_, "DELETE FROM counted WHERE t < ?").num(1, now - kRepeatWindow).step();
+}
+
+void AccessDb::audit(time_t now, const std::string& ssid, const std::string& item,
+                     const std::string& client, const std::string& ua_hash,
+                     const std::string& event) {
+  Stmt(db_, "INSERT INTO audit VALUES (?, ?, ?, ?, ?, ?)")
+      .num(1, now).text(2, ssid).text(3, item).text(4, client).text(5, ua_hash).text(6, event)
+      .step();
+  Stmt(db_, "DELETE FROM audit WHERE t < ?").num(1, now - kAuditKeep).step();
+}
+
+int AccessDb::print_audit(const std::string& ssid, FILE* out) {
+  if (db_ == nullptr) return -1;
+  Stmt s(db_, ssid.empty() ? "SELECT * FROM audit ORDER BY rowid"
+                           : "SELECT * FROM audit WHERE ssid = ? ORDER BY rowid");
+  if (!ssid.empty()) s.text(1, ssid);
+  if (!s.ok()) return -1;
+  int rc;
+  while ((rc = s.step()) == SQLITE_ROW) {
+    fprintf(out, "%lld\t%s\t%s\t%s\t%s\t%s\n", s.col(0), printable(s.str(1)).c_str(),
+            printable(s.str(2)).c_str(), printable(s.str(3)).c_str(), s.str(4),
+            printable(s.str(5)).c_str());
+  }
+  return rc == SQLITE_DONE ? 0 : -1;
+}

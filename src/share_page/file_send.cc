@@ -1,0 +1,162 @@
+#include "share_page/file_send.h"
+
+#include <unistd.h>
+
+#include <cstring>
+#include <vector>
+
+#include "share_page/cookie.h"
+#include "share_page/page.h"
+#include "weblib/delivery_output.h"
+#include "weblib/http_date.h"
+#include "weblib/mime_table.h"
+#include "weblib/range.h"
+
+namespace {
+
+bool etag_listed(const char* list, const std::string& etag) {
+  std::string s(list);
+  size_t pos = 0;
+  while (pos < s.size()) {
+    size_t comma = s.find(',', pos);
+    if (comma == std::string::npos) comma = s.size();
+    std::string item = s.substr(pos, comma - pos);
+    size_t a = item.find_first_not_of(" \t");
+    size_t b = item.find_last_not_of(" \t");
+    item = a == std::string::npos ? "" : item.substr(a, b - a + 1);
+    if (item.compare(0, 2, "W/") == 0) item.erase(0, 2);
+    if (item == "*" || item == etag) return true;
+    pos = comma + 1;
+  }
+  return false;
+}
+
+std::string lower(std::string s) {
+  for (char& c : s) c = static_cast<char>(tolower(static_cast<unsigned char>(c)));
+  return s;
+}
+
+}  // namespace
+
+FilePlan plan_file_answer(const struct stat& st, const char* if_none_match,
+                          const char* if_modified_since, const char* if_range, const char* range) {
+  FilePlan p;
+  p.etag = "\"" +
+           sha256_hex(std::to_string(st.st_dev) + ":" + std::to_string(st.st_ino) + ":" +
+                      std::to_string(st.st_size) + ":" + std::to_string(st.st_mtim.tv_sec) + ":" +
+                      std::to_string(st.st_mtim.tv_nsec))
+               .substr(0, 24) +
+           "\"";
+  const unsigned long long size = static_cast<unsigned long long>(st.st_size);
+  p.end = size - 1;
+  if (if_none_match != nullptr) {
+    if (etag_listed(if_none_match, p.etag)) p.answer = FileAnswer::kNotModified;
+    if (p.answer == FileAnswer::kNotModified) return p;
+  } else if (if_modified_since != nullptr) {
+    time_t since = 0;
+    if (parse_http_date(if_modified_since, &since) && st.st_mtime <= since) {
+      p.answer = FileAnswer::kNotModified;
+      return p;
+    }
+  }
+  if (range == nullptr || strncmp(range, "bytes=", 6) != 0) return p;
+  if (if_range != nullptr) {
+    time_t when = 0;
+    bool same = if_range[0] == '"' ? p.etag == if_range
+                                   : parse_http_date(if_range, &when) && when == st.st_mtime;
+    if (!same) return p;  // changed since: the whole file
+  }
+  switch (parse_byte_range(range, size, &p.start, &p.end)) {
+    case RangeOutcome::kWhole:
+      break;
+    case RangeOutcome::kPartial:
+      p.answer = FileAnswer::kPartial;
+      break;
+    default:
+      p.answer = FileAnswer::kRefused;
+      break;
+  }
+  return p;
+}
+
+std::string safe_content_type(const std::string& name) {
+  char type[kMimeTypeSize] = "";
+  mime_type_of(name.c_str(), type);
+  std::string t = lower(type);
+  if (t.empty() || t.find("html") != std::string::npos || t.find("xml") != std::string::npos ||
+      t.find("svg") != std::string::npos || t.find("script") != std::string::npos) {
+    return "application/octet-stream";
+  }
+  return t;
+}
+
+std::string content_disposition(const std::string& name, bool want_inline) {
+  bool is_inline = false;
+  if (want_inline) {
+    std::string t = safe_content_type(name);
+    int cls = file_class_of(name.c_str());
+    is_inline = t != "application/octet-stream" &&
+                (cls == kClassImage || cls == kClassPdf || cls == kClassAudio || cls == kClassVideo);
+  }
+  std::string ascii;
+  for (unsigned char c : name) {
+    if (c < 0x20 || c == 0x7f || c == '"' || c == '\\') continue;
+    ascii += c < 0x80 ? static_cast<char>(c) : '_';
+  }
+  if (ascii.empty()) ascii = "download";
+  return std::string(is_inline ? "inline" : "attachment") + "; filename=\"" + ascii +
+         "\"; filename*=UTF-8''" + url_encode(name);
+}
+
+bool send_shared_file(int fd, const struct stat& st, const std::string& name,
+                      const FilePlan& plan, bool head, bool want_inline,
+                      const std::string& x_sendfile_path) {
+  const unsigned long long size = static_cast<unsigned long long>(st.st_size);
+  std::string h;
+  char date[kHttpDateSize];
+  format_http_date(st.st_mtime, date, sizeof date);
+  if (plan.answer == FileAnswer::kNotModified) {
+    h = "Status: 304 Not Modified\r\n" + security_headers(false) + "ETag: " + plan.etag +
+        "\r\nLast-Modified: " + date + "\r\nCache-Control: private, no-cache\r\n\r\n";
+    return delivery_write(h.data(), h.size()) && delivery_flush();
+  }
+  if (plan.answer == FileAnswer::kRefused) {
+    h = "Status: 416 Range Not Satisfiable\r\n" + security_headers(false) +
+        "Content-Range: bytes */" + std::to_string(size) + "\r\nContent-Length: 0\r\n" +
+        "Cache-Control: no-store\r\n\r\n";
+    return delivery_write(h.data(), h.size()) && delivery_flush();
+  }
+  const bool partial = plan.answer == FileAnswer::kPartial;
+  const unsigned long long start = partial ? plan.start : 0;
+  const unsigned long long length = size == 0 ? 0 : (partial ? plan.end : size - 1) - start + 1;
+  h = partial ? "Status: 206 Partial Content\r\n" : "Status: 200 OK\r\n";
+  h += security_headers(false);
+  h += "Content-Type: " + safe_content_type(name) + "\r\n";
+  h += "Content-Disposition: " + content_disposition(name, want_inline) + "\r\n";
+  h += "Accept-Ranges: bytes\r\nETag: " + plan.etag + "\r\nLast-Modified: " + date +
+       "\r\nCache-Control: private, no-cache\r\n";
+  if (partial) {
+    h += "Content-Range: bytes " + std::to_string(start) + "-" + std::to_string(plan.end) + "/" +
+         std::to_string(size) + "\r\n";
+  }
+  const bool hand_over = !partial && !head && !x_sendfile_path.empty();
+  if (hand_over) {
+    h += "X-Sendfile: " + header_safe(x_sendfile_path) + "\r\n\r\n";
+    return delivery_write(h.data(), h.size()) && delivery_flush();
+  }
+  h += "Content-Length: " + std::to_string(length) + "\r\n\r\n";
+  if (!delivery_write(h.data(), h.size())) return false;
+  if (head) return delivery_flush();
+  std::vector<char> buf(64 * 1024);
+  unsigned long long pos = start;
+  unsigned long long left = length;
+  while (left > 0) {
+    size_t want = left < buf.size() ? static_cast<size_t>(left) : buf.size();
+    ssize_t got = pread(fd, buf.data(), want, static_cast<off_t>(pos));
+    if (got <= 0) break;  // the file shrank: the client sees a short body
+    if (!delivery_write(buf.data(), static_cast<size_t>(got))) return false;
+    pos += static_cast<unsigned long long>(got);
+    left -= static_cast<unsigned long long>(got);
+  }
+  return delivery_flush();
+}

@@ -1,0 +1,41 @@
+// A shared file's bytes as the answer: validators (strong ETag,
+// Last-Modified), conditional requests (If-None-Match, If-Modified-Since,
+// If-Range), one byte range, and the headers that keep a shared file from
+// running as a page of this origin.
+#ifndef SLT_SHARE_PAGE_FILE_SEND_H_
+#define SLT_SHARE_PAGE_FILE_SEND_H_
+
+#include <sys/stat.h>
+
+#include <string>
+
+enum class FileAnswer { kNotModified, kWhole, kPartial, kRefused };
+
+struct FilePlan {
+  FileAnswer answer = FileAnswer::kWhole;
+  unsigned long long start = 0;
+  unsigned long long end = 0;  // inclusive
+  std::string etag;            // with its quotes
+};
+
+// Decides the answer from the request headers (each null when absent).
+FilePlan plan_file_answer(const struct stat& st, const char* if_none_match,
+                          const char* if_modified_since, const char* if_range, const char* range);
+
+// The Content-Disposition value for name: inline only when asked and the
+// type is a raster image, PDF, audio or video; otherwise attachment. The
+// quoted fallback keeps printable ASCII without quote and backslash.
+std::string content_disposition(const std::string& name, bool want_inline);
+
+// The Content-Type for name; types a browser would run (HTML, SVG, XML,
+// scripts) become application/octet-stream.
+std::string safe_content_type(const std::string& name);
+
+// Writes the answer of `plan` for the open file fd: headers, then (unless
+// head) the body. x_sendfile_path, when not empty, hands a whole body to
+// the web server instead. True when everything was written.
+bool send_shared_file(int fd, const struct stat& st, const std::string& name,
+                      const FilePlan& plan, bool head, bool want_inline,
+                      const std::string& x_sendfile_path);
+
+#endif  // SLT_SHARE_PAGE_FILE_SEND_H_
