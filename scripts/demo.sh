@@ -204,21 +204,23 @@ demo_recipient() {
   heading "Dave opens the link: lighttpd on 127.0.0.1 runs share.cgi (data/lighttpd/share.conf)"
   web_start "$PWD/$BUILD/demo-web" "$ROOT"
   trap web_stop EXIT
-  local link="http://127.0.0.1:$WEB_PORT/share.cgi?ssid=LkCodeLimit" jar="$PWD/$BUILD/demo-web/jar"
+  local link="http://127.0.0.1:$WEB_PORT/share.cgi?ssid=LkCodeLimit" jar="$BUILD/demo-web/jar"
   rm -f "$jar"-*
   fetch "$link"
-  heading "A wrong code, then the right one"
+  heading "A wrong code, then the right one (three visitors enter it, each gets a cookie)"
   fetch -d code=1111 "$link"
-  fetch -c "$jar-1" -d code=2468 "$link"
-  heading "Two visitors download (each entered the code), a third finds the limit reached"
-  fetch -b "$jar-1" -A visitor-1 "$link&dl=1"
-  fetch -c "$jar-2" -d code=2468 -A visitor-2 "$link"
-  fetch -b "$jar-2" -A visitor-2 "$link&dl=1"
-  fetch -c "$jar-3" -d code=2468 -A visitor-3 "$link"
-  fetch -b "$jar-3" -A visitor-3 "$link&dl=1"
+  local i
+  for i in 1 2 3; do
+    fetch -c "$jar-$i" -A "visitor-$i" -d code=2468 "$link"
+  done
+  heading "Two visitors download; the third finds the limit of 2 reached"
+  for i in 1 2 3; do
+    fetch -b "$jar-$i" -A "visitor-$i" "$link&dl=1"
+  done
   web_stop
   heading "Mode 3: the link's row now counts 2 downloads"
-  HTTP_HOST=nas.example.com:8080 tool 3 -m 6 -s 0 -n 20 -u alice | grep -i -B3 -A3 'LkCodeLimit\|download_count' || true
+  HTTP_HOST=nas.example.com:8080 tool 3 -m 6 -s 0 -n 20 -u alice |
+    awk '/<log>/ { row = "" } { row = row $0 "\n" } /<\/log>/ && row ~ /LkCodeLimit/ { printf "%s", row }'
   echo
   echo "scripts/serve.sh serves this appliance to a browser."
 }

@@ -2,7 +2,7 @@
 # Serves the demo appliance (build/demo-root) to a browser: lighttpd with
 # share.cgi on a free port of 127.0.0.1, until Ctrl-C. Runs scripts/demo.sh
 # first when the demo appliance or share.cgi is missing.
-# Usage: scripts/serve.sh [enable|disable]   (X-Sendfile, default enable)
+# Usage: scripts/serve.sh [1|0]   (X-Sendfile, default 1)
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/web.sh
@@ -14,7 +14,7 @@ fi
 scripts/deps.sh web
 
 trap 'web_stop; exit 0' INT TERM
-web_start "$PWD/build/demo-web" "$PWD/build/demo-root" "${1:-enable}"
+web_start "$PWD/build/demo-web" "$PWD/build/demo-root" "${1:-1}"
 base="http://127.0.0.1:$WEB_PORT/share.cgi?ssid="
 cat <<MSG
 Serving build/demo-root at http://127.0.0.1:$WEB_PORT/ (logs in build/demo-web).

@@ -1,6 +1,6 @@
 # Sourced by the demo, serve.sh and the benchmark: a private lighttpd with
 # data/lighttpd/local.conf (share.cgi at /share.cgi) on a free local port.
-#   web_start WEB_DIR ROOT [enable|disable]   sets WEB_PORT and WEB_PID
+#   web_start WEB_DIR ROOT [1|0]   sets WEB_PORT and WEB_PID
 #   web_stop
 # share.cgi is taken from $WEB_CGI_DIR (default: build/ of the checkout).
 
@@ -10,7 +10,7 @@ WEB_PID=""
 WEB_PORT=""
 
 web_start() {
-  local dir="$1" root="$2" xsendfile="${3:-enable}" attempt i
+  local dir="$1" root="$2" xsendfile="${3:-1}" attempt i
   mkdir -p "$dir/htdocs"
   for attempt in 1 2 3 4 5; do
     WEB_PORT=$((20000 + RANDOM % 40000))

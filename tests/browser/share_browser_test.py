@@ -60,7 +60,7 @@ def free_port():
 def start_lighttpd(web, root):
     os.makedirs(web + "/htdocs", exist_ok=True)
     env = dict(os.environ, SHARELINK_WEB_PORT=str(free_port()), SHARELINK_WEB_DIR=web,
-               SHARELINK_ROOT=root, SHARELINK_CGI_DIR=BUILD, SHARELINK_X_SENDFILE="enable")
+               SHARELINK_ROOT=root, SHARELINK_CGI_DIR=BUILD, SHARELINK_X_SENDFILE="1")
     server = subprocess.Popen(["lighttpd", "-D", "-f", os.path.join(SOURCE, "data/lighttpd/local.conf")],
                               env=env, stdout=subprocess.DEVNULL, stderr=subprocess.STDOUT)
     base = "http://127.0.0.1:%s" % env["SHARELINK_WEB_PORT"]
@@ -143,7 +143,7 @@ def run(browser, base, downloads):
     check(all(n in text for n in ("Album 2025", "beach.jpg", "zebra.txt")), "the folder link lists its entries")
     check(text.find("Album 2025") < text.find("beach.jpg"), "folders come first")
     shot("folder")
-    sub = [a for a in browser.find_elements(By.TAG_NAME, "a") if a.text.strip() == "Album 2025"]
+    sub = [a for a in browser.find_elements(By.TAG_NAME, "a") if a.text.strip().rstrip("/") == "Album 2025"]
     if check(sub, "the subfolder is a link"):
         sub[0].click()
         check("first.jpg" in body(), "the subfolder's page lists its file")
