@@ -221,6 +221,9 @@ demo_recipient() {
   heading "Mode 3: the link's row now counts 2 downloads"
   HTTP_HOST=nas.example.com:8080 tool 3 -m 6 -s 0 -n 20 -u alice |
     awk '/<log>/ { row = "" } { row = row $0 "\n" } /<\/log>/ && row ~ /LkCodeLimit/ { printf "%s", row }'
+  # For scripts/serve.sh: an expired link to open in a browser.
+  ctl add LkExpired00 /Public/notes.txt --creator Mirra:alice --host nas.example.com \
+    --createtic "$((NOW - 86400))" --expire "$((NOW - 3600))"
   echo
   echo "scripts/serve.sh serves this appliance to a browser."
 }

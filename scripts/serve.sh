@@ -22,7 +22,7 @@ Open in a browser:
   ${base}Lk1Rep0rtQ3    a file
   ${base}LkPublicDir    a folder
   ${base}LkCodeLimit    a file behind access code 2468 (the demo used up its 2 downloads)
-  ${base}Lk2Exp1red0    an expired link
+  ${base}LkExpired00    an expired link
 Ctrl-C stops the server.
 MSG
 wait "$WEB_PID" || true
