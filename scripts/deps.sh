@@ -4,7 +4,7 @@
 set -euo pipefail
 
 want=(cmake g++ make pkg-config libsqlite3-dev libjson-c-dev libcurl4-openssl-dev
-      libgtest-dev libgmock-dev sqlite3)
+      libgtest-dev libgmock-dev sqlite3 libssl-dev)
 for group in "$@"; do
   case "$group" in
     build) ;;

@@ -276,12 +276,16 @@ int share_cgi_main() {
   const std::string item = share_item(v.req);
 
   if (!known) {
+    // Guessing ids is a wrong code too.
+    long wait = access.retry_after(v.now, v.client, v.req.ssid);
+    if (wait > 0) {
+      audit(v, "refused:throttled");
+      send_page(throttled(wait), v.head);
+      return 0;
+    }
     access.record_failure(v.now, v.client, v.req.ssid);
     audit(v, "refused:unknown");
-    long wait = access.retry_after(v.now, v.client, v.req.ssid);
-    send_page(wait > 0 ? throttled(wait)
-                       : error_reply(404, "This link does not exist or is no longer shared."),
-              v.head);
+    send_page(error_reply(404, "This link does not exist or is no longer shared."), v.head);
     return 0;
   }
   // A typed code: checked before the gate so that the gate sees the proof.
