@@ -14,6 +14,8 @@ web_start() {
   mkdir -p "$dir/htdocs"
   for attempt in 1 2 3 4 5; do
     WEB_PORT=$((20000 + RANDOM % 40000))
+    # Someone else's server there would answer in our place.
+    curl -s -o /dev/null "http://127.0.0.1:$WEB_PORT/" && continue
     SHARELINK_WEB_PORT="$WEB_PORT" SHARELINK_WEB_DIR="$dir" SHARELINK_ROOT="$root" \
       SHARELINK_CGI_DIR="$(cd "$WEB_CGI_DIR" && pwd)" SHARELINK_X_SENDFILE="$xsendfile" \
       lighttpd -D -f "$WEB_CONF" >>"$dir/console.log" 2>&1 &
@@ -21,7 +23,9 @@ web_start() {
     # A taken port makes lighttpd exit at once; otherwise wait until it listens.
     for i in $(seq 100); do
       kill -0 "$WEB_PID" 2>/dev/null || break
-      if curl -s -o /dev/null "http://127.0.0.1:$WEB_PORT/"; then return 0; fi
+      if curl -s -o /dev/null "http://127.0.0.1:$WEB_PORT/" && kill -0 "$WEB_PID" 2>/dev/null; then
+        return 0
+      fi
       sleep 0.05
     done
     web_stop

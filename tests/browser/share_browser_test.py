@@ -6,7 +6,7 @@ Usage: share_browser_test.py BUILD_DIR SOURCE_DIR
 Screenshots go to BUILD_DIR/screenshots/. Exit 77 (skipped) only when the
 browser, its driver or selenium is missing.
 """
-import hashlib, os, random, shutil, socket, subprocess, sys, tempfile, time, urllib.request
+import os, random, shutil, socket, subprocess, sys, tempfile, time, urllib.request
 
 SKIP = 77
 BUILD, SOURCE = (os.path.abspath(a) for a in sys.argv[1:3])
