@@ -10,11 +10,11 @@
 #   rss-*     share.cgi's peak resident memory (GNU time) on each download,
 #             at most 8 MiB
 #
-# Timings come from hyperfine (each run one curl over 127.0.0.1, share.cgi
-# and static alternating in one invocation). Everything lives in
+# Timings come from hyperfine (each run one curl over 127.0.0.1). Everything lives in
 # bench/out/share/; the release build goes to build-release/.
-# Environment: BENCH_RUNS (runs of the small cases, default 30),
-# BENCH_BIG_RUNS (of the 1 GiB ones, default 5).
+# Environment: BENCH_ROUNDS (hyperfine invocations per case, default 3),
+# BENCH_RUNS (runs per invocation of the small cases, default 15),
+# BENCH_BIG_RUNS (of the 1 GiB ones, default 3).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/deps.sh build bench
@@ -23,8 +23,9 @@ SRC=$PWD
 OUT=$SRC/bench/out/share
 ROOT=$OUT/root
 BUILD=$SRC/build-release
-RUNS=${BENCH_RUNS:-30}
-BIG_RUNS=${BENCH_BIG_RUNS:-5}
+RUNS=${BENCH_RUNS:-15}
+BIG_RUNS=${BENCH_BIG_RUNS:-3}
+ROUNDS=${BENCH_ROUNDS:-3}
 WEB_CGI_DIR=$BUILD
 source scripts/web.sh
 
@@ -55,12 +56,18 @@ start cgi 0
 trap 'kill "$xs_pid" "$cgi_pid" 2>/dev/null || true' EXIT
 
 get='curl -sf -o /dev/null'
-# Median seconds of the named commands, one hyperfine run: median NAME CMD ...
+# Median seconds of each named command: hyperfine runs them ROUNDS times
+# (share.cgi and static take turns), the median of the rounds' medians
+# evens out a busy machine. median NAME RUNS -n CASE CMD ...
 median() {
-  local csv="$OUT/$1.csv" runs="$2"
+  local name="$1" runs="$2" r
   shift 2
-  hyperfine -N -w 2 -r "$runs" --export-csv "$csv" "$@" >/dev/null 2>&1
-  awk -F, 'NR > 1 { print $4 }' "$csv"
+  for r in $(seq "$ROUNDS"); do
+    hyperfine -N -w 1 -r "$runs" --export-csv "$OUT/$name-$r.csv" "$@" >/dev/null 2>&1
+  done
+  gawk -F, 'FNR > 1 { v[FNR - 1] = v[FNR - 1] " " $4; n = FNR - 1 }
+    END { for (i = 1; i <= n; i++) { k = split(v[i], a, " "); asort(a); print a[int((k + 1) / 2)] } }' \
+    "$OUT/$name"-*.csv
 }
 
 rows=()
