@@ -72,7 +72,7 @@ median() {
 
 rows=()
 row() {  # row CASE SHARE STATIC RATIO TARGET OK
-  rows+=("$(printf '%-8s %14s %14s %7s  %-12s %s' "$@")")
+  rows+=("$(printf '%-10s %14s %14s %7s  %-12s %s' "$@")")
 }
 ratio_at_most() {  # ratio_at_most NAME SHARE_S STATIC_S LIMIT: time ratio
   local r
@@ -121,5 +121,5 @@ rss rss-4k 0 LkBenchSmall
 rss rss-1g 0 LkBenchBig00
 rss rss-1g-xs 1 LkBenchBig00
 
-printf '%-8s %14s %14s %7s  %-12s %s\n' case share.cgi static ratio target met
+printf '%-10s %14s %14s %7s  %-12s %s\n' case share.cgi static ratio target met
 printf '%s\n' "${rows[@]}"
