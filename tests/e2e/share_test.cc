@@ -440,6 +440,14 @@ TEST(ShareCgiProgram, AnyRequestGetsASafeAnswer) {
             crlf.out.find("\r\nContent-Disposition: attachment; filename=\"evilX-Injected: 1.txt\"; "
                           "filename*=UTF-8''evil%0D%0AX-Injected%3A%201%22.txt\r\n"));
   EXPECT_EQ("crlf", crlf.out.substr(crlf.out.find("\r\n\r\n") + 4));
+  // With the server set up for it, a whole body is handed over by path.
+  RunResult handed = run_program(SLT_BUILD_DIR "/share.cgi", {}, root,
+                                 {{"QUERY_STRING", "ssid=f&dl=1&path=a.txt"},
+                                  {"REQUEST_METHOD", "GET"},
+                                  {"SHARE_X_SENDFILE", "1"}});
+  const std::string tail = "\r\nX-Sendfile: " + root.path(std::string(kPublic) + "/f/a.txt") + "\r\n\r\n";
+  ASSERT_GE(handed.out.size(), tail.size());
+  EXPECT_EQ(tail, handed.out.substr(handed.out.size() - tail.size()));
 }
 
 }  // namespace
