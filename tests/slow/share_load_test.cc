@@ -1,14 +1,9 @@
-// Many recipients at once through the shipped lighttpd configuration
-// (data/lighttpd/local.conf, which includes share.conf): 40 parallel
+// Many recipients at once through the shipped lighttpd snippet
+// (data/lighttpd/share.conf): 40 parallel
 // downloads of a link limited to 10 give exactly 10 whole files and 30 410s,
 // and the store counts 10. Five rounds, a fresh link each, with and without
 // X-Sendfile.
 #include <gtest/gtest.h>
-#include <netinet/in.h>
-#include <signal.h>
-#include <sys/socket.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <map>
 #include <string>
@@ -16,79 +11,23 @@
 
 #include "support/appliance.h"
 #include "support/store_fixture.h"
+#include "support/web_server.h"
 
 namespace {
 
-// lighttpd with the shipped configuration, on a free port of 127.0.0.1.
-class ShareServer {
- public:
-  ShareServer(const ApplianceRoot& root, const std::string& x_sendfile) {
-    root.mkdirs("/web/htdocs");
-    for (int attempt = 0; attempt < 3 && pid_ < 0; ++attempt) start(root, x_sendfile);
-  }
-  ~ShareServer() {
-    if (pid_ <= 0) return;
-    kill(pid_, SIGTERM);
-    waitpid(pid_, nullptr, 0);
-  }
-  bool running() const { return pid_ > 0; }
-  std::string url(const std::string& target) const {
-    return "http://127.0.0.1:" + std::to_string(port_) + target;
-  }
-
- private:
-  static int free_port() {
-    int fd = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in a{};
-    a.sin_family = AF_INET;
-    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t len = sizeof a;
-    int port = -1;
-    if (bind(fd, reinterpret_cast<sockaddr*>(&a), sizeof a) == 0 &&
-        getsockname(fd, reinterpret_cast<sockaddr*>(&a), &len) == 0) {
-      port = ntohs(a.sin_port);
-    }
-    close(fd);
-    return port;
-  }
-  static bool listening(int port) {
-    int fd = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in a{};
-    a.sin_family = AF_INET;
-    a.sin_port = htons(static_cast<uint16_t>(port));
-    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    bool ok = connect(fd, reinterpret_cast<sockaddr*>(&a), sizeof a) == 0;
-    close(fd);
-    return ok;
-  }
-  void start(const ApplianceRoot& root, const std::string& x_sendfile) {
-    port_ = free_port();
-    const std::map<std::string, std::string> env = {
-        {"SHARELINK_WEB_PORT", std::to_string(port_)}, {"SHARELINK_WEB_DIR", root.path("/web")},
-        {"SHARELINK_CGI_DIR", SLT_BUILD_DIR}, {"SHARELINK_X_SENDFILE", x_sendfile}};
-    const std::string conf = source_path("data/lighttpd/local.conf");
-    pid_t pid = fork();
-    if (pid < 0) return;
-    if (pid == 0) {
-      setenv("SHARELINK_ROOT", root.dir().c_str(), 1);
-      for (const auto& kv : env) setenv(kv.first.c_str(), kv.second.c_str(), 1);
-      execlp("lighttpd", "lighttpd", "-D", "-f", conf.c_str(), static_cast<char*>(nullptr));
-      _exit(127);
-    }
-    for (int i = 0; i < 200; ++i) {
-      if (waitpid(pid, nullptr, WNOHANG) == pid) return;  // port taken, or no lighttpd
-      if (listening(port_)) {
-        pid_ = pid;
-        return;
-      }
-      usleep(50 * 1000);
-    }
-    kill(pid, SIGKILL);
-    waitpid(pid, nullptr, 0);
-  }
-  pid_t pid_ = -1;
-  int port_ = -1;
-};
+// The shipped snippet (data/lighttpd/share.conf) under a minimal main
+// configuration, as the appliance's own includes it.
+std::string shipped_config(const ApplianceRoot& root, int port, const char* x_sendfile) {
+  return "server.modules = (\"mod_alias\", \"mod_cgi\", \"mod_setenv\")\n"
+         "server.bind = \"127.0.0.1\"\n"
+         "server.port = " + std::to_string(port) + "\n"
+         "server.document-root = \"" + root.path("/web/htdocs") + "\"\n"
+         "server.errorlog = \"" + root.path("/web/logs/error.log") + "\"\n"
+         "var.sharelink_cgi_dir = \"" SLT_BUILD_DIR "\"\n"
+         "var.sharelink_root = \"" + root.dir() + "\"\n"
+         "var.sharelink_x_sendfile = \"" + x_sendfile + "\"\n"
+         "include \"" + source_path("data/lighttpd/share.conf") + "\"\n";
+}
 
 TEST(SlowShareLoad, FortyParallelDownloadsOfALinkLimitedToTen) {
   constexpr int kClients = 40, kLimit = 10, kRounds = 5;
@@ -100,8 +39,9 @@ TEST(SlowShareLoad, FortyParallelDownloadsOfALinkLimitedToTen) {
     for (int i = 0; body.size() < 200 * 1024; ++i) body += "block " + std::to_string(i) + "\n";
     root.write("/share/Public/load.bin", body);
     ASSERT_EQ(run_program(ctl_binary(), {"init"}, root).status, 0);
-    ShareServer web(root, x_sendfile);
-    ASSERT_TRUE(web.running()) << root.read("/web/error.log");
+    WebServer web(root, find_program("lighttpd"),
+                  [&](int port) { return shipped_config(root, port, x_sendfile); });
+    ASSERT_TRUE(web.running()) << root.read("/web/logs/error.log");
     for (int round = 0; round < kRounds; ++round) {
       SCOPED_TRACE(std::string("X-Sendfile ") + x_sendfile + ", round " + std::to_string(round));
       const std::string ssid = "LkLoadRound" + std::to_string(round);
@@ -122,7 +62,7 @@ TEST(SlowShareLoad, FortyParallelDownloadsOfALinkLimitedToTen) {
           args.push_back(a);
         }
       }
-      RunResult r = run_program("/usr/bin/curl", args, root);
+      RunResult r = run_program(find_program("curl"), args, root);
       ASSERT_EQ(r.status, 0) << r.err;
       std::map<std::string, int> statuses;
       int whole = 0;
