@@ -43,8 +43,9 @@ build_tools() {
   heading "Build"
   scripts/deps.sh build
   cmake -S . -B "$BUILD" -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
-  cmake --build "$BUILD" -j2 --target ShareLinkTool sharelinkctl sharelink_cgi >/dev/null
-  echo "built $TOOL, $CTL and $BUILD/sharelink.cgi"
+  scripts/deps.sh web
+  cmake --build "$BUILD" -j2 --target ShareLinkTool sharelinkctl sharelink_cgi share_cgi >/dev/null
+  echo "built $TOOL, $CTL, $BUILD/sharelink.cgi and $BUILD/share.cgi"
 }
 
 # Fields of a registry line: id, host, owner, https flag, shared path,
@@ -209,6 +210,58 @@ CONF
   "$curl" -s -u "admin:$password" -w '\n(HTTP %{http_code})\n' "$url" || true
   kill "$pid" 2>/dev/null || true
   wait "$pid" 2>/dev/null || true
+# One request through lighttpd: the command, then the status, the headers a
+# recipient's browser acts on and the size of the body.
+fetch() {
+  local dir="$PWD/$BUILD/demo-web" code
+  printf '$ curl'
+  printf ' %q' "$@"
+  printf '\n'
+  code=$(curl -s -o "$dir/body" -D "$dir/headers" -w '%{http_code}' "$@")
+  printf '  -> %s, %s bytes\n' "$code" "$(wc -c <"$dir/body")"
+  grep -i '^\(Content-Type\|Content-Disposition\|Cache-Control\|Retry-After\):' "$dir/headers" |
+    tr -d '\r' | sed 's/^/     /'
+  grep -qi '^Set-Cookie:' "$dir/headers" && echo "     Set-Cookie: (the link's access cookie)"
+  return 0
+}
+
+# The recipient's side: share.cgi behind the real lighttpd, driven by curl.
+demo_recipient() {
+  [ -x "$BUILD/share.cgi" ] || return 0
+  source scripts/web.sh
+  heading "A link with access code 2468 and a limit of 2 downloads, mailed to dave"
+  ctl add LkCodeLimit /Public/Reports/q3.pdf --creator Mirra:alice --host nas.example.com \
+    --link-name "Q3 report for Dave" --createtic "$NOW" --accesscode 2468 --download-limit 2
+  ctl add LkPublicDir /Public --creator Mirra:alice --host nas.example.com --link-name Public \
+    --createtic "$NOW"
+  HTTP_HOST=nas.example.com:8080 tool 1 1 0 LkCodeLimit "dave@example.org" "Q3 report" \
+    $'Hello Dave,\nthe code comes by phone.' ---- "" "" "" "alice@example.org"
+
+  heading "Dave opens the link: lighttpd on 127.0.0.1 runs share.cgi (data/lighttpd/share.conf)"
+  web_start "$PWD/$BUILD/demo-web" "$ROOT"
+  trap web_stop EXIT
+  local link="http://127.0.0.1:$WEB_PORT/share.cgi?ssid=LkCodeLimit" jar="$BUILD/demo-web/jar"
+  rm -f "$jar"-*
+  fetch "$link"
+  heading "A wrong code, then the right one (three visitors enter it, each gets a cookie)"
+  fetch -d code=1111 "$link"
+  local i
+  for i in 1 2 3; do
+    fetch -c "$jar-$i" -A "visitor-$i" -d code=2468 "$link"
+  done
+  heading "Two visitors download; the third finds the limit of 2 reached"
+  for i in 1 2 3; do
+    fetch -b "$jar-$i" -A "visitor-$i" "$link&dl=1"
+  done
+  web_stop
+  heading "Mode 3: the link's row now counts 2 downloads"
+  HTTP_HOST=nas.example.com:8080 tool 3 -m 6 -s 0 -n 20 -u alice |
+    awk '/<log>/ { row = "" } { row = row $0 "\n" } /<\/log>/ && row ~ /LkCodeLimit/ { printf "%s", row }'
+  # For scripts/serve.sh: an expired link to open in a browser.
+  ctl add LkExpired00 /Public/notes.txt --creator Mirra:alice --host nas.example.com \
+    --createtic "$((NOW - 86400))" --expire "$((NOW - 3600))"
+  echo
+  echo "scripts/serve.sh serves this appliance to a browser."
 }
 
 main() {
@@ -221,6 +274,7 @@ main() {
   demo_listing
   demo_mail
   demo_web
+  demo_recipient
 }
 
 main "$@"

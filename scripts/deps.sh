@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Installs the Debian packages the project needs, only those that are missing.
-# Usage: scripts/deps.sh [build|test|bench|fuzz]...   (default: build)
+# Usage: scripts/deps.sh [build|test|bench|fuzz|web]...   (default: build)
 set -euo pipefail
 # Group package: what scripts/package.sh and scripts/install_test.sh need.
 
@@ -10,9 +10,11 @@ for group in "$@"; do
   case "$group" in
     package) want+=(pandoc dpkg-dev file lintian man-db) ;;
     build) ;;
-    test) want+=(curl lighttpd msmtp python3 python3-aiosmtpd clang libclang-rt-14-dev time) ;;
-    bench) want+=(hyperfine time sqlite3 gawk) ;;
+    test) want+=(curl lighttpd msmtp python3 python3-aiosmtpd clang libclang-rt-14-dev time
+                 chromium chromium-driver python3-selenium) ;;
+    bench) want+=(hyperfine time sqlite3 gawk lighttpd curl) ;;
     fuzz) want+=(clang libclang-rt-14-dev) ;;
+    web) want+=(lighttpd curl) ;;
     *) echo "deps.sh: unknown group $group" >&2; exit 2 ;;
   esac
 done

@@ -1,0 +1,125 @@
+#!/usr/bin/env bash
+# Measures share.cgi behind lighttpd against the same lighttpd serving the
+# same file statically, and prints one table: case, share.cgi's median, the
+# static median, the ratio (both measured in this one run) and the target.
+#
+#   page      a link's page            at most 3x the static 4 KiB request
+#   4k        a 4 KiB download         at most 3x the static 4 KiB request
+#   1g-xs     a 1 GiB download, X-Sendfile     throughput at least 0.9x static
+#   1g-cgi    a 1 GiB download, share.cgi sends it   at least 0.5x static
+#   rss-*     share.cgi's peak resident memory (GNU time) on each download,
+#             at most 8 MiB
+#
+# Timings come from hyperfine (each run one curl over 127.0.0.1). Everything lives in
+# bench/out/share/; the release build goes to build-release/.
+# Environment: BENCH_ROUNDS (hyperfine invocations per case, default 3),
+# BENCH_RUNS (runs per invocation of the small cases, default 15),
+# BENCH_BIG_RUNS (of the 1 GiB ones, default 3).
+set -euo pipefail
+cd "$(dirname "$0")/.."
+scripts/deps.sh build bench
+
+SRC=$PWD
+OUT=$SRC/bench/out/share
+ROOT=$OUT/root
+BUILD=$SRC/build-release
+RUNS=${BENCH_RUNS:-15}
+BIG_RUNS=${BENCH_BIG_RUNS:-3}
+ROUNDS=${BENCH_ROUNDS:-3}
+WEB_CGI_DIR=$BUILD
+source scripts/web.sh
+
+cmake -S . -B "$BUILD" -DCMAKE_BUILD_TYPE=Release >/dev/null
+cmake --build "$BUILD" -j2 --target share_cgi sharelinkctl >/dev/null
+
+# The appliance: a 4 KiB and a 1 GiB file, a link to each, no limit.
+rm -rf "$OUT"
+mkdir -p "$ROOT/etc/config" "$ROOT/tmp" "$ROOT/share/Public"
+printf '[Public]\npath = /share/Public\n' >"$ROOT/etc/config/smb.conf"
+printf '[System]\nWeb Access Port = 8080\n' >"$ROOT/etc/config/Korvix.conf"
+head -c 4096 /dev/urandom >"$ROOT/share/Public/small.bin"
+head -c $((1024 * 1024 * 1024)) /dev/zero >"$ROOT/share/Public/big.bin"
+ctl() { SHARELINK_ROOT="$ROOT" "$BUILD/sharelinkctl" "$@" >/dev/null; }
+ctl init
+ctl add LkBenchSmall /Public/small.bin --creator admin --host 127.0.0.1
+ctl add LkBenchBig00 /Public/big.bin --creator admin --host 127.0.0.1
+
+# Static copies are hard links: the very same file from the same server.
+start() {  # start NAME X_SENDFILE: a server, its static files, its base URL in $NAME
+  web_start "$OUT/web-$1" "$ROOT" "$2"
+  ln -f "$ROOT/share/Public/small.bin" "$ROOT/share/Public/big.bin" "$OUT/web-$1/htdocs/"
+  printf -v "$1" 'http://127.0.0.1:%s' "$WEB_PORT"
+  printf -v "$1_pid" '%s' "$WEB_PID"
+}
+start xs 1
+start cgi 0
+trap 'kill "$xs_pid" "$cgi_pid" 2>/dev/null || true' EXIT
+
+get='curl -sf -o /dev/null'
+# Median seconds of each named command: hyperfine runs them ROUNDS times
+# (share.cgi and static take turns), the median of the rounds' medians
+# evens out a busy machine. median NAME RUNS -n CASE CMD ...
+median() {
+  local name="$1" runs="$2" r
+  shift 2
+  for r in $(seq "$ROUNDS"); do
+    hyperfine -N -w 1 -r "$runs" --export-csv "$OUT/$name-$r.csv" "$@" >/dev/null 2>&1
+  done
+  gawk -F, 'FNR > 1 { v[FNR - 1] = v[FNR - 1] " " $4; n = FNR - 1 }
+    END { for (i = 1; i <= n; i++) { k = split(v[i], a, " "); asort(a); print a[int((k + 1) / 2)] } }' \
+    "$OUT/$name"-*.csv
+}
+
+rows=()
+row() {  # row CASE SHARE STATIC RATIO TARGET OK
+  rows+=("$(printf '%-10s %14s %14s %7s  %-12s %s' "$@")")
+}
+ratio_at_most() {  # ratio_at_most NAME SHARE_S STATIC_S LIMIT: time ratio
+  local r
+  r=$(awk -v a="$2" -v b="$3" 'BEGIN { printf "%.2f", a / b }')
+  row "$1" "$(awk -v a="$2" 'BEGIN { printf "%.2f ms", a * 1000 }')" \
+      "$(awk -v a="$3" 'BEGIN { printf "%.2f ms", a * 1000 }')" "$r" "<= $4x" \
+      "$(awk -v r="$r" -v l="$4" 'BEGIN { print (r <= l) ? "yes" : "NO" }')"
+}
+throughput_at_least() {  # NAME SHARE_S STATIC_S LIMIT: throughput ratio
+  local r
+  r=$(awk -v a="$2" -v b="$3" 'BEGIN { printf "%.2f", b / a }')
+  row "$1" "$(awk -v a="$2" 'BEGIN { printf "%.0f MiB/s", 1024 / a }')" \
+      "$(awk -v a="$3" 'BEGIN { printf "%.0f MiB/s", 1024 / a }')" "$r" ">= $4x" \
+      "$(awk -v r="$r" -v l="$4" 'BEGIN { print (r >= l) ? "yes" : "NO" }')"
+}
+
+# Each run is a new visitor (its own User-Agent), so every download counts.
+ua='-A "bench-$RANDOM$RANDOM"'
+mapfile -t m < <(median small "$RUNS" \
+  -n page "$get $xs/share.cgi?ssid=LkBenchSmall" \
+  -n 4k "bash -c '$get $ua \"$xs/share.cgi?ssid=LkBenchSmall&dl=1\"'" \
+  -n static "$get $xs/small.bin" \
+  -n bash-static "bash -c '$get $ua $xs/small.bin'")
+ratio_at_most page "${m[0]}" "${m[2]}" 3
+# The download's command starts a shell for its User-Agent: so does its static twin.
+ratio_at_most 4k "${m[1]}" "${m[3]}" 3
+mapfile -t m < <(median big-xs "$BIG_RUNS" \
+  -n 1g-xs "$get $xs/share.cgi?ssid=LkBenchBig00&dl=1" -n static "$get $xs/big.bin")
+throughput_at_least 1g-xs "${m[0]}" "${m[1]}" 0.9
+mapfile -t m < <(median big-cgi "$BIG_RUNS" \
+  -n 1g-cgi "$get $cgi/share.cgi?ssid=LkBenchBig00&dl=1" -n static "$get $cgi/big.bin")
+throughput_at_least 1g-cgi "${m[0]}" "${m[1]}" 0.5
+
+# Peak memory: share.cgi run as lighttpd runs it, under GNU time.
+rss() {  # rss NAME X_SENDFILE SSID
+  local kb
+  kb=$(env -i PATH="$PATH" SHARELINK_ROOT="$ROOT" SHARE_X_SENDFILE="$2" GATEWAY_INTERFACE=CGI/1.1 \
+        REQUEST_METHOD=GET QUERY_STRING="ssid=$3&dl=1" REMOTE_ADDR=127.0.0.2 \
+        HTTP_USER_AGENT="bench-rss-$1" SCRIPT_NAME=/share.cgi SERVER_NAME=127.0.0.1 \
+        SERVER_PORT=80 SERVER_PROTOCOL=HTTP/1.1 \
+        /usr/bin/time -f %M "$BUILD/share.cgi" 2>&1 >/dev/null | tail -1)
+  row "$1" "$(awk -v k="$kb" 'BEGIN { printf "%.1f MiB", k / 1024 }')" "-" "-" "<= 8 MiB" \
+      "$(awk -v k="$kb" 'BEGIN { print (k <= 8192) ? "yes" : "NO" }')"
+}
+rss rss-4k 0 LkBenchSmall
+rss rss-1g 0 LkBenchBig00
+rss rss-1g-xs 1 LkBenchBig00
+
+printf '%-10s %14s %14s %7s  %-12s %s\n' case share.cgi static ratio target met
+printf '%s\n' "${rows[@]}"
