@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstring>
 #include <memory>
+#include <string>
 
 #include "platform/os.h"
 #include "zipstream/zipstream.h"

@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <string>
 
 #include "platform/os.h"
 
@@ -117,14 +118,20 @@ bool ZipPlan::add(const char* name, size_t len, bool dir, uint64_t size, time_t 
     }
     start = end + 1;
   }
-  if (names_.size() > kMax32 - len) return false;
+  uint32_t off = names_end_;
+  if (blocks_.empty() || off % kBlock + len > kBlock) {
+    if (blocks_.size() >= kMax32 / kBlock - 1) return false;
+    off = static_cast<uint32_t>(blocks_.size()) * kBlock;
+    blocks_.emplace_back(new char[kBlock]);
+  }
   Entry e{};
   e.size = dir ? 0 : size;
-  e.name_off = static_cast<uint32_t>(names_.size());
+  e.name_off = off;
   e.name_len = static_cast<uint16_t>(len);
   e.dir = dir ? 1 : 0;
   e.dos_time = dos_time(mtime);
-  names_.append(name, len);
+  memcpy(blocks_.back().get() + off % kBlock, name, len);
+  names_end_ = off + static_cast<uint32_t>(len);
   entries_.push_back(e);
   return true;
 }

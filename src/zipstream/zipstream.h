@@ -15,7 +15,9 @@
 #include <cstddef>
 #include <cstdint>
 #include <ctime>
+#include <deque>
 #include <string>
+#include <memory>
 #include <vector>
 
 class ZipPlan {
@@ -36,15 +38,21 @@ class ZipPlan {
   size_t count() const { return entries_.size(); }
   const Entry& entry(size_t i) const { return entries_[i]; }
   Entry& entry(size_t i) { return entries_[i]; }
-  const char* name(size_t i) const { return names_.data() + entries_[i].name_off; }
+  const char* name(size_t i) const {
+    const uint32_t off = entries_[i].name_off;
+    return blocks_[off / kBlock].get() + off % kBlock;
+  }
   // Bytes of the whole archive.
   uint64_t total_size() const;
   // Bytes of the files' contents alone.
   uint64_t content_size() const;
 
  private:
-  std::vector<Entry> entries_;
-  std::string names_;
+  // Entries and names grow in blocks, never by copying: no doubled peak.
+  static constexpr uint32_t kBlock = 128 * 1024;
+  std::deque<Entry> entries_;
+  std::vector<std::unique_ptr<char[]>> blocks_;
+  uint32_t names_end_ = 0;  // next free offset; a name never spans two blocks
 };
 
 // Where the archive goes.
