@@ -4,12 +4,13 @@
 set -euo pipefail
 
 want=(cmake g++ make pkg-config libsqlite3-dev libjson-c-dev libcurl4-openssl-dev
-      libgtest-dev libgmock-dev sqlite3)
+      libgtest-dev libgmock-dev sqlite3 zlib1g-dev)
 for group in "$@"; do
   case "$group" in
     build) ;;
-    test) want+=(curl lighttpd msmtp python3 python3-aiosmtpd clang libclang-rt-14-dev time) ;;
-    bench) want+=(hyperfine time sqlite3 gawk) ;;
+    test) want+=(curl lighttpd msmtp python3 python3-aiosmtpd clang libclang-rt-14-dev time
+               p7zip-full unzip) ;;
+    bench) want+=(hyperfine time sqlite3 gawk curl lighttpd python3) ;;
     fuzz) want+=(clang libclang-rt-14-dev) ;;
     *) echo "deps.sh: unknown group $group" >&2; exit 2 ;;
   esac

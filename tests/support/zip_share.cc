@@ -1,6 +1,7 @@
 #include "support/zip_share.h"
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cctype>
 #include <cstdlib>
@@ -16,7 +17,9 @@ void zip_prepare_root(const ApplianceRoot& root) {
 std::unique_ptr<WebServer> zip_server(const ApplianceRoot& root, bool measure) {
   std::string cgi = SLT_BUILD_DIR "/share.cgi";
   if (measure) {
-    root.script("/web/cgi/share.cgi", "exec /usr/bin/time -f %M -o '" + root.path("/web/rss") +
+    // Not exec: the server stops its child (this shell) once the answer is
+    // complete, and GNU time must live on to write the figure.
+    root.script("/web/cgi/share.cgi", "/usr/bin/time -f %M -o '" + root.path("/web/rss") +
                                           "' '" + cgi + "'\n");
     cgi = root.path("/web/cgi/share.cgi");
   }
@@ -75,8 +78,13 @@ std::string zip_readers_verdict(const ApplianceRoot& root, const std::string& ap
 }
 
 long zip_last_rss_kib(const ApplianceRoot& root) {
-  if (!root.exists("/web/rss")) return -1;
+  // GNU time writes once the program has ended, which may be after the
+  // client has its last byte.
+  for (int i = 0; i < 100 && root.read("/web/rss").find('\n') == std::string::npos; ++i) {
+    usleep(100 * 1000);
+  }
   std::istringstream in(root.read("/web/rss"));
+  root.remove("/web/rss");
   std::string line, last;
   while (std::getline(in, line)) {
     if (!line.empty() && isdigit(static_cast<unsigned char>(line[0]))) last = line;

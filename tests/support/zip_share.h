@@ -41,7 +41,8 @@ std::string zip_readers_verdict(const ApplianceRoot& root, const std::string& ap
                                 const std::string& folder_ap,
                                 const std::vector<std::string>& files = {});
 
-// Peak RSS in KiB of the last measured CGI run, -1 when none.
+// Peak RSS in KiB of the last measured CGI run (waited for, then taken
+// away), -1 when none.
 long zip_last_rss_kib(const ApplianceRoot& root);
 
 #endif  // SLT_TESTS_SUPPORT_ZIP_SHARE_H_
