@@ -4,7 +4,7 @@
 set -euo pipefail
 
 want=(cmake g++ make pkg-config libsqlite3-dev libjson-c-dev libcurl4-openssl-dev
-      libgtest-dev libgmock-dev sqlite3 zlib1g-dev)
+      libgtest-dev libgmock-dev sqlite3 libssl-dev zlib1g-dev)
 for group in "$@"; do
   case "$group" in
     build) ;;

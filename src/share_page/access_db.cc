@@ -88,6 +88,7 @@ AccessDb::AccessDb() {
     return;
   }
   sqlite3_busy_timeout(db_, 5000);
+  exec("PRAGMA cache_size=-64;");
   exec("PRAGMA journal_mode=WAL;");
   exec(kSchema);
 }

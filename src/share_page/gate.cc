@@ -34,6 +34,7 @@ class StoreConn {
       return;
     }
     sqlite3_busy_timeout(db_, 10000);
+    sqlite3_exec(db_, "PRAGMA cache_size=-64", nullptr, nullptr, nullptr);
   }
   ~StoreConn() { sqlite3_close(db_); }
   StoreConn(const StoreConn&) = delete;

@@ -21,178 +21,30 @@
 #include <vector>
 
 #include "support/appliance.h"
+#include "support/web_server.h"
 
 namespace {
 
-std::string find_program(const char* name) {
-  std::string path = getenv("PATH") ? getenv("PATH") : "";
-  path += ":/usr/sbin:/sbin:/usr/bin:/bin";
-  size_t start = 0;
-  while (start <= path.size()) {
-    size_t colon = path.find(':', start);
-    if (colon == std::string::npos) colon = path.size();
-    std::string candidate = path.substr(start, colon - start) + "/" + name;
-    if (colon > start && access(candidate.c_str(), X_OK) == 0) return candidate;
-    start = colon + 1;
-  }
-  return "";
-}
-
-// A port that was free a moment ago; lighttpd may still lose it to a race,
-// which the server start detects and retries.
-int free_port() {
-  int fd = socket(AF_INET, SOCK_STREAM, 0);
-  if (fd < 0) return -1;
-  sockaddr_in addr{};
-  addr.sin_family = AF_INET;
-  addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  socklen_t len = sizeof addr;
-  int port = -1;
-  if (bind(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr) == 0 &&
-      getsockname(fd, reinterpret_cast<sockaddr*>(&addr), &len) == 0) {
-    port = ntohs(addr.sin_port);
-  }
-  close(fd);
-  return port;
-}
-
-bool accepts_connections(int port) {
-  int fd = socket(AF_INET, SOCK_STREAM, 0);
-  if (fd < 0) return false;
-  sockaddr_in addr{};
-  addr.sin_family = AF_INET;
-  addr.sin_port = htons(static_cast<uint16_t>(port));
-  addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  bool ok = connect(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr) == 0;
-  close(fd);
-  return ok;
-}
-
-// lighttpd in the foreground (-D) as a child of the test, stopped on
-// destruction. Its configuration, document root and logs live in the root.
-// server.username stays unset: the server and its CGI children keep the
-// test's identity, which owns the private temporary root (as root, lighttpd
-// would otherwise switch the CGI to a user that cannot enter it).
-class WebServer {
- public:
-  WebServer(const ApplianceRoot& root, const std::string& lighttpd) {
-    root.mkdirs("/web/htdocs");
-    root.mkdirs("/web/logs");
-    root.write("/web/users", "admin:admin-pw\nbob:bob-pw\n");
-    for (int attempt = 0; attempt < 3 && pid_ < 0; ++attempt) {
-      port_ = free_port();
-      if (port_ <= 0) continue;
-      root.write("/web/lighttpd.conf", config(root));
-      start(root, lighttpd);
-    }
-  }
-  ~WebServer() { stop(); }
-  WebServer(const WebServer&) = delete;
-  WebServer& operator=(const WebServer&) = delete;
-
-  bool running() const { return pid_ > 0; }
-  std::string url(const std::string& target) const {
-    return "http://127.0.0.1:" + std::to_string(port_) + target;
-  }
-
- private:
-  std::string config(const ApplianceRoot& root) const {
-    const std::string cgi = cgi_binary();
-    return "server.modules = (\"mod_alias\", \"mod_auth\", \"mod_authn_file\", \"mod_setenv\", "
-           "\"mod_cgi\")\n"
-           "server.bind = \"127.0.0.1\"\n"
-           "server.port = " + std::to_string(port_) + "\n"
-           "server.document-root = \"" + root.path("/web/htdocs") + "\"\n"
-           "server.errorlog = \"" + root.path("/web/logs/error.log") + "\"\n"
-           // The CGI answers ranges itself; the server must not cut its 200s.
-           "server.range-requests = \"disable\"\n"
-           "alias.url = (\"/cgi-bin/sharelink.cgi\" => \"" + cgi + "\", "
-           "\"/secure/sharelink.cgi\" => \"" + cgi + "\")\n"
-           "cgi.assign = (\".cgi\" => \"\")\n"
-           "setenv.add-environment = (\"SHARELINK_ROOT\" => \"" + root.dir() + "\")\n"
-           "auth.backend = \"plain\"\n"
-           "auth.backend.plain.userfile = \"" + root.path("/web/users") + "\"\n"
-           "auth.require = (\"/secure/\" => (\"method\" => \"basic\", \"realm\" => \"appliance\", "
-           "\"require\" => \"valid-user\"))\n";
-  }
-
-  void start(const ApplianceRoot& root, const std::string& lighttpd) {
-    std::string conf = root.path("/web/lighttpd.conf");
-    std::string log = root.path("/web/logs/console.log");
-    pid_t pid = fork();
-    if (pid < 0) return;
-    if (pid == 0) {
-      FILE* f = freopen(log.c_str(), "a", stdout);
-      if (f != nullptr) dup2(fileno(stdout), 2);
-      execl(lighttpd.c_str(), "lighttpd", "-D", "-f", conf.c_str(), static_cast<char*>(nullptr));
-      _exit(127);
-    }
-    // At most ten seconds for the server to listen.
-    for (int i = 0; i < 200; ++i) {
-      int status = 0;
-      if (waitpid(pid, &status, WNOHANG) == pid) return;  // it gave up (port taken?)
-      if (accepts_connections(port_)) {
-        pid_ = pid;
-        return;
-      }
-      usleep(50 * 1000);
-    }
-    kill(pid, SIGKILL);
-    waitpid(pid, nullptr, 0);
-  }
-
-  void stop() {
-    if (pid_ <= 0) return;
-    kill(pid_, SIGTERM);
-    for (int i = 0; i < 100; ++i) {
-      if (waitpid(pid_, nullptr, WNOHANG) == pid_) {
-        pid_ = -1;
-        return;
-      }
-      usleep(50 * 1000);
-    }
-    kill(pid_, SIGKILL);
-    waitpid(pid_, nullptr, 0);
-    pid_ = -1;
-  }
-
-  int port_ = -1;
-  pid_t pid_ = -1;
-};
-
-struct Response {
-  int status = 0;
-  std::string head;                            // status line and header lines as received
-  std::map<std::string, std::string> headers;  // lower-case names
-  std::string body;
-  bool has(const std::string& name) const { return headers.count(name) != 0; }
-  std::string header(const std::string& name) const {
-    auto it = headers.find(name);
-    return it == headers.end() ? std::string() : it->second;
-  }
-};
-
-Response parse_response(const std::string& raw) {
-  Response r;
-  size_t end = raw.find("\r\n\r\n");
-  if (end == std::string::npos) return r;
-  r.head = raw.substr(0, end + 2);
-  r.body = raw.substr(end + 4);
-  if (r.head.compare(0, 5, "HTTP/") == 0) r.status = atoi(r.head.c_str() + r.head.find(' ') + 1);
-  size_t pos = r.head.find("\r\n") + 2;
-  while (pos < r.head.size()) {
-    size_t eol = r.head.find("\r\n", pos);
-    std::string line = r.head.substr(pos, eol - pos);
-    size_t colon = line.find(':');
-    if (colon != std::string::npos) {
-      std::string name = line.substr(0, colon);
-      for (char& c : name) c = static_cast<char>(tolower(static_cast<unsigned char>(c)));
-      size_t v = line.find_first_not_of(' ', colon + 1);
-      r.headers[name] = v == std::string::npos ? "" : line.substr(v);
-    }
-    pos = eol + 2;
-  }
-  return r;
+// lighttpd's configuration: the CGI on two aliases, "/secure/" behind basic
+// authentication.
+std::string server_config(const ApplianceRoot& root, int port) {
+  const std::string cgi = cgi_binary();
+  return "server.modules = (\"mod_alias\", \"mod_auth\", \"mod_authn_file\", \"mod_setenv\", "
+         "\"mod_cgi\")\n"
+         "server.bind = \"127.0.0.1\"\n"
+         "server.port = " + std::to_string(port) + "\n"
+         "server.document-root = \"" + root.path("/web/htdocs") + "\"\n"
+         "server.errorlog = \"" + root.path("/web/logs/error.log") + "\"\n"
+         // The CGI answers ranges itself; the server must not cut its 200s.
+         "server.range-requests = \"disable\"\n"
+         "alias.url = (\"/cgi-bin/sharelink.cgi\" => \"" + cgi + "\", "
+         "\"/secure/sharelink.cgi\" => \"" + cgi + "\")\n"
+         "cgi.assign = (\".cgi\" => \"\")\n"
+         "setenv.add-environment = (\"SHARELINK_ROOT\" => \"" + root.dir() + "\")\n"
+         "auth.backend = \"plain\"\n"
+         "auth.backend.plain.userfile = \"" + root.path("/web/users") + "\"\n"
+         "auth.require = (\"/secure/\" => (\"method\" => \"basic\", \"realm\" => \"appliance\", "
+         "\"require\" => \"valid-user\"))\n";
 }
 
 const char kSharePath[] = "/share/VOL1/Public";
@@ -210,7 +62,9 @@ class WebTest : public ::testing::Test {
     root_.mkdirs("/share/VOL1/.db");
     for (int i = 0; i < 20000; ++i) report_ += static_cast<char>((i * 131 + i / 256) & 0xff);
     put("/docs/report 1.pdf", report_);
-    server_ = std::make_unique<WebServer>(root_, lighttpd_);
+    root_.write("/web/users", "admin:admin-pw\nbob:bob-pw\n");
+    server_ = std::make_unique<WebServer>(root_, lighttpd_,
+                                          [this](int port) { return server_config(root_, port); });
     ASSERT_TRUE(server_->running()) << root_.read("/web/logs/console.log")
                                     << root_.read("/web/logs/error.log");
   }

@@ -1,0 +1,89 @@
+// The pieces of share.cgi whose time windows an end-to-end run cannot move:
+// throttling and the repeat rule against a fixed clock, and the cookie's
+// own expiry.
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "share_page/access_db.h"
+#include "share_page/cookie.h"
+#include "share_page/share_main.h"
+#include "support/appliance.h"
+
+namespace {
+
+TEST(Throttle, WindowsOfFifteenMinutesAndOneHour) {
+  ApplianceRoot root;
+  ScopedEnv env{{{"SHARELINK_ROOT", root.dir()}}};
+  root.mkdirs("/etc/config");
+  AccessDb db;
+  ASSERT_TRUE(db.ok());
+  const time_t t0 = 1000000;
+  for (int i = 0; i < 4; ++i) db.record_failure(t0 + i, "c", "k");
+  EXPECT_EQ(0, db.retry_after(t0 + 10, "c", "k"));
+  db.record_failure(t0 + 4, "c", "k");
+  struct Case {
+    time_t at;
+    std::string client, ssid;
+    long wait;
+  } cases[] = {
+      {t0 + 10, "c", "k", 890},   // the oldest of five leaves the window at t0 + 900
+      {t0 + 899, "c", "k", 1},
+      {t0 + 901, "c", "k", 0},
+      {t0 + 10, "c", "other", 0},  // another link of the same client
+      {t0 + 10, "d", "k", 0},      // another client
+  };
+  for (const Case& c : cases) EXPECT_EQ(c.wait, db.retry_after(c.at, c.client, c.ssid)) << c.at;
+  for (int i = 0; i < 15; ++i) db.record_failure(t0 + 1000 + i, "c", "x" + std::to_string(i));
+  EXPECT_EQ(3600 - 1010, db.retry_after(t0 + 1010, "c", "fresh"));
+  EXPECT_EQ(0, db.retry_after(t0 + 3601, "c", "fresh"));
+
+  db.record_counted(t0, "v", "k", "fid:1");
+  EXPECT_TRUE(db.counted_recently(t0 + 3599, "v", "k", "fid:1"));
+  EXPECT_FALSE(db.counted_recently(t0 + 3601, "v", "k", "fid:1"));
+  EXPECT_FALSE(db.counted_recently(t0 + 1, "v", "k", "fid:2"));
+  EXPECT_FALSE(db.counted_recently(t0 + 1, "w", "k", "fid:1"));
+}
+
+TEST(Cookie, BoundToKeyCodeSecretAndTime) {
+  const std::string secret(32, 's');
+  const time_t now = 2000000;
+  const std::string c = make_share_cookie(secret, "k", "code", now);
+  struct Case {
+    std::string secret, key, code, value;
+    time_t at;
+    bool valid;
+  } cases[] = {
+      {secret, "k", "code", c, now, true},
+      {secret, "k", "code", c, now + kCookieLifetime - 1, true},
+      {secret, "k", "code", c, now + kCookieLifetime, false},
+      {secret, "k", "new", c, now, false},
+      {secret, "k2", "code", c, now, false},
+      {std::string(32, 't'), "k", "code", c, now, false},
+      {secret, "k", "code", "9" + c, now, false},
+      {secret, "k", "code", c.substr(0, c.size() - 1), now, false},
+      {secret, "k", "code", "", now, false},
+  };
+  for (const Case& x : cases) {
+    EXPECT_EQ(x.valid, share_cookie_valid(x.secret, x.key, x.code, x.value, x.at)) << x.value;
+  }
+  EXPECT_NE(c, make_share_cookie(secret, "k", "code", now));  // each login is its own visitor
+  EXPECT_TRUE(share_code_matches("a b", "a b"));
+  EXPECT_FALSE(share_code_matches("a b", "a b "));
+}
+
+TEST(ClientKey, IPv6CountsByItsSlash64) {
+  struct Case {
+    const char* addr;
+    const char* key;
+  } cases[] = {
+      {"192.0.2.7", "192.0.2.7"},
+      {"2001:db8:1:2:aaaa:bbbb:cccc:dddd", "2001:db8:1:2::/64"},
+      {"2001:db8:1:2::1", "2001:db8:1:2::/64"},
+      {"::ffff:192.0.2.7", "192.0.2.7"},
+      {"junk", "junk"},
+  };
+  for (const Case& c : cases) EXPECT_EQ(c.key, client_key(c.addr)) << c.addr;
+}
+
+}  // namespace
