@@ -14,7 +14,8 @@
 
 namespace {
 
-constexpr size_t kChunk = 256 * 1024;
+// Big enough for full pipe writes, small enough for the 8 MiB budget.
+constexpr size_t kChunk = 128 * 1024;
 
 struct DirCloser {
   void operator()(DIR* d) const { closedir(d); }
