@@ -15,7 +15,7 @@
 namespace {
 
 // Big enough for full pipe writes, small enough for the 8 MiB budget.
-constexpr size_t kChunk = 128 * 1024;
+constexpr size_t kChunk = 192 * 1024;
 
 struct DirCloser {
   void operator()(DIR* d) const { closedir(d); }
