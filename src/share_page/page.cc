@@ -115,6 +115,7 @@ const char* status_reason(int status) {
     case 410: return "Gone";
     case 416: return "Range Not Satisfiable";
     case 429: return "Too Many Requests";
+    case 503: return "Service Unavailable";
     default: return "Internal Server Error";
   }
 }
@@ -151,6 +152,7 @@ Reply error_reply(int status, const std::string& sentence) {
   const char* heading = status == 404   ? "Link not found"
                         : status == 410 ? "Link no longer available"
                         : status == 429 ? "Too many attempts"
+                        : status == 503 ? "Busy"
                                         : "Not allowed";
   r.body = render_page(heading, render_template("error.html", {{"HEADING", html_escape(heading)},
                                                                {"SENTENCE", html_escape(sentence)}}));

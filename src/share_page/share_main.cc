@@ -23,6 +23,7 @@
 #include "share_page/gate.h"
 #include "share_page/page.h"
 #include "share_page/request.h"
+#include "share_page/zip_answer.h"
 
 namespace {
 
@@ -121,6 +122,45 @@ std::string row(const std::string& url, const std::string& name, const std::stri
                                              {"DATE", html_escape(date)}});
 }
 
+// The files of a multi-file link, each through the gate as its own request.
+bool open_fid_file(const Visit& v, const std::string& fid, GateResult* file) {
+  ShareRequest r = v.req;
+  r.fid = fid;
+  r.path.clear();
+  r.zip = false;
+  GateContext c;
+  c.now = v.now;
+  c.code_ok = true;       // the link's own gate already passed
+  c.limit_exempt = true;  // and so did its limit
+  *file = share_gate(r, c);
+  return file->outcome == GateOutcome::kOpen && file->file.get() >= 0;
+}
+
+std::string download_all(const Visit& v, const GateResult& g) {
+  long long size = zip_size(g, [&](const std::string& fid, GateResult* f) {
+    return open_fid_file(v, fid, f);
+  });
+  if (size < 0) return std::string();
+  const long long mib = (size + (1 << 20) - 1) >> 20;
+  return render_template("download_all.html", {{"URL", html_escape(self_url(v.req) + "&zip=1")},
+                                               {"MIB", std::to_string(mib)}});
+}
+
+// One archive: counted when it starts, every time (it has no resume).
+int zip_download(const Visit& v, const GateResult& g) {
+  return send_zip(
+      g, v.head, [&](const std::string& fid, GateResult* f) { return open_fid_file(v, fid, f); },
+      [&]() {
+        if (g.link.from_registry) return true;
+        if (!count_download(g.link.pkey)) {
+          audit(v, "refused:limit");
+          return false;
+        }
+        audit(v, "download:zip");
+        return true;
+      });
+}
+
 Reply folder_page(const Visit& v, const GateResult& g) {
   std::string rows;
   std::string pager;
@@ -155,7 +195,7 @@ Reply folder_page(const Visit& v, const GateResult& g) {
                                                {{"NAME", html_escape(g.name)},
                                                 {"EXPIRES", html_escape(expires_text(g.link))},
                                                 {"DOWNLOADS_LEFT", html_escape(downloads_left(g.link))},
-                                                {"DOWNLOAD_ALL", ""},
+                                                {"DOWNLOAD_ALL", download_all(v, g)},
                                                 {"ROWS", rows},
                                                 {"PAGER", pager}}));
   return r;
@@ -365,8 +405,7 @@ int share_cgi_main() {
     return 0;
   }
   if (g.multi || g.is_folder) {
-    // zip=1 (the folder as one archive) is answered here once it exists; until
-    // then it is refused like a folder asked for as a file.
+    if (v.req.zip && !v.req.dl) return zip_download(v, g);
     if (v.req.dl || v.req.zip) {
       audit(v, "refused:not-found");
       send_page(error_reply(404, "This link does not exist or is no longer shared."), v.head);

@@ -1,0 +1,132 @@
+#include "share_page/zip_answer.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+
+#include <cstdio>
+#include <cstring>
+#include <vector>
+
+#include "platform/os.h"
+#include "platform/root.h"
+#include "share_page/access_db.h"
+#include "share_page/file_send.h"
+#include "share_page/page.h"
+#include "weblib/delivery_output.h"
+#include "zipstream/zipstream.h"
+
+namespace {
+
+constexpr int kRetryAfter = 30;
+
+// The files of a multi-file link, opened by the gate while planning.
+class OpenFilesSource : public ZipSource {
+ public:
+  explicit OpenFilesSource(std::vector<UniqueFd>* fds) : fds_(fds) {}
+  bool send(const ZipPlan& plan, size_t i, ZipSink* sink, uint32_t* crc) override {
+    return send_file_bytes((*fds_)[i].get(), plan.entry(i).size, sink, crc);
+  }
+
+ private:
+  std::vector<UniqueFd>* fds_;
+};
+
+std::string zip_name(const std::string& base) {
+  return (base.empty() || base == "/" ? std::string("share") : base) + ".zip";
+}
+
+using FidOpener = std::function<bool(const std::string& fid, GateResult* file)>;
+
+// The archive's entries: the folder's tree, or the link's files, each under
+// its base name (a repeated name gets its fid in front).
+bool plan_share(const GateResult& g, const FidOpener& open_fid, ZipPlan* plan,
+                std::vector<UniqueFd>* fds) {
+  if (!g.multi) return plan_folder(g.folder.get(), plan);
+  std::vector<std::string> used;
+  for (const auto& f : g.link.fids) {
+    GateResult file;
+    if (!open_fid(f.first, &file)) continue;  // gone since the link was made
+    std::string name = file.name;
+    for (const auto& u : used) {
+      if (u == name) {
+        name = f.first + "-" + name;
+        break;
+      }
+    }
+    if (!plan->add(name.data(), name.size(), false, static_cast<uint64_t>(file.st.st_size),
+                   file.st.st_mtime)) {
+      continue;
+    }
+    used.push_back(name);
+    fds->push_back(std::move(file.file));
+  }
+  return true;
+}
+
+}  // namespace
+
+ZipSlot::ZipSlot() {
+  for (int i = 0; i < kZipSlots && fd_ < 0; ++i) {
+    char name[32];
+    snprintf(name, sizeof name, "share_zip_slot.%d", i);
+    int fd = os.open(rooted_path(beside_store(name).c_str()).c_str(),
+                     O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
+    if (fd < 0) continue;
+    if (os.flock(fd, LOCK_EX | LOCK_NB) == 0) {
+      fd_ = fd;
+    } else {
+      os.close(fd);
+    }
+  }
+}
+
+ZipSlot::~ZipSlot() {
+  if (fd_ >= 0) os.close(fd_);
+}
+
+long long zip_size(const GateResult& g, const FidOpener& open_fid) {
+  ZipPlan plan;
+  std::vector<UniqueFd> fds;
+  if (!plan_share(g, open_fid, &plan, &fds)) return -1;
+  return static_cast<long long>(plan.total_size());
+}
+
+int send_zip(const GateResult& g, bool head, const FidOpener& open_fid,
+             const std::function<bool()>& count) {
+  ZipSlot slot;
+  if (!slot.held()) {
+    Reply r = error_reply(503, "Too many archives are being downloaded right now; please try "
+                               "again in a minute.");
+    r.headers.push_back("Retry-After: " + std::to_string(kRetryAfter));
+    send_page(r, head);
+    return 0;
+  }
+  ZipPlan plan;
+  std::vector<UniqueFd> fds;
+  const bool planned = plan_share(g, open_fid, &plan, &fds);
+  if (!planned) {
+    send_page(error_reply(404, "This link does not exist or is no longer shared."), head);
+    return 0;
+  }
+  if (!head && !count()) {
+    send_page(error_reply(410, "This link has reached its download limit."), head);
+    return 0;
+  }
+  std::string h = "Status: 200 OK\r\n" + security_headers(false) +
+                  "Content-Type: application/zip\r\n"
+                  "Content-Disposition: " + content_disposition(zip_name(g.name), false) +
+                  "\r\nCache-Control: no-store\r\nContent-Length: " +
+                  std::to_string(plan.total_size()) + "\r\n\r\n";
+  if (!delivery_write(h.data(), h.size()) || !delivery_flush()) return 1;
+  if (head) return 0;
+  // A larger pipe to the server: fewer switches between it and this
+  // process per MiB (a hint; the default size works too).
+  fcntl(1, F_SETPIPE_SZ, 1 << 20);
+  FdSink sink(1);
+  FolderSource folder(g.folder.get());
+  OpenFilesSource files(&fds);
+  ZipSource* source = g.multi ? static_cast<ZipSource*>(&files) : &folder;
+  // A file that changed while being sent ends the answer short: the client
+  // sees fewer bytes than announced, never an archive that lies.
+  return zip_stream(&plan, source, &sink) && sink.flush() ? 0 : 1;
+}

@@ -1,0 +1,298 @@
+#include "zipstream/zipstream.h"
+
+#include <cerrno>
+#include <cstring>
+#include <string>
+
+#include "platform/os.h"
+
+namespace {
+
+constexpr uint32_t kMax32 = 0xFFFFFFFFu;
+constexpr uint16_t kMax16 = 0xFFFFu;
+constexpr uint16_t kFlagDescriptor = 0x0008;
+constexpr uint16_t kFlagUtf8 = 0x0800;
+constexpr size_t kLocalFixed = 30;
+constexpr size_t kCentralFixed = 46;
+constexpr size_t kEndFixed = 22;
+constexpr size_t kEnd64 = 56;
+constexpr size_t kLocator64 = 20;
+
+bool size64(const ZipPlan::Entry& e) { return e.size >= kMax32; }
+
+// Local header + data + descriptor of one entry.
+uint64_t local_record(const ZipPlan::Entry& e) {
+  uint64_t n = kLocalFixed + e.name_len + (size64(e) ? 20 : 0);
+  if (!e.dir) n += e.size + (size64(e) ? 24 : 16);
+  return n;
+}
+
+size_t central_extra(const ZipPlan::Entry& e, uint64_t offset) {
+  size_t n = (size64(e) ? 16 : 0) + (offset >= kMax32 ? 8 : 0);
+  return n == 0 ? 0 : n + 4;
+}
+
+bool needs_end64(uint64_t count, uint64_t cd_size, uint64_t cd_offset) {
+  return count >= kMax16 || cd_size >= kMax32 || cd_offset >= kMax32;
+}
+
+uint32_t dos_time(time_t t) {
+  struct tm tm;
+  if (localtime_r(&t, &tm) == nullptr || tm.tm_year < 80) return (1 << 5 | 1) << 16;  // 1980-01-01
+  if (tm.tm_year > 207) return 0xFF9FBF7Du;  // 2107-12-31 23:59:58
+  uint32_t date = static_cast<uint32_t>((tm.tm_year - 80) << 9 | (tm.tm_mon + 1) << 5 | tm.tm_mday);
+  uint32_t tod = static_cast<uint32_t>(tm.tm_hour << 11 | tm.tm_min << 5 | tm.tm_sec / 2);
+  return date << 16 | tod;
+}
+
+// Little-endian record builder.
+class Rec {
+ public:
+  void u16(uint32_t v) {
+    b_.push_back(static_cast<unsigned char>(v));
+    b_.push_back(static_cast<unsigned char>(v >> 8));
+  }
+  void u32(uint32_t v) {
+    u16(v & 0xFFFF);
+    u16(v >> 16);
+  }
+  void u64(uint64_t v) {
+    u32(static_cast<uint32_t>(v));
+    u32(static_cast<uint32_t>(v >> 32));
+  }
+  // The name as readers should see it: bytes that are not UTF-8, and
+  // backslashes (a folder separator to some extractors), become "_". Same
+  // length, so the plan's sizes hold.
+  void name(const char* s, size_t n) {
+    size_t i = 0;
+    while (i < n) {
+      unsigned char c = static_cast<unsigned char>(s[i]);
+      size_t len = c < 0x80 ? 1 : (c & 0xE0) == 0xC0 ? 2 : (c & 0xF0) == 0xE0 ? 3 : (c & 0xF8) == 0xF0 ? 4 : 0;
+      bool ok = len > 0 && i + len <= n && !(len == 2 && c < 0xC2) && !(len == 4 && c > 0xF4);
+      for (size_t k = 1; ok && k < len; ++k) ok = (static_cast<unsigned char>(s[i + k]) & 0xC0) == 0x80;
+      if (ok && len == 3) {
+        unsigned char d = static_cast<unsigned char>(s[i + 1]);
+        ok = !(c == 0xE0 && d < 0xA0) && !(c == 0xED && d >= 0xA0);
+      }
+      if (ok && len == 4) {
+        unsigned char d = static_cast<unsigned char>(s[i + 1]);
+        ok = !(c == 0xF0 && d < 0x90) && !(c == 0xF4 && d >= 0x90);
+      }
+      if (!ok) {
+        b_.push_back('_');
+        ++i;
+        continue;
+      }
+      for (size_t k = 0; k < len; ++k) b_.push_back(c == '\\' ? '_' : static_cast<unsigned char>(s[i + k]));
+      i += len;
+    }
+  }
+  bool send(ZipSink* sink) {
+    bool ok = sink->write(b_.data(), b_.size());
+    b_.clear();
+    return ok;
+  }
+
+ private:
+  std::vector<unsigned char> b_;
+};
+
+uint16_t version(bool z64) { return z64 ? 45 : 20; }
+
+}  // namespace
+
+bool ZipPlan::add(const char* name, size_t len, bool dir, uint64_t size, time_t mtime) {
+  if (len == 0 || len > kMax16 || name[0] == '/' || (dir ? name[len - 1] != '/' : name[len - 1] == '/')) {
+    return false;
+  }
+  // Every component is a plain name.
+  size_t start = 0;
+  const size_t body = dir ? len - 1 : len;
+  while (start <= body) {
+    const void* slash = memchr(name + start, '/', body - start);
+    size_t end = slash != nullptr ? static_cast<size_t>(static_cast<const char*>(slash) - name) : body;
+    size_t n = end - start;
+    if (n == 0 || (n == 2 && name[start] == '.' && name[start + 1] == '.') ||
+        (n == 1 && name[start] == '.') || memchr(name + start, '\0', n) != nullptr) {
+      return false;
+    }
+    start = end + 1;
+  }
+  uint32_t off = names_end_;
+  if (blocks_.empty() || off % kBlock + len > kBlock) {
+    if (blocks_.size() >= kMax32 / kBlock - 1) return false;
+    off = static_cast<uint32_t>(blocks_.size()) * kBlock;
+    blocks_.emplace_back(new char[kBlock]);
+  }
+  Entry e{};
+  e.size = dir ? 0 : size;
+  e.name_off = off;
+  e.name_len = static_cast<uint16_t>(len);
+  e.dir = dir ? 1 : 0;
+  e.dos_time = dos_time(mtime);
+  memcpy(blocks_.back().get() + off % kBlock, name, len);
+  names_end_ = off + static_cast<uint32_t>(len);
+  entries_.push_back(e);
+  return true;
+}
+
+uint64_t ZipPlan::content_size() const {
+  uint64_t n = 0;
+  for (const Entry& e : entries_) n += e.size;
+  return n;
+}
+
+uint64_t ZipPlan::total_size() const {
+  uint64_t offset = 0;
+  uint64_t cd = 0;
+  for (const Entry& e : entries_) {
+    cd += kCentralFixed + e.name_len + central_extra(e, offset);
+    offset += local_record(e);
+  }
+  uint64_t n = offset + cd + kEndFixed;
+  if (needs_end64(entries_.size(), cd, offset)) n += kEnd64 + kLocator64;
+  return n;
+}
+
+bool zip_stream(ZipPlan* plan, ZipSource* source, ZipSink* sink) {
+  Rec r;
+  uint64_t offset = 0;
+  for (size_t i = 0; i < plan->count(); ++i) {
+    ZipPlan::Entry& e = plan->entry(i);
+    const bool z64 = size64(e);
+    r.u32(0x04034b50);
+    r.u16(version(z64 || offset >= kMax32));
+    r.u16(kFlagUtf8 | (e.dir ? 0 : kFlagDescriptor));
+    r.u16(0);  // stored
+    r.u32(e.dos_time);
+    // With a descriptor, CRC and sizes follow the data; zero here.
+    r.u32(0);
+    r.u32(z64 ? kMax32 : 0);
+    r.u32(z64 ? kMax32 : 0);
+    r.u16(e.name_len);
+    r.u16(z64 ? 20 : 0);
+    r.name(plan->name(i), e.name_len);
+    if (z64) {
+      r.u16(1);
+      r.u16(16);
+      r.u64(0);
+      r.u64(0);
+    }
+    if (!r.send(sink)) return false;
+    if (!e.dir) {
+      uint32_t crc = 0;
+      if (!source->send(*plan, i, sink, &crc)) return false;
+      e.crc = crc;
+      r.u32(0x08074b50);
+      r.u32(crc);
+      if (z64) {
+        r.u64(e.size);
+        r.u64(e.size);
+      } else {
+        r.u32(static_cast<uint32_t>(e.size));
+        r.u32(static_cast<uint32_t>(e.size));
+      }
+      if (!r.send(sink)) return false;
+    }
+    offset += local_record(e);
+  }
+  const uint64_t cd_offset = offset;
+  uint64_t cd_size = 0;
+  offset = 0;
+  for (size_t i = 0; i < plan->count(); ++i) {
+    const ZipPlan::Entry& e = plan->entry(i);
+    const bool z64 = size64(e);
+    const bool off64 = offset >= kMax32;
+    const size_t extra = central_extra(e, offset);
+    r.u32(0x02014b50);
+    r.u16(3 << 8 | version(z64 || off64));  // made on Unix
+    r.u16(version(z64 || off64));
+    r.u16(kFlagUtf8 | (e.dir ? 0 : kFlagDescriptor));
+    r.u16(0);
+    r.u32(e.dos_time);
+    r.u32(e.crc);
+    r.u32(z64 ? kMax32 : static_cast<uint32_t>(e.size));
+    r.u32(z64 ? kMax32 : static_cast<uint32_t>(e.size));
+    r.u16(e.name_len);
+    r.u16(static_cast<uint32_t>(extra));
+    r.u16(0);  // comment
+    r.u16(0);  // disk
+    r.u16(0);  // internal attributes
+    r.u32(e.dir ? (040755u << 16 | 0x10) : 0100644u << 16);
+    r.u32(off64 ? kMax32 : static_cast<uint32_t>(offset));
+    r.name(plan->name(i), e.name_len);
+    if (extra != 0) {
+      r.u16(1);
+      r.u16(static_cast<uint32_t>(extra - 4));
+      if (z64) {
+        r.u64(e.size);
+        r.u64(e.size);
+      }
+      if (off64) r.u64(offset);
+    }
+    if (!r.send(sink)) return false;
+    cd_size += kCentralFixed + e.name_len + extra;
+    offset += local_record(e);
+  }
+  const uint64_t count = plan->count();
+  if (needs_end64(count, cd_size, cd_offset)) {
+    r.u32(0x06064b50);
+    r.u64(kEnd64 - 12);
+    r.u16(3 << 8 | 45);
+    r.u16(45);
+    r.u32(0);
+    r.u32(0);
+    r.u64(count);
+    r.u64(count);
+    r.u64(cd_size);
+    r.u64(cd_offset);
+    r.u32(0x07064b50);
+    r.u32(0);
+    r.u64(cd_offset + cd_size);
+    r.u32(1);
+  }
+  r.u32(0x06054b50);
+  r.u16(0);
+  r.u16(0);
+  r.u16(count >= kMax16 ? kMax16 : static_cast<uint32_t>(count));
+  r.u16(count >= kMax16 ? kMax16 : static_cast<uint32_t>(count));
+  r.u32(cd_size >= kMax32 ? kMax32 : static_cast<uint32_t>(cd_size));
+  r.u32(cd_offset >= kMax32 ? kMax32 : static_cast<uint32_t>(cd_offset));
+  r.u16(0);
+  return r.send(sink);
+}
+
+FdSink::FdSink(int fd) : fd_(fd), buf_(64 * 1024) {}
+
+FdSink::~FdSink() { flush(); }
+
+bool FdSink::write_all(const void* data, size_t len) {
+  const char* p = static_cast<const char*>(data);
+  while (len > 0) {
+    ssize_t n = os.write(fd_, p, len);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) return false;
+    p += n;
+    len -= static_cast<size_t>(n);
+    written_ += static_cast<uint64_t>(n);
+  }
+  return true;
+}
+
+bool FdSink::flush() {
+  size_t n = used_;
+  used_ = 0;
+  return n == 0 || write_all(buf_.data(), n);
+}
+
+bool FdSink::write(const void* data, size_t len) {
+  if (used_ + len <= buf_.size()) {
+    memcpy(buf_.data() + used_, data, len);
+    used_ += len;
+    return true;
+  }
+  if (!flush()) return false;
+  if (len <= buf_.size()) return write(data, len);
+  // Large blocks (file data) go out directly.
+  return write_all(data, len);
+}
