@@ -58,14 +58,7 @@ extern int sf_clean_array_count;
 // Fills the one ShareLinkRecord at user_data.
 int sf_fill_record_single(void* user_data, int ncols, char** values, char** names);
 
-// A caller's array that a select fills without writing past its end: rows
-// beyond `capacity` are counted in `overflow` and skipped.
-struct SfRecordArray {
-  ShareLinkRecord* rows;
-  int capacity;
-  int count;
-  int overflow;
-};
+using SfRecordArray = SfRows<ShareLinkRecord>;
 // Row reader for an SfRecordArray at user_data.
 int sf_fill_record_bounded(void* user_data, int ncols, char** values, char** names);
 

@@ -238,18 +238,12 @@ int sf_drop_obsolete_indexes() {
   DbGuard db;
   int rc = sf_internal::open_store(&db, true);
   if (rc != 0) return rc;
-  if (!sf_internal::exec(db.get(), "BEGIN TRANSACTION")) return kSfDropFailed;
+  sf_internal::Transaction txn(db.get());
+  if (!txn.begun()) return kSfDropFailed;
   for (const char* sql : kObsoleteIndexes) {
-    if (!sf_internal::exec(db.get(), sql)) {
-      sf_internal::exec(db.get(), "ROLLBACK");
-      return kSfDropFailed;
-    }
+    if (!sf_internal::exec(db.get(), sql)) return kSfDropFailed;
   }
-  if (!sf_internal::exec(db.get(), "COMMIT")) {
-    sf_internal::exec(db.get(), "ROLLBACK");
-    return kSfDropFailed;
-  }
-  return 0;
+  return txn.commit() ? 0 : kSfDropFailed;
 }
 
 int sf_init_db(const char* path) {

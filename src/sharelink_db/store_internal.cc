@@ -3,6 +3,7 @@
 #include <cstdlib>
 
 #include "sharelink_db/result_codes.h"
+#include "sharelink_db/row_table.h"
 #include "sharelink_db/store.h"
 
 namespace sf_internal {
@@ -62,17 +63,32 @@ bool exec(sqlite3* db, const char* sql) {
   return sql != nullptr && sqlite3_exec(db, sql, nullptr, nullptr, nullptr) == SQLITE_OK;
 }
 
+Transaction::Transaction(sqlite3* db, const char* begin) : db_(db), open_(exec(db, begin)) {}
+
+Transaction::~Transaction() {
+  if (open_) exec(db_, "ROLLBACK");
+}
+
+bool Transaction::commit() {
+  if (!open_ || !exec(db_, "COMMIT")) return false;
+  open_ = false;
+  return true;
+}
+
+void Transaction::commit_ignoring_failure() {
+  if (open_) exec(db_, "COMMIT");
+  open_ = false;
+}
+
 int run_in_transaction(sqlite3* db, const char* sql, int fail, bool ignore_commit) {
-  if (!exec(db, "BEGIN TRANSACTION")) return fail;
-  if (!exec(db, sql)) {
-    exec(db, "ROLLBACK");
-    return fail;
+  Transaction txn(db);
+  if (!txn.begun() || !exec(db, sql)) return fail;
+  if (ignore_commit) {
+    // The delete by filter has always reported success past a failed commit.
+    txn.commit_ignoring_failure();
+    return 0;
   }
-  if (!exec(db, "COMMIT") && !ignore_commit) {
-    exec(db, "ROLLBACK");
-    return fail;
-  }
-  return 0;
+  return txn.commit() ? 0 : fail;
 }
 
 int open_and_run(const char* sql, bool busy, int fail, bool ignore_commit) {
@@ -115,6 +131,67 @@ int open_and_select(const char* sql, int (*cb)(void*, int, char**, char**), void
   if (rc != 0) return rc;
   if (sqlite3_exec(db.get(), sql, cb, user_data, nullptr) != SQLITE_OK) return kSfQueryFailed;
   return 0;
+}
+
+int count_all(const TableName& t) {
+  SqlText sql(sqlite3_mprintf("SELECT COUNT(*) FROM %s;", t.name));
+  return open_and_count(sql.get());
+}
+
+int count_where(const TableName& t, const BoundedSql& conditions) {
+  SqlText sql(sqlite3_mprintf("SELECT COUNT(*) FROM %s %s;", t.name,
+                              where_clause(conditions).c_str()));
+  return open_and_count(sql.get());
+}
+
+int select_all(const TableName& t, const std::string& order, int start, int end, SfRowCallback cb,
+               void* user_data) {
+  // The unfiltered form pages with a blank for "all rows": two blanks before the ";".
+  SqlText sql(sqlite3_mprintf("SELECT * FROM %s %s %s;", t.name, order.c_str(),
+                              paging_clause(start, end, " ").c_str()));
+  return open_and_select(sql.get(), cb, user_data);
+}
+
+int select_where(const TableName& t, const BoundedSql& conditions, const std::string& order,
+                 int start, int end, SfRowCallback cb, void* user_data) {
+  SqlText sql(sqlite3_mprintf("SELECT * FROM %s %s %s %s;", t.name,
+                              where_clause(conditions).c_str(), order.c_str(),
+                              paging_clause(start, end, "").c_str()));
+  return open_and_select(sql.get(), cb, user_data);
+}
+
+int delete_where(const TableName& t, const BoundedSql& conditions, bool ignore_commit) {
+  SqlText sql(sqlite3_mprintf("DELETE FROM %s %s;", t.name, where_clause(conditions).c_str()));
+  if (sql.get() == nullptr) return kSfDeleteFailed;
+  // Deletes never wait on a busy store.
+  return open_and_run(sql.get(), false, kSfDeleteFailed, ignore_commit);
+}
+
+int delete_field(const TableName& t, int field, const char* value) {
+  if (value == nullptr || field < 0 || field >= t.ncolumns) return kSfBadParam;
+  SqlText sql(sqlite3_mprintf("DELETE FROM %s WHERE %s = %Q;", t.name, t.columns[field], value));
+  if (sql.get() == nullptr) return kSfDeleteFailed;
+  return open_and_run(sql.get(), false, kSfDeleteFailed);
+}
+
+int delete_all(const TableName& t) {
+  SqlText sql(sqlite3_mprintf("DELETE FROM %s;", t.name));
+  if (sql.get() == nullptr) return kSfDeleteAllFailed;
+  // Unlike the other deletes, emptying a table waits on a busy store.
+  return open_and_run(sql.get(), true, kSfDeleteAllFailed);
+}
+
+int drop_table(const TableName& t) {
+  SqlText sql(sqlite3_mprintf("DROP TABLE %s;", t.name));
+  if (sql.get() == nullptr) return kSfDropFailed;
+  return open_and_drop(sql.get());
+}
+
+int update_target(const TableName& t, char* target) {
+  SqlText owned(target);
+  SqlText sql(sqlite3_mprintf("UPDATE %s %s;", t.name, target));
+  if (target == nullptr || sql.get() == nullptr) return kSfUpdateFailed;
+  return open_and_run(sql.get(), true, kSfUpdateFailed);
 }
 
 void park_connection(sqlite3* db) {
