@@ -8,16 +8,12 @@ namespace {
 
 const char* const kColumns[] = {"pkey", "fid", "sharefile"};
 
-const RowTable<ShareLinkFidRecord> kFid{
-    {"SHARELINK_FID", kColumns, 3},
-    [](const ShareLinkFidRecord& r, ColumnText* t) {
-      t[0] = {SF_TXT(r.pkey)};
-      t[1] = {SF_TXT(r.fid)};
-      t[2] = {SF_TXT(r.sharefile)};
-    },
-    1u << 2,  // a path filter matches anywhere inside the path
-    nullptr,
-};
+void texts(const ShareLinkFidRecord& r, ColumnText* t) {
+  t[0] = {SF_TXT(r.pkey)}, t[1] = {SF_TXT(r.fid)}, t[2] = {SF_TXT(r.sharefile)};
+}
+
+// A path filter (column 2) matches anywhere inside the path.
+const RowTable<ShareLinkFidRecord> kFid{{"SHARELINK_FID", kColumns, 3}, texts, 1u << 2, nullptr};
 
 }  // namespace
 
@@ -45,24 +41,13 @@ int sf_fid_insert_many(const ShareLinkFidRecord* records, int count) {
 }
 
 int sf_fid_update_by_keys(const ShareLinkFidRecord* r) {
-  if (r == nullptr) return kSfBadParam;
-  if (kFid.too_long(*r)) return kSfTooLong;
-  if (!has_text(r->pkey) || !has_text(r->fid)) return kSfBadParam;
-  BoundedSql list(kConditionBuffer);
-  list.append(", fid = %.*Q ", SF_TXT(r->fid));
-  if (has_text(r->sharefile)) list.append(", sharefile = %.*Q ", SF_TXT(r->sharefile));
-  if (list.overflow()) return kSfTooLong;
   // The fid is set to itself, so this form always has something to set.
-  return update_target(kFid.table, sqlite3_mprintf("SET %s WHERE pkey = %.*Q AND fid = %.*Q",
-                                                   list.c_str() + 2, SF_TXT(r->pkey),
-                                                   SF_TXT(r->fid)));
+  return kFid.update_by_keys(r, [](const ShareLinkFidRecord& k, BoundedSql* items) {
+    items->append(", fid = %.*Q ", SF_TXT(k.fid));
+    if (has_text(k.sharefile)) items->append(", sharefile = %.*Q ", SF_TXT(k.sharefile));
+  });
 }
 
 int sf_fill_fid_rows(void* user_data, int ncols, char** values, char** names) {
-  ShareLinkFidRecord* r = next_row<SfFidRows>(user_data, ncols, 3, values);
-  if (r == nullptr) return 0;
-  copy_column(r->pkey, values[0], "");
-  copy_column(r->fid, values[1], "");
-  copy_column(r->sharefile, values[2], "");
-  return 0;
+  return kFid.fill_row(user_data, ncols, values);
 }

@@ -98,6 +98,36 @@ struct RowTable {
     return sqlite3_mprintf("INSERT INTO %s ( %s ) VALUES ( %s );", table.name, names.c_str(),
                            values.c_str());
   }
+  // One record in its own transaction. 0, -10, -11, -23, -20.
+  int insert(const Record* r) const {
+    if (r == nullptr) return kSfBadParam;
+    if (too_long(*r)) return kSfTooLong;
+    SqlText sql(insert_sql(*r));
+    if (sql.get() == nullptr) return kSfInsertFailed;
+    return open_and_run(sql.get(), true, kSfInsertFailed);
+  }
+  // Row reader for an SfRows<Record> at user_data: NULL columns read as
+  // empty texts, each cut to its buffer.
+  int fill_row(void* user_data, int ncols, char** values) const {
+    auto* out = static_cast<SfRows<Record>*>(user_data);
+    if (ncols != table.ncolumns || out == nullptr || values == nullptr) return 0;
+    if (out->rows == nullptr || out->count >= out->capacity) {
+      ++out->overflow;
+      return 0;
+    }
+    Record* r = &out->rows[out->count++];
+    ColumnText t[kMaxRowColumns];
+    texts(*r, t);
+    for (int i = 0; i < table.ncolumns; ++i) {
+      // The texts are the record's own buffers.
+      char* dst = const_cast<char*>(t[i].text);
+      const char* src = values[i] != nullptr ? values[i] : "";
+      size_t n = strnlen(src, t[i].size);
+      memcpy(dst, src, n);
+      dst[n] = '\0';
+    }
+    return 0;
+  }
   int count() const { return count_all(table); }
   int count_filter(const Record* f) const {
     BoundedSql where(kConditionBuffer);
@@ -142,6 +172,25 @@ struct RowTable {
     return update_target(table, sqlite3_mprintf("SET %s WHERE %s = %.*Q", items.c_str() + 2,
                                                 table.columns[key], t[key].size, t[key].text));
   }
+  // Sets what `items_of` lists on the rows with both keys (columns 0 and 1).
+  // With nothing to set, the statement is the WHERE clause alone and fails.
+  int update_by_keys(const Record* r, void (*items_of)(const Record&, BoundedSql*)) const {
+    if (r == nullptr) return kSfBadParam;
+    if (too_long(*r)) return kSfTooLong;
+    ColumnText t[kMaxRowColumns];
+    texts(*r, t);
+    if (!has_text(t[0].text) || !has_text(t[1].text)) return kSfBadParam;
+    BoundedSql items(kConditionBuffer);
+    items_of(*r, &items);
+    if (items.overflow()) return kSfTooLong;
+    const char* key = table.columns[1];
+    return update_target(
+        table, items.empty() ? sqlite3_mprintf("WHERE pkey = %.*Q AND %s = %.*Q", t[0].size,
+                                               t[0].text, key, t[1].size, t[1].text)
+                             : sqlite3_mprintf("SET %s WHERE pkey = %.*Q AND %s = %.*Q",
+                                               items.c_str() + 2, t[0].size, t[0].text, key,
+                                               t[1].size, t[1].text));
+  }
   int delete_by_field(int field, const char* value) const {
     return delete_field(table, field, value);
   }
@@ -172,7 +221,8 @@ struct RowTable {
   int sf_##t##_drop() { return desc.drop(); }
 
 // The next record of a caller's row array, or null (counted in `overflow`)
-// when the array is full. Rows of another width are skipped.
+// when the array is full. Rows of another width are skipped. For the link
+// rows, whose fill has defaults of its own.
 template <class Rows>
 auto next_row(void* user_data, int ncols, int width, char** values) -> decltype(Rows::rows) {
   auto* out = static_cast<Rows*>(user_data);
