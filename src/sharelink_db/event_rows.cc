@@ -215,12 +215,14 @@ int sf_event_select_filter(SfRowCallback cb, const ShareLinkRecord* filter, int 
   return select_where(kEvent, conditions, order, start, end, cb, user_data);
 }
 
-int sf_event_insert(ShareLinkRecord* r) {
-  if (r == nullptr) return kSfBadParam;
+namespace sf_internal {
+
+int event_insert_statement(ShareLinkRecord* r, char** sql) {
+  *sql = nullptr;
   if (record_too_long(r)) return kSfTooLong;
   if (r->ssl > 2 || expiry_before_creation(r)) return kSfBadParam;
   if (!has_text(r->creator)) snprintf(r->creator, sizeof r->creator, "%s", "system");
-  SqlText sql(sqlite3_mprintf(
+  *sql = sqlite3_mprintf(
       "INSERT INTO SHARELINK_EVENT ( pkey, host, ssl, sharefile, useraddr, filesize, createtic, "
       "expire, creator, accesscode, download_count, download_limit, misc, title, description, "
       "type, link_name ) VALUES ( %.*Q, %.*Q, %d, %.*Q, %.*Q, %.*Q, %d, %d, %.*Q, %.*Q, %d, %d, "
@@ -228,7 +230,18 @@ int sf_event_insert(ShareLinkRecord* r) {
       SF_TXT(r->pkey), SF_TXT(r->host), r->ssl, SF_TXT(r->sharefile), SF_TXT(r->useraddr),
       SF_TXT(r->filesize), r->createtic, r->expire, SF_TXT(r->creator), SF_TXT(r->accesscode),
       r->download_count, r->download_limit, SF_TXT(r->misc), SF_TXT(r->title),
-      SF_TXT(r->description), r->type, SF_TXT(r->link_name)));
+      SF_TXT(r->description), r->type, SF_TXT(r->link_name));
+  return 0;
+}
+
+}  // namespace sf_internal
+
+int sf_event_insert(ShareLinkRecord* r) {
+  if (r == nullptr) return kSfBadParam;
+  char* text = nullptr;
+  int rc = event_insert_statement(r, &text);
+  SqlText sql(text);
+  if (rc != 0) return rc;
   if (sql.get() == nullptr) return kSfInsertFailed;
   return open_and_run(sql.get(), true, kSfInsertFailed);
 }

@@ -1,5 +1,6 @@
 #include "sharelink_db/fid_rows.h"
 
+#include "sharelink_db/event_sql.h"
 #include "sharelink_db/row_table.h"
 
 using namespace sf_internal;
@@ -50,4 +51,11 @@ int sf_fid_update_by_keys(const ShareLinkFidRecord* r) {
 
 int sf_fill_fid_rows(void* user_data, int ncols, char** values, char** names) {
   return kFid.fill_row(user_data, ncols, values);
+}
+
+int sf_internal::fid_insert_statement(const ShareLinkFidRecord& r, char** sql) {
+  *sql = nullptr;
+  if (kFid.too_long(r)) return kSfTooLong;
+  *sql = kFid.insert_sql(r);
+  return 0;
 }

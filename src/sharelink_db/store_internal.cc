@@ -1,5 +1,6 @@
 #include "sharelink_db/store_internal.h"
 
+#include <cstdio>
 #include <cstdlib>
 
 #include "sharelink_db/result_codes.h"
@@ -36,6 +37,16 @@ ParkedConnections& parked() {
 
 void (*g_sql_observer)(const char*) = nullptr;
 
+// The first SQLite failure since the last clear: code and message.
+int g_first_error = SQLITE_OK;
+char g_first_error_text[256];
+
+void note_error(int code, const char* text) {
+  if (g_first_error != SQLITE_OK) return;
+  g_first_error = code;
+  snprintf(g_first_error_text, sizeof g_first_error_text, "%s", text != nullptr ? text : "");
+}
+
 int trace_statement(unsigned type, void* context, void* stmt, void* text) {
   if (type == SQLITE_TRACE_STMT && g_sql_observer != nullptr && text != nullptr) {
     g_sql_observer(static_cast<const char*>(text));
@@ -50,7 +61,11 @@ DbGuard::~DbGuard() { sqlite3_close(db_); }
 int open_store(DbGuard* db, bool busy) {
   release_parked_connections();
   char path[256];
-  if (sf_db_open(path, sizeof path, db->out()) != SQLITE_OK) return kSfOpenFailed;
+  int rc = sf_db_open(path, sizeof path, db->out());
+  if (rc != SQLITE_OK) {
+    note_error(rc, sqlite3_errstr(rc));
+    return kSfOpenFailed;
+  }
   if (busy) sqlite3_busy_timeout(db->get(), kBusyTimeoutMs);
   sqlite3_exec(db->get(), "PRAGMA case_sensitive_like=ON;", nullptr, nullptr, nullptr);
   if (g_sql_observer != nullptr) {
@@ -60,7 +75,10 @@ int open_store(DbGuard* db, bool busy) {
 }
 
 bool exec(sqlite3* db, const char* sql) {
-  return sql != nullptr && sqlite3_exec(db, sql, nullptr, nullptr, nullptr) == SQLITE_OK;
+  if (sql == nullptr) return false;
+  if (sqlite3_exec(db, sql, nullptr, nullptr, nullptr) == SQLITE_OK) return true;
+  note_error(sqlite3_errcode(db), sqlite3_errmsg(db));
+  return false;
 }
 
 Transaction::Transaction(sqlite3* db, const char* begin) : db_(db), open_(exec(db, begin)) {}
@@ -121,7 +139,7 @@ int open_and_drop(const char* sql) {
   DbGuard db;
   int rc = open_store(&db, false);
   if (rc != 0) return rc;
-  return exec(db.get(), sql) ? 0 : kSfDropFailed;
+  return exec(db.get(), sql) ? 0 : kSfSchemaFailed;
 }
 
 int open_and_select(const char* sql, int (*cb)(void*, int, char**, char**), void* user_data) {
@@ -183,7 +201,7 @@ int delete_all(const TableName& t) {
 
 int drop_table(const TableName& t) {
   SqlText sql(sqlite3_mprintf("DROP TABLE %s;", t.name));
-  if (sql.get() == nullptr) return kSfDropFailed;
+  if (sql.get() == nullptr) return kSfSchemaFailed;
   return open_and_drop(sql.get());
 }
 
@@ -258,6 +276,16 @@ int32_t int_column(const char* value) {
 
 void sf_set_sql_observer(void (*observer)(const char* sql)) {
   sf_internal::g_sql_observer = observer;
+}
+
+int sf_first_sqlite_error(const char** text) {
+  if (text != nullptr) *text = sf_internal::g_first_error_text;
+  return sf_internal::g_first_error;
+}
+
+void sf_clear_sqlite_error() {
+  sf_internal::g_first_error = SQLITE_OK;
+  sf_internal::g_first_error_text[0] = '\0';
 }
 
 int sf_parked_connection_count() { return sf_internal::parked_connection_count(); }

@@ -70,7 +70,8 @@ class SqlText {
 // guard may still hold a handle to close).
 int open_store(DbGuard* db, bool busy);
 
-// Runs one statement. True on SQLITE_OK.
+// Runs one statement. True on SQLITE_OK; a failure is noted (see
+// sf_first_sqlite_error).
 bool exec(sqlite3* db, const char* sql);
 
 // The only place that writes BEGIN, COMMIT and ROLLBACK: begins on
