@@ -34,7 +34,7 @@ struct OwnedLink {
   std::string sharefile;
 };
 
-constexpr size_t kLinksPerBatch = 200;
+constexpr size_t kLinksPerBatch = 400;
 
 // The flag beside the store, for when the one in /tmp cannot be written.
 std::string store_flag_path() {
