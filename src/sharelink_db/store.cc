@@ -426,16 +426,16 @@ int sf_check_empty_db() {
 
 int sf_flock_lock(int mode) {
   int fd = fs_open(kSfFlockFile, O_WRONLY | O_CREAT, static_cast<mode_t>(mode));
-  if (fd < 0) return -2;
+  if (fd < 0) return kSfFlockOpenFailed;
   if (os.flock(fd, LOCK_EX) != 0) {
     os.close(fd);
-    return -3;
+    return kSfFlockLockFailed;
   }
   return fd;
 }
 
 int sf_flock_unlock(int fd) {
-  int rc = os.flock(fd, LOCK_UN) == 0 ? 0 : -2;
+  int rc = os.flock(fd, LOCK_UN) == 0 ? 0 : kSfFlockUnlockFailed;
   os.close(fd);
   return rc;
 }

@@ -124,11 +124,15 @@ int sf_UnLock();
 // the lock could not be taken, the path is empty or the file is missing).
 int sf_check_empty_db();
 
+constexpr int kSfFlockOpenFailed = -2;    // the lock file could not be opened
+constexpr int kSfFlockLockFailed = -3;    // flock refused the lock
+constexpr int kSfFlockUnlockFailed = -2;  // flock refused the unlock (the file is closed all the same)
+
 // The flock lock "/tmp/kdx_shareLink_flock.lock", opened write-only with
-// create and `mode`, locked exclusively (blocking). The descriptor, -2 when it
-// could not be opened, -3 when it could not be locked.
+// create and `mode`, locked exclusively (blocking). The descriptor, or
+// kSfFlockOpenFailed, kSfFlockLockFailed.
 int sf_flock_lock(int mode);
-// Unlocks and closes. 0, or -2 when the unlock failed.
+// Unlocks and closes. 0, or kSfFlockUnlockFailed.
 int sf_flock_unlock(int fd);
 
 // Connections deliberately left open by an operation (the list update's
