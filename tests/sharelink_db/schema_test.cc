@@ -12,10 +12,6 @@ namespace {
 
 using Rows = std::vector<std::vector<std::string>>;
 
-std::string schema_sql(const ApplianceRoot& root, const std::string& name) {
-  return store_value(root, "SELECT sql FROM sqlite_master WHERE name = '" + name + "'");
-}
-
 std::vector<std::string> columns_of(const ApplianceRoot& root, const std::string& table) {
   std::vector<std::string> names;
   for (const auto& row : store_rows(root, "PRAGMA table_info(" + table + ")")) names.push_back(row[1]);
