@@ -18,7 +18,3 @@ const RowTable<ShareLinkAcxRecord> kAcx{
 
 SF_DEFINE_ROW_TABLE(acx, ShareLinkAcxRecord, kAcx)
 int sf_acx_insert(const ShareLinkAcxRecord* r) { return kAcx.insert(r); }
-
-int sf_fill_acx_rows(void* user_data, int ncols, char** values, char** names) {
-  return kAcx.fill_row(user_data, ncols, values);
-}

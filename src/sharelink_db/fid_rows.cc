@@ -49,13 +49,7 @@ int sf_fid_update_by_keys(const ShareLinkFidRecord* r) {
   });
 }
 
-int sf_fill_fid_rows(void* user_data, int ncols, char** values, char** names) {
-  return kFid.fill_row(user_data, ncols, values);
-}
 
 int sf_internal::fid_insert_statement(const ShareLinkFidRecord& r, char** sql) {
-  *sql = nullptr;
-  if (kFid.too_long(r)) return kSfTooLong;
-  *sql = kFid.insert_sql(r);
-  return 0;
+  return kFid.insert_statement(r, sql);
 }

@@ -98,6 +98,14 @@ struct RowTable {
     return sqlite3_mprintf("INSERT INTO %s ( %s ) VALUES ( %s );", table.name, names.c_str(),
                            values.c_str());
   }
+  // The insert of one record for a caller's transaction: 0 (the statement
+  // null when memory ran out) or -10.
+  int insert_statement(const Record& r, char** sql) const {
+    *sql = nullptr;
+    if (too_long(r)) return kSfTooLong;
+    *sql = insert_sql(r);
+    return 0;
+  }
   // One record in its own transaction. 0, -10, -11, -23, -20.
   int insert(const Record* r) const {
     if (r == nullptr) return kSfBadParam;
@@ -218,7 +226,10 @@ struct RowTable {
   int sf_##t##_delete_by_field(int field, const char* v) { return desc.delete_by_field(field, v); } \
   int sf_##t##_delete_filter(const R* f) { return desc.delete_filter(f); }                  \
   int sf_##t##_delete_all() { return desc.delete_all(); }                                   \
-  int sf_##t##_drop() { return desc.drop(); }
+  int sf_##t##_drop() { return desc.drop(); }                                               \
+  int sf_fill_##t##_rows(void* user_data, int ncols, char** values, char**) {               \
+    return desc.fill_row(user_data, ncols, values);                                         \
+  }
 
 // The next record of a caller's row array, or null (counted in `overflow`)
 // when the array is full. Rows of another width are skipped. For the link

@@ -39,13 +39,7 @@ int sf_user_update_by_keys(const ShareLinkUserRecord* r) {
   });
 }
 
-int sf_fill_user_rows(void* user_data, int ncols, char** values, char** names) {
-  return kUser.fill_row(user_data, ncols, values);
-}
 
 int sf_internal::user_insert_statement(const ShareLinkUserRecord& r, char** sql) {
-  *sql = nullptr;
-  if (kUser.too_long(r)) return kSfTooLong;
-  *sql = kUser.insert_sql(r);
-  return 0;
+  return kUser.insert_statement(r, sql);
 }
