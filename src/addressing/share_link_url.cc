@@ -122,7 +122,14 @@ void compose(const Composer& c, const char* host_text) {
       c.print(buffer, external);
       c.set_port(external);
       return;
-    case 4: case 5: case 7: case 8: case 9: case 12: case 13: case 14:
+    case kHostLocal:
+    case kHostLocal2:
+    case kHostLocal3:
+    case kHostLocal4:
+    case kHostLocal5:
+    case kHostLocal6:
+    case kHostLocal7:
+    case kHostLocal8:
       if (c.ssl == 1) {
         c.print(buffer, t.sslPort == 443 ? nullptr : ssl_port);
         c.set_port(ssl_port);

@@ -66,12 +66,21 @@ std::string escaped(const char* text) {
 
 int cmd_init(const std::vector<std::string>& args) {
   if (!args.empty()) return ctl_usage_error("init", "no arguments expected");
-  int rotated = sf_startup();
+  int outcome = sf_startup();
+  char path[256];
+  sf_get_db_path(path, sizeof path);
+  const char* why = "";
+  int code = sf_first_sqlite_error(&why);
+  if (outcome == kSfStartupKept || outcome == kSfStartupNotSetAside) {
+    fprintf(stderr, "sharelinkctl init: %s could not be initialised: %s (SQLite %d); %s\n", path,
+            why, code,
+            outcome == kSfStartupKept ? "the file is kept"
+                                      : "it is damaged and could not be set aside");
+    return kCtlFailed;
+  }
   int count = sf_event_count();
   if (count < 0) return store_failure("init", "the store could not be made", count, "", nullptr);
-  if (rotated == 1) {
-    char path[256];
-    sf_get_db_path(path, sizeof path);
+  if (outcome == kSfStartupSetAside) {
     fprintf(stderr, "sharelinkctl init: %s could not be initialised; set aside as %s.1, new store made\n",
             path, path);
   }
@@ -150,34 +159,21 @@ int cmd_add(const std::vector<std::string>& args) {
   if (!problem.empty()) return ctl_usage_error("add", problem.c_str());
   ShareLinkRecord* r = req.link.get();
 
-  std::unique_ptr<ShareLinkRecord> filter(new ShareLinkRecord());
-  sf_filter_reset(filter.get());
-  snprintf(filter->pkey, sizeof filter->pkey, "%s", r->pkey);
-  int existing = sf_event_count_filter(filter.get());
-  if (existing < 0) return store_failure("add", "the store could not be read", existing, r->pkey, nullptr);
-  if (existing > 0) {
+  int part = 0;
+  int rc = sf_add_link(r, req.fids.data(), static_cast<int>(req.fids.size()), req.users.data(),
+                       static_cast<int>(req.users.size()), &part);
+  if (rc == kSfLinkExists) {
     fprintf(stderr, "sharelinkctl add: a link with key %s exists already\n", r->pkey);
     return kCtlFailed;
   }
-
-  int rc = sf_event_insert(r);
-  if (rc != 0) return store_failure("add", "the link could not be added", rc, r->pkey, nullptr);
-  rc = sf_fid_insert_many(req.fids.data(), static_cast<int>(req.fids.size()));
-  if (rc != 0) {
-    sf_delete_link(0, r->pkey);
+  if (rc == 0) return kCtlOk;
+  if (part == 1) {
     return store_failure("add", "the files could not be added", rc, r->pkey,
                          req.fids.empty() ? nullptr : req.fids[0].fid);
   }
-  for (const ShareLinkUserRecord& u : req.users) {
-    rc = sf_user_insert(&u);
-    if (rc != 0) {
-      // Leave nothing of a half-added link behind.
-      sf_user_delete_by_field(0, r->pkey);
-      sf_delete_link(0, r->pkey);
-      return store_failure("add", "the recipients could not be added", rc, r->pkey, nullptr);
-    }
-  }
-  return kCtlOk;
+  return store_failure("add", part == 2 ? "the recipients could not be added"
+                                        : "the link could not be added",
+                       rc, r->pkey, nullptr);
 }
 
 int print_link(void* user_data, int ncols, char** values, char** names) {

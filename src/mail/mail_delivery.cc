@@ -204,15 +204,15 @@ int send_share_mail(const char* subject, const char* body, const char* sender,
                     const char* recipient, const char* reply_hint, const RunContext* ctx) {
   char server[64] = {0};
   Get_Alert_SMTP_Server_IP(server, sizeof server);
-  if (server[0] == '\0') return 1;
-  if (recipient == nullptr || recipient[0] == '\0') return 2;
+  if (server[0] == '\0') return kMailNoServer;
+  if (recipient == nullptr || recipient[0] == '\0') return kMailNoRecipient;
 
   char msg_name[sizeof kMailTempPattern];
   snprintf(msg_name, sizeof msg_name, "%s", kMailTempPattern);
   // Without a reserved name there is nothing of ours to open or remove.
-  if (vexa_mktmpname(msg_name) != 0) return 3;
+  if (vexa_mktmpname(msg_name) != 0) return kMailNotWritten;
   MessageFile msg(msg_name);
-  if (!msg.open()) return 3;
+  if (!msg.open()) return kMailNotWritten;
 
   MailHeader header{};
   if (reply_hint != nullptr) snprintf(header.reply_hint, sizeof header.reply_hint, "%s", reply_hint);
@@ -231,11 +231,11 @@ int send_share_mail(const char* subject, const char* body, const char* sender,
   try {
     header.content = body != nullptr ? body : "";
   } catch (const std::bad_alloc&) {
-    return 3;
+    return kMailNotWritten;
   }
 
   bool written = write_from_template(msg.get(), header);
-  if (!msg.close() || !written) return 3;
+  if (!msg.close() || !written) return kMailNotWritten;
 
   char auth_user[128] = {0};
   char uid_text[32] = {0};
@@ -244,7 +244,7 @@ int send_share_mail(const char* subject, const char* body, const char* sender,
   bool personal = ctx != nullptr && strcmp(ctx->account_type, "personal") == 0 &&
                   ctx->personal_account[0] != '\0';
   if (!personal) {
-    if (Is_SMTP_Enable() == 0) return -1;
+    if (Is_SMTP_Enable() == 0) return kMailNoAccount;
     if (Get_Private_Profile_String("", "AuthUser", "", auth_user, sizeof auth_user,
                                    kSsmtpConfPath) > 0) {
       argv[argc++] = "-au";
@@ -252,7 +252,7 @@ int send_share_mail(const char* subject, const char* body, const char* sender,
     }
   } else {
     long uid = 0;
-    if (user_uid(ctx->personal_account, &uid) != 0) return -1;
+    if (user_uid(ctx->personal_account, &uid) != 0) return kMailNoAccount;
     snprintf(uid_text, sizeof uid_text, "%d", static_cast<int>(uid));
     argv[argc++] = "-u";
     argv[argc++] = uid_text;
@@ -261,7 +261,7 @@ int send_share_mail(const char* subject, const char* body, const char* sender,
   argv[argc] = nullptr;
 
   int status = spawn_with_stdin_file(kMailProgramPath, argv, msg_name);
-  return status == -1 ? 3 : status;
+  return status == -1 ? kMailNotWritten : status;
 }
 
 int deliver_share_mail(const char* subject, const char* body, const char* sender_override,
@@ -286,7 +286,9 @@ int deliver_share_mail(const char* subject, const char* body, const char* sender
   int result = -20;
   for (int i = 0; i < count; ++i) {
     if (strlen(items[i]) <= 2) continue;
-    if (send_share_mail(subject, body, sender, items[i], sender_override, ctx) != 0) return -20;
+    if (send_share_mail(subject, body, sender, items[i], sender_override, ctx) != kMailSent) {
+      return -20;
+    }
     result = 0;
   }
   return result;

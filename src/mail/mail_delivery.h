@@ -39,11 +39,16 @@ struct MailHeader {
 int deliver_share_mail(const char* subject, const char* body, const char* sender_override,
                        const char* sender, const RunContext* ctx = &g_run_context);
 
-// One message to one recipient. 0 sent; 1 no outgoing mail server; 2 empty
-// recipient; 3 the message file could not be made or written, or the mail
-// program could not be started; -1 the alert account is off or the personal
-// account does not exist; any other value is the mail program's raw wait
-// status. The message file is removed on every path.
+// send_share_mail's results; any other value is the mail program's raw
+// wait status.
+constexpr int kMailSent = 0;
+constexpr int kMailNoServer = 1;        // no outgoing mail server
+constexpr int kMailNoRecipient = 2;     // empty recipient
+constexpr int kMailNotWritten = 3;      // message file not made or written, or no mail program
+constexpr int kMailNoAccount = -1;      // alert account off, or no such personal account
+
+// One message to one recipient: a result above. The message file is removed
+// on every path.
 int send_share_mail(const char* subject, const char* body, const char* sender,
                     const char* recipient, const char* reply_hint,
                     const RunContext* ctx = &g_run_context);

@@ -5,6 +5,11 @@
 // entry (a failed rename, a short write, a program that cannot start, a fixed
 // clock) and puts the defaults back with os_reset(). Paths given here are
 // file-system paths: callers root appliance paths first (see fs.h).
+//
+// Reads of an open stdio stream (fgets, fread) stay outside the table: every
+// stream is opened through `fopen` here, which is where a test makes a file
+// missing or unreadable, and a read that fails after a good open ends the
+// stream as end-of-file does, which the readers already handle.
 #ifndef SLT_PLATFORM_OS_H_
 #define SLT_PLATFORM_OS_H_
 

@@ -10,31 +10,12 @@
 
 #include "sharelink_db/records.h"
 
-int sf_acx_count();  // count, -24, -20
-// Conditions: pkey equal, acx equal. count, -10, -11, -24, -20.
-int sf_acx_count_filter(const ShareLinkAcxRecord* filter);
+// Columns: 0 pkey, 1 acx. Filters: both equal. Updates fall back to the
+// access text as key.
+SF_DECLARE_ROW_TABLE(acx, ShareLinkAcxRecord);
 int sf_acx_insert(const ShareLinkAcxRecord* record);  // 0, -10, -11, -23, -20
-// sort 0/1 pkey, 2/3 acx. 0, -11, -24, -20.
-int sf_acx_select(SfRowCallback cb, int sort, int start, int end, void* user_data);
-int sf_acx_select_filter(SfRowCallback cb, const ShareLinkAcxRecord* filter, int sort, int start,
-                         int end, void* user_data);
-// Sets the record's non-empty fields on the rows of its pkey (or, without a
-// pkey, of its acx). 0, -10, -11 (neither key), -28, -20.
-int sf_acx_update(const ShareLinkAcxRecord* record);
-// field 0 pkey, 1 acx. 0, -11, -27, -20.
-int sf_acx_delete_by_field(int field, const char* value);
-int sf_acx_delete_filter(const ShareLinkAcxRecord* filter);  // 0, -10, -11, -27, -20
-int sf_acx_delete_all();                                     // 0, -22, -20
-int sf_acx_drop();                                           // 0, -21, -20
 
-// A caller's array that a select fills; rows beyond `capacity` are counted in
-// `overflow` and skipped. NULL columns read as empty texts.
-struct SfAcxRows {
-  ShareLinkAcxRecord* rows;
-  int capacity;
-  int count;
-  int overflow;
-};
+using SfAcxRows = SfRows<ShareLinkAcxRecord>;
 // Row reader (2 columns) for an SfAcxRows at user_data.
 int sf_fill_acx_rows(void* user_data, int ncols, char** values, char** names);
 

@@ -22,61 +22,43 @@ bool delete_link_rows(sqlite3* db, const char* key) {
   return exec(db, event.get()) && exec(db, fid.get());
 }
 
-// Modes other than 0 leave the transaction uncommitted: the delete of mode 7
-// is never kept. The connection is parked with its transaction open.
-int leave_uncommitted(DbGuard* db) {
-  park_connection(db->release());
-  return kSfBadParam;
-}
-
-int delete_expired_uncommitted(DbGuard* db, const char* when) {
-  SqlText sql(sqlite3_mprintf("DELETE FROM SHARELINK_EVENT WHERE expire > 0 AND expire < %d;",
-                              static_cast<int>(strtol(when, nullptr, 10))));
-  if (!exec(db->get(), sql.get())) {
-    exec(db->get(), "ROLLBACK");
-    return kSfDeleteFailed;
+// Deletes the rows of `keys` (mode 0) in one transaction. Mode 7 deletes the
+// links expired before keys[0] and, like every mode but 0, leaves the
+// transaction uncommitted: that delete is never kept. Such a connection is
+// parked with its transaction open.
+int delete_in_mode(int mode, const char* const* keys) {
+  DbGuard db;
+  int rc = open_store(&db, true);
+  if (rc != 0) return rc;
+  Transaction txn(db.get());
+  if (!txn.begun()) return kSfDeleteFailed;
+  if (mode == 7) {
+    SqlText sql(sqlite3_mprintf("DELETE FROM SHARELINK_EVENT WHERE expire > 0 AND expire < %d;",
+                                static_cast<int>(strtol(keys[0], nullptr, 10))));
+    if (!exec(db.get(), sql.get())) return kSfDeleteFailed;
   }
-  return leave_uncommitted(db);
-}
-
-int commit_or_fail(sqlite3* db) {
-  if (exec(db, "COMMIT")) return 0;
-  exec(db, "ROLLBACK");
-  return kSfDeleteFailed;
+  if (mode != 0) {
+    txn.leave_open();
+    park_connection(db.release());
+    return kSfBadParam;
+  }
+  for (const char* const* key = keys; *key != nullptr; ++key) {
+    if (!delete_link_rows(db.get(), *key)) return kSfDeleteFailed;
+  }
+  return txn.commit() ? 0 : kSfDeleteFailed;
 }
 
 }  // namespace
 
 int sf_delete_link(int mode, const char* arg) {
   if (arg == nullptr) return kSfBadParam;
-  DbGuard db;
-  int rc = open_store(&db, true);
-  if (rc != 0) return rc;
-  if (!exec(db.get(), "BEGIN TRANSACTION")) return kSfDeleteFailed;
-  if (mode == 7) return delete_expired_uncommitted(&db, arg);
-  if (mode != 0) return leave_uncommitted(&db);
-  if (!delete_link_rows(db.get(), arg)) {
-    exec(db.get(), "ROLLBACK");
-    return kSfDeleteFailed;
-  }
-  return commit_or_fail(db.get());
+  const char* keys[] = {arg, nullptr};
+  return delete_in_mode(mode, keys);
 }
 
 int sf_delete_links(int mode, const char* const* keys) {
   if (keys == nullptr || (mode == 7 && keys[0] == nullptr)) return kSfBadParam;
-  DbGuard db;
-  int rc = open_store(&db, true);
-  if (rc != 0) return rc;
-  if (!exec(db.get(), "BEGIN TRANSACTION")) return kSfDeleteFailed;
-  if (mode == 7) return delete_expired_uncommitted(&db, keys[0]);
-  if (mode != 0) return leave_uncommitted(&db);
-  for (const char* const* key = keys; *key != nullptr; ++key) {
-    if (!delete_link_rows(db.get(), *key)) {
-      exec(db.get(), "ROLLBACK");
-      return kSfDeleteFailed;
-    }
-  }
-  return commit_or_fail(db.get());
+  return delete_in_mode(mode, keys);
 }
 
 int sf_delete_orphan_fid() {

@@ -6,7 +6,7 @@
 
 #include "sharelink_db/event_sql.h"
 #include "sharelink_db/result_codes.h"
-#include "sharelink_db/store_internal.h"
+#include "sharelink_db/row_table.h"
 
 using namespace sf_internal;
 
@@ -15,7 +15,6 @@ int sf_clean_array_count = 0;
 
 namespace {
 
-constexpr size_t kConditionBuffer = 4096;
 constexpr int kEventColumns = 19;
 constexpr int kLastSortCode = 37;
 
@@ -35,6 +34,8 @@ const char* const kColumns[kEventColumns] = {
     "title",      "description",    "type",           "link_name",
 };
 
+const TableName kEvent{"SHARELINK_EVENT", kColumns, kEventColumns};
+
 bool expiry_before_creation(const ShareLinkRecord* r) {
   return r->expire >= 1 && r->expire < r->createtic;
 }
@@ -45,10 +46,6 @@ bool record_too_long(const ShareLinkRecord* r) {
          too_long(r->filesize, 16) || too_long(r->creator, 64) || too_long(r->accesscode, 128) ||
          too_long(r->misc, 40) || too_long(r->title, 256) || too_long(r->description, 256) ||
          too_long(r->link_name, 256);
-}
-
-int select_with(const std::string& sql_text, SfRowCallback cb, void* user_data) {
-  return open_and_select(sql_text.c_str(), cb, user_data);
 }
 
 // A text bound by reference to the record: valid for the step that follows.
@@ -188,7 +185,7 @@ void fill_event_record(ShareLinkRecord* r, char** v) {
 
 }  // namespace sf_internal
 
-int sf_event_count() { return open_and_count("SELECT COUNT(*) FROM SHARELINK_EVENT;"); }
+int sf_event_count() { return count_all(kEvent); }
 
 int sf_event_count_filter(const ShareLinkRecord* filter) {
   if (filter == nullptr) return kSfBadParam;
@@ -197,41 +194,35 @@ int sf_event_count_filter(const ShareLinkRecord* filter) {
   BoundedSql conditions(kConditionBuffer);
   event_conditions(filter, EventFilterUse::kCount, &conditions);
   if (conditions.overflow()) return kSfTooLong;
-  SqlText sql(sqlite3_mprintf("SELECT COUNT(*) FROM SHARELINK_EVENT %s;",
-                              where_clause(conditions).c_str()));
-  return open_and_count(sql.get());
+  return count_where(kEvent, conditions);
 }
 
 int sf_event_select(SfRowCallback cb, int sort, int start, int end, void* user_data) {
   std::string order;
   if (!event_order(sort, false, &order) || bad_range(start, end)) return kSfBadParam;
-  SqlText sql(sqlite3_mprintf("SELECT * FROM SHARELINK_EVENT %s %s;", order.c_str(),
-                              paging_clause(start, end, " ").c_str()));
-  if (sql.get() == nullptr) return kSfBadParam;
-  return select_with(sql.get(), cb, user_data);
+  return select_all(kEvent, order, start, end, cb, user_data);
 }
 
 int sf_event_select_filter(SfRowCallback cb, const ShareLinkRecord* filter, int sort, int start,
                            int end, void* user_data) {
+  // Only the ssl code is checked: over-long texts are bounded by their buffers.
   if (filter == nullptr || filter->ssl > 2) return kSfBadParam;
   std::string order;
   if (!event_order(sort, true, &order) || bad_range(start, end)) return kSfBadParam;
   BoundedSql conditions(kConditionBuffer);
   event_conditions(filter, EventFilterUse::kSelect, &conditions);
   if (conditions.overflow()) return kSfTooLong;
-  SqlText sql(sqlite3_mprintf("SELECT * FROM SHARELINK_EVENT %s %s %s;",
-                              where_clause(conditions).c_str(), order.c_str(),
-                              paging_clause(start, end, "").c_str()));
-  if (sql.get() == nullptr) return kSfBadParam;
-  return select_with(sql.get(), cb, user_data);
+  return select_where(kEvent, conditions, order, start, end, cb, user_data);
 }
 
-int sf_event_insert(ShareLinkRecord* r) {
-  if (r == nullptr) return kSfBadParam;
+namespace sf_internal {
+
+int event_insert_statement(ShareLinkRecord* r, char** sql) {
+  *sql = nullptr;
   if (record_too_long(r)) return kSfTooLong;
   if (r->ssl > 2 || expiry_before_creation(r)) return kSfBadParam;
   if (!has_text(r->creator)) snprintf(r->creator, sizeof r->creator, "%s", "system");
-  SqlText sql(sqlite3_mprintf(
+  *sql = sqlite3_mprintf(
       "INSERT INTO SHARELINK_EVENT ( pkey, host, ssl, sharefile, useraddr, filesize, createtic, "
       "expire, creator, accesscode, download_count, download_limit, misc, title, description, "
       "type, link_name ) VALUES ( %.*Q, %.*Q, %d, %.*Q, %.*Q, %.*Q, %d, %d, %.*Q, %.*Q, %d, %d, "
@@ -239,7 +230,18 @@ int sf_event_insert(ShareLinkRecord* r) {
       SF_TXT(r->pkey), SF_TXT(r->host), r->ssl, SF_TXT(r->sharefile), SF_TXT(r->useraddr),
       SF_TXT(r->filesize), r->createtic, r->expire, SF_TXT(r->creator), SF_TXT(r->accesscode),
       r->download_count, r->download_limit, SF_TXT(r->misc), SF_TXT(r->title),
-      SF_TXT(r->description), r->type, SF_TXT(r->link_name)));
+      SF_TXT(r->description), r->type, SF_TXT(r->link_name));
+  return 0;
+}
+
+}  // namespace sf_internal
+
+int sf_event_insert(ShareLinkRecord* r) {
+  if (r == nullptr) return kSfBadParam;
+  char* text = nullptr;
+  int rc = event_insert_statement(r, &text);
+  SqlText sql(text);
+  if (rc != 0) return rc;
   if (sql.get() == nullptr) return kSfInsertFailed;
   return open_and_run(sql.get(), true, kSfInsertFailed);
 }
@@ -279,34 +281,28 @@ int sf_event_update(const ShareLinkRecord* r) {
   } else {
     return kSfUpdateFailed;
   }
-  SqlText target_text(target);
-  if (target == nullptr) return kSfUpdateFailed;
-  SqlText sql(sqlite3_mprintf("UPDATE SHARELINK_EVENT %s;", target));
-  if (sql.get() == nullptr) return kSfUpdateFailed;
-  return open_and_run(sql.get(), true, kSfUpdateFailed);
+  return update_target(kEvent, target);
 }
 
 int sf_event_update_list(int count, ShareLinkListNode* first) {
   DbGuard db;
   int rc = open_store(&db, true);
   if (rc != 0) return rc;
-  if (!exec(db.get(), "BEGIN TRANSACTION")) return kSfUpdateFailed;
+  Transaction txn(db.get());
+  if (!txn.begun()) return kSfUpdateFailed;
   StmtGuard stmt;
   if (sqlite3_prepare_v2(db.get(), kUpdateListSql, -1, stmt.out(), nullptr) != SQLITE_OK) {
     // The transaction stays open and the connection unclosed; it is parked
     // rather than lost.
+    txn.leave_open();
     park_connection(db.release());
     return kSfUpdateFailed;
   }
-  bool failed = false;
   int done = 0;
   for (ShareLinkListNode* node = first; node != nullptr && done < count; node = node->next, ++done) {
     const ShareLinkRecord* r = &node->record;
     sqlite3_reset(stmt.get());
-    if (too_long(r->accesscode, 128) || expiry_before_creation(r)) {
-      failed = true;
-      break;
-    }
+    if (too_long(r->accesscode, 128) || expiry_before_creation(r)) return kSfUpdateFailed;
     sqlite3_stmt* s = stmt.get();
     bind_int_or_null(s, "@expire", r->expire >= 0, r->expire);
     bind_int_or_null(s, "@ssl", r->ssl == 0 || r->ssl == 1, r->ssl);
@@ -320,21 +316,10 @@ int sf_event_update_list(int count, ShareLinkListNode* first) {
     SF_BIND_TEXT(s, "@description", r->description);
     SF_BIND_TEXT(s, "@link_name", r->link_name);
     SF_BIND_TEXT(s, "@pkey", r->pkey);
-    if (sqlite3_step(s) != SQLITE_DONE) {
-      failed = true;
-      break;
-    }
+    if (sqlite3_step(s) != SQLITE_DONE) return kSfUpdateFailed;
   }
   stmt.finalize();
-  if (failed) {
-    exec(db.get(), "ROLLBACK");
-    return kSfUpdateFailed;
-  }
-  if (!exec(db.get(), "COMMIT")) {
-    exec(db.get(), "ROLLBACK");
-    return kSfUpdateFailed;
-  }
-  return 0;
+  return txn.commit() ? 0 : kSfUpdateFailed;
 }
 
 int sf_event_delete_by_field(int field, const void* value) {
@@ -370,17 +355,13 @@ int sf_event_delete_filter(const ShareLinkRecord* filter) {
   BoundedSql conditions(kConditionBuffer);
   event_conditions(filter, EventFilterUse::kDelete, &conditions);
   if (conditions.overflow()) return kSfTooLong;
-  SqlText sql(
-      sqlite3_mprintf("DELETE FROM SHARELINK_EVENT %s;", where_clause(conditions).c_str()));
-  if (sql.get() == nullptr) return kSfDeleteFailed;
-  return open_and_run(sql.get(), false, kSfDeleteFailed, true);
+  // A failed commit still reports success here, as it always has.
+  return delete_where(kEvent, conditions, true);
 }
 
-int sf_event_delete_all() {
-  return open_and_run("DELETE FROM SHARELINK_EVENT;", true, kSfDeleteAllFailed);
-}
+int sf_event_delete_all() { return delete_all(kEvent); }
 
-int sf_event_drop() { return open_and_drop("DROP TABLE SHARELINK_EVENT;"); }
+int sf_event_drop() { return drop_table(kEvent); }
 
 int sf_exec_sql(const char* statement) {
   if (statement == nullptr || !format_needs_no_arguments(statement)) return kSfBadParam;
@@ -408,12 +389,7 @@ int sf_fill_record_single(void* user_data, int ncols, char** values, char** name
 }
 
 int sf_fill_record_bounded(void* user_data, int ncols, char** values, char** names) {
-  auto* array = static_cast<SfRecordArray*>(user_data);
-  if (ncols != kEventColumns || array == nullptr || values == nullptr) return 0;
-  if (array->rows == nullptr || array->count >= array->capacity) {
-    ++array->overflow;
-    return 0;
-  }
-  fill_event_record(&array->rows[array->count++], values);
+  ShareLinkRecord* r = next_row<SfRecordArray>(user_data, ncols, kEventColumns, values);
+  if (r != nullptr) fill_event_record(r, values);
   return 0;
 }

@@ -26,6 +26,13 @@ int sf_event_select_filter(SfRowCallback cb, const ShareLinkRecord* filter, int 
 // An empty creator is set to "system" in the caller's record. The creation
 // date and time come from the column defaults. 0, -10, -11, -23, -20.
 int sf_event_insert(ShareLinkRecord* record);
+// Adds a link with its files and recipients in one BEGIN IMMEDIATE
+// transaction: all of it or nothing, and nothing when a link with its key
+// exists (-17), so of two adds of one key exactly one succeeds. The checks
+// and codes of the three inserts; `failed_part` (when not null) tells which
+// part failed: 0 the link, 1 its files, 2 its recipients.
+int sf_add_link(ShareLinkRecord* link, const ShareLinkFidRecord* fids, int nfids,
+                const ShareLinkUserRecord* users, int nusers, int* failed_part);
 // Sets the record's given fields on the link `pkey`; with no pkey, a list
 // starting with misc changes the rows whose misc is "----" and a list of only
 // type changes every row; anything else has no target. 0, -10, -11, -28, -20.
@@ -58,14 +65,7 @@ extern int sf_clean_array_count;
 // Fills the one ShareLinkRecord at user_data.
 int sf_fill_record_single(void* user_data, int ncols, char** values, char** names);
 
-// A caller's array that a select fills without writing past its end: rows
-// beyond `capacity` are counted in `overflow` and skipped.
-struct SfRecordArray {
-  ShareLinkRecord* rows;
-  int capacity;
-  int count;
-  int overflow;
-};
+using SfRecordArray = SfRows<ShareLinkRecord>;
 // Row reader for an SfRecordArray at user_data.
 int sf_fill_record_bounded(void* user_data, int ncols, char** values, char** names);
 

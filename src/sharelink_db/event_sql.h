@@ -36,6 +36,12 @@ bool event_order(int sort, bool filtered, std::string* out);
 // taking their defaults. The reserved texts are left alone.
 void fill_event_record(ShareLinkRecord* record, char** values);
 
+// The insert statements of one row: 0 with the statement in `sql` (null
+// when memory ran out), or the code of a refused record (-10, -11).
+int event_insert_statement(ShareLinkRecord* record, char** sql);
+int fid_insert_statement(const ShareLinkFidRecord& record, char** sql);
+int user_insert_statement(const ShareLinkUserRecord& record, char** sql);
+
 }  // namespace sf_internal
 
 #endif  // SLT_SHARELINK_DB_EVENT_SQL_H_

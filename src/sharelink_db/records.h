@@ -82,4 +82,36 @@ void sf_filter_reset(ShareLinkRecord* filter);
 // A row callback of the store's selects (the shape of sqlite3_exec's).
 using SfRowCallback = int (*)(void* user_data, int ncols, char** values, char** names);
 
+// A caller's array that a select fills; rows beyond `capacity` are counted in
+// `overflow` and skipped. NULL columns read as empty texts (as their
+// defaults for links).
+// The operations every companion table has, declared for table `t` with
+// records of type R: sf_<t>_count() (count, -24, -20); sf_<t>_count_filter
+// (count, -10, -11, -24, -20); sf_<t>_select and sf_<t>_select_filter (sort
+// codes take the columns two by two, ascending then descending; start/end as
+// for links; 0, -10, -11, -24, -20); sf_<t>_update (sets the record's
+// non-empty texts on the rows of its pkey or, without one, of its second
+// key; 0, -10, -11, -28, -20); sf_<t>_delete_by_field (a column by its
+// number; 0, -11, -27, -20); sf_<t>_delete_filter (0, -10, -11, -27, -20);
+// sf_<t>_delete_all (0, -22, -20); sf_<t>_drop (0, -21, -20).
+#define SF_DECLARE_ROW_TABLE(t, R)                                                           \
+  int sf_##t##_count();                                                                      \
+  int sf_##t##_count_filter(const R* filter);                                                \
+  int sf_##t##_select(SfRowCallback cb, int sort, int start, int end, void* user_data);      \
+  int sf_##t##_select_filter(SfRowCallback cb, const R* filter, int sort, int start, int end, \
+                             void* user_data);                                               \
+  int sf_##t##_update(const R* record);                                                      \
+  int sf_##t##_delete_by_field(int field, const char* value);                                \
+  int sf_##t##_delete_filter(const R* filter);                                               \
+  int sf_##t##_delete_all();                                                                 \
+  int sf_##t##_drop()
+
+template <class Record>
+struct SfRows {
+  Record* rows;
+  int capacity;
+  int count;
+  int overflow;
+};
+
 #endif  // SLT_SHARELINK_DB_RECORDS_H_

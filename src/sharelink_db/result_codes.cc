@@ -7,9 +7,11 @@ const char* sf_result_text(int code) {
       return "a text is longer than its column allows";
     case kSfBadParam:
       return "bad parameter";
+    case kSfLinkExists:
+      return "a link with that key exists";
     case kSfOpenFailed:
       return "the store could not be opened";
-    case kSfDropFailed:
+    case kSfSchemaFailed:
       return "table creation, a table drop or the index drops failed";
     case kSfDeleteAllFailed:
       return "deleting all rows of a table failed";

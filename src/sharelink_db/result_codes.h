@@ -5,7 +5,8 @@
 constexpr int kSfTooLong = -10;       // ECHILD: a text is longer than its column's bound
 constexpr int kSfBadParam = -11;      // EAGAIN: unknown field or sort code, bad range, null
 constexpr int kSfOpenFailed = -20;    // ENOTDIR: the store could not be opened
-constexpr int kSfDropFailed = -21;    // EISDIR: creation, drop or index drops failed
+constexpr int kSfLinkExists = -17;   // EEXIST: a link with that key is in the store
+constexpr int kSfSchemaFailed = -21;  // EISDIR: a table creation, a table drop or the index drops failed
 constexpr int kSfDeleteAllFailed = -22;  // EINVAL
 constexpr int kSfInsertFailed = -23;  // ENFILE
 constexpr int kSfQueryFailed = -24;   // EMFILE: a query or count failed

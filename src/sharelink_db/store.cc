@@ -138,7 +138,7 @@ int create_table(const char* prepare, const char* table_sql, const char* const* 
   if (rc != 0) return rc;
   sf_internal::exec(db.get(), prepare);
   sf_internal::exec(db.get(), "PRAGMA case_sensitive_like=ON;");
-  if (!sf_internal::exec(db.get(), table_sql)) return kSfDropFailed;
+  if (!sf_internal::exec(db.get(), table_sql)) return kSfSchemaFailed;
   for (const char* const* index = indexes; *index != nullptr; ++index) {
     sf_internal::exec(db.get(), *index);
   }
@@ -239,18 +239,12 @@ int sf_drop_obsolete_indexes() {
   DbGuard db;
   int rc = sf_internal::open_store(&db, true);
   if (rc != 0) return rc;
-  if (!sf_internal::exec(db.get(), "BEGIN TRANSACTION")) return kSfDropFailed;
+  sf_internal::Transaction txn(db.get());
+  if (!txn.begun()) return kSfSchemaFailed;
   for (const char* sql : kObsoleteIndexes) {
-    if (!sf_internal::exec(db.get(), sql)) {
-      sf_internal::exec(db.get(), "ROLLBACK");
-      return kSfDropFailed;
-    }
+    if (!sf_internal::exec(db.get(), sql)) return kSfSchemaFailed;
   }
-  if (!sf_internal::exec(db.get(), "COMMIT")) {
-    sf_internal::exec(db.get(), "ROLLBACK");
-    return kSfDropFailed;
-  }
-  return 0;
+  return txn.commit() ? 0 : kSfSchemaFailed;
 }
 
 int sf_init_db(const char* path) {
@@ -285,21 +279,43 @@ int sf_rotate_db_file(const char* path, int generations, int max_age) {
   return fs_rename(path, first) == 0 ? 0 : -1;
 }
 
+namespace {
+
+// SQLite's verdict on the store file: a schema read, which a file that is
+// no database or whose pages are damaged fails with its own code.
+bool store_is_damaged() {
+  int code = sf_first_sqlite_error(nullptr) & 0xff;
+  if (code == SQLITE_CORRUPT || code == SQLITE_NOTADB) return true;
+  DbGuard db;
+  if (sf_internal::open_store(&db, true) != 0) return false;
+  int rc = sqlite3_exec(db.get(), "SELECT COUNT(*) FROM sqlite_master;", nullptr, nullptr, nullptr);
+  rc &= 0xff;
+  return rc == SQLITE_CORRUPT || rc == SQLITE_NOTADB;
+}
+
+}  // namespace
+
 int sf_startup() {
   FlockGuard lock;
-  if (!lock.held()) return 0;
+  if (!lock.held()) return kSfStartupDone;
+  sf_clear_sqlite_error();
   if (sf_db_file_ready() == 1) {
     char path[256];
     sf_get_db_path(path, sizeof path);
     if (path[0] != '\0' && sf_init_db(path) < 0) {
-      sf_rotate_db_file(path, kRotateGenerations, kRotateMaxAge);
+      // Only a damaged store is set aside; an intact one that cannot be
+      // written now (read-only folder, full disk) is kept as it is.
+      if (!store_is_damaged()) return kSfStartupKept;
+      if (sf_rotate_db_file(path, kRotateGenerations, kRotateMaxAge) != 0) {
+        return kSfStartupNotSetAside;
+      }
       sf_create_tables();
-      return 1;
+      return kSfStartupSetAside;
     }
-    return 0;
+    return kSfStartupDone;
   }
   sf_create_tables();
-  return 0;
+  return kSfStartupDone;
 }
 
 int sf_db_file_ready() {
@@ -413,16 +429,16 @@ int sf_check_empty_db() {
 
 int sf_flock_lock(int mode) {
   int fd = fs_open(kSfFlockFile, O_WRONLY | O_CREAT, static_cast<mode_t>(mode));
-  if (fd < 0) return -2;
+  if (fd < 0) return kSfFlockOpenFailed;
   if (os.flock(fd, LOCK_EX) != 0) {
     os.close(fd);
-    return -3;
+    return kSfFlockLockFailed;
   }
   return fd;
 }
 
 int sf_flock_unlock(int fd) {
-  int rc = os.flock(fd, LOCK_UN) == 0 ? 0 : -2;
+  int rc = os.flock(fd, LOCK_UN) == 0 ? 0 : kSfFlockUnlockFailed;
   os.close(fd);
   return rc;
 }

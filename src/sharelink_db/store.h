@@ -75,10 +75,22 @@ int sf_init_db(const char* path);
 // 0, or -1 when the final rename failed.
 int sf_rotate_db_file(const char* path, int generations, int max_age);
 
-// Start-up under the flock lock: an existing store is initialised, and when
-// that fails it is set aside by rotation and a fresh one is made (result 1);
-// a missing one is created (0). 0 when the lock could not be taken.
+// What start-up did with an existing store.
+constexpr int kSfStartupDone = 0;      // initialised (or made, or the lock was not taken)
+constexpr int kSfStartupSetAside = 1;  // damaged: renamed to path.1, a fresh store made
+constexpr int kSfStartupKept = 2;      // failed for another reason: the file is left alone
+constexpr int kSfStartupNotSetAside = 3;  // damaged, but the rename failed: left alone
+
+// Start-up under the flock lock: an existing store is initialised; a missing
+// one is created. Only a store that SQLite calls corrupt or not a database
+// is set aside by rotation; any other failure (a read-only folder, a full
+// disk) keeps the file. sf_first_sqlite_error tells why it failed.
 int sf_startup();
+
+// The first SQLite failure (its primary code, and its message in `text`)
+// since sf_clear_sqlite_error; SQLITE_OK when none.
+int sf_first_sqlite_error(const char** text);
+void sf_clear_sqlite_error();
 
 // Creates the store's folder with "/bin/mkdir" "-p" when the path is not the
 // default one; then 1 when the store file exists, else 0.
@@ -112,11 +124,15 @@ int sf_UnLock();
 // the lock could not be taken, the path is empty or the file is missing).
 int sf_check_empty_db();
 
+constexpr int kSfFlockOpenFailed = -2;    // the lock file could not be opened
+constexpr int kSfFlockLockFailed = -3;    // flock refused the lock
+constexpr int kSfFlockUnlockFailed = -2;  // flock refused the unlock (the file is closed all the same)
+
 // The flock lock "/tmp/kdx_shareLink_flock.lock", opened write-only with
-// create and `mode`, locked exclusively (blocking). The descriptor, -2 when it
-// could not be opened, -3 when it could not be locked.
+// create and `mode`, locked exclusively (blocking). The descriptor, or
+// kSfFlockOpenFailed, kSfFlockLockFailed.
 int sf_flock_lock(int mode);
-// Unlocks and closes. 0, or -2 when the unlock failed.
+// Unlocks and closes. 0, or kSfFlockUnlockFailed.
 int sf_flock_unlock(int fd);
 
 // Connections deliberately left open by an operation (the list update's

@@ -1,8 +1,10 @@
 #include "sharelink_db/store_internal.h"
 
+#include <cstdio>
 #include <cstdlib>
 
 #include "sharelink_db/result_codes.h"
+#include "sharelink_db/row_table.h"
 #include "sharelink_db/store.h"
 
 namespace sf_internal {
@@ -35,6 +37,16 @@ ParkedConnections& parked() {
 
 void (*g_sql_observer)(const char*) = nullptr;
 
+// The first SQLite failure since the last clear: code and message.
+int g_first_error = SQLITE_OK;
+char g_first_error_text[256];
+
+void note_error(int code, const char* text) {
+  if (g_first_error != SQLITE_OK) return;
+  g_first_error = code;
+  snprintf(g_first_error_text, sizeof g_first_error_text, "%s", text != nullptr ? text : "");
+}
+
 int trace_statement(unsigned type, void* context, void* stmt, void* text) {
   if (type == SQLITE_TRACE_STMT && g_sql_observer != nullptr && text != nullptr) {
     g_sql_observer(static_cast<const char*>(text));
@@ -49,7 +61,11 @@ DbGuard::~DbGuard() { sqlite3_close(db_); }
 int open_store(DbGuard* db, bool busy) {
   release_parked_connections();
   char path[256];
-  if (sf_db_open(path, sizeof path, db->out()) != SQLITE_OK) return kSfOpenFailed;
+  int rc = sf_db_open(path, sizeof path, db->out());
+  if (rc != SQLITE_OK) {
+    note_error(rc, sqlite3_errstr(rc));
+    return kSfOpenFailed;
+  }
   if (busy) sqlite3_busy_timeout(db->get(), kBusyTimeoutMs);
   sqlite3_exec(db->get(), "PRAGMA case_sensitive_like=ON;", nullptr, nullptr, nullptr);
   if (g_sql_observer != nullptr) {
@@ -59,20 +75,38 @@ int open_store(DbGuard* db, bool busy) {
 }
 
 bool exec(sqlite3* db, const char* sql) {
-  return sql != nullptr && sqlite3_exec(db, sql, nullptr, nullptr, nullptr) == SQLITE_OK;
+  if (sql == nullptr) return false;
+  if (sqlite3_exec(db, sql, nullptr, nullptr, nullptr) == SQLITE_OK) return true;
+  note_error(sqlite3_errcode(db), sqlite3_errmsg(db));
+  return false;
+}
+
+Transaction::Transaction(sqlite3* db, const char* begin) : db_(db), open_(exec(db, begin)) {}
+
+Transaction::~Transaction() {
+  if (open_) exec(db_, "ROLLBACK");
+}
+
+bool Transaction::commit() {
+  if (!open_ || !exec(db_, "COMMIT")) return false;
+  open_ = false;
+  return true;
+}
+
+void Transaction::commit_ignoring_failure() {
+  if (open_) exec(db_, "COMMIT");
+  open_ = false;
 }
 
 int run_in_transaction(sqlite3* db, const char* sql, int fail, bool ignore_commit) {
-  if (!exec(db, "BEGIN TRANSACTION")) return fail;
-  if (!exec(db, sql)) {
-    exec(db, "ROLLBACK");
-    return fail;
+  Transaction txn(db);
+  if (!txn.begun() || !exec(db, sql)) return fail;
+  if (ignore_commit) {
+    // The delete by filter has always reported success past a failed commit.
+    txn.commit_ignoring_failure();
+    return 0;
   }
-  if (!exec(db, "COMMIT") && !ignore_commit) {
-    exec(db, "ROLLBACK");
-    return fail;
-  }
-  return 0;
+  return txn.commit() ? 0 : fail;
 }
 
 int open_and_run(const char* sql, bool busy, int fail, bool ignore_commit) {
@@ -105,7 +139,7 @@ int open_and_drop(const char* sql) {
   DbGuard db;
   int rc = open_store(&db, false);
   if (rc != 0) return rc;
-  return exec(db.get(), sql) ? 0 : kSfDropFailed;
+  return exec(db.get(), sql) ? 0 : kSfSchemaFailed;
 }
 
 int open_and_select(const char* sql, int (*cb)(void*, int, char**, char**), void* user_data) {
@@ -115,6 +149,67 @@ int open_and_select(const char* sql, int (*cb)(void*, int, char**, char**), void
   if (rc != 0) return rc;
   if (sqlite3_exec(db.get(), sql, cb, user_data, nullptr) != SQLITE_OK) return kSfQueryFailed;
   return 0;
+}
+
+int count_all(const TableName& t) {
+  SqlText sql(sqlite3_mprintf("SELECT COUNT(*) FROM %s;", t.name));
+  return open_and_count(sql.get());
+}
+
+int count_where(const TableName& t, const BoundedSql& conditions) {
+  SqlText sql(sqlite3_mprintf("SELECT COUNT(*) FROM %s %s;", t.name,
+                              where_clause(conditions).c_str()));
+  return open_and_count(sql.get());
+}
+
+int select_all(const TableName& t, const std::string& order, int start, int end, SfRowCallback cb,
+               void* user_data) {
+  // The unfiltered form pages with a blank for "all rows": two blanks before the ";".
+  SqlText sql(sqlite3_mprintf("SELECT * FROM %s %s %s;", t.name, order.c_str(),
+                              paging_clause(start, end, " ").c_str()));
+  return open_and_select(sql.get(), cb, user_data);
+}
+
+int select_where(const TableName& t, const BoundedSql& conditions, const std::string& order,
+                 int start, int end, SfRowCallback cb, void* user_data) {
+  SqlText sql(sqlite3_mprintf("SELECT * FROM %s %s %s %s;", t.name,
+                              where_clause(conditions).c_str(), order.c_str(),
+                              paging_clause(start, end, "").c_str()));
+  return open_and_select(sql.get(), cb, user_data);
+}
+
+int delete_where(const TableName& t, const BoundedSql& conditions, bool ignore_commit) {
+  SqlText sql(sqlite3_mprintf("DELETE FROM %s %s;", t.name, where_clause(conditions).c_str()));
+  if (sql.get() == nullptr) return kSfDeleteFailed;
+  // Deletes never wait on a busy store.
+  return open_and_run(sql.get(), false, kSfDeleteFailed, ignore_commit);
+}
+
+int delete_field(const TableName& t, int field, const char* value) {
+  if (value == nullptr || field < 0 || field >= t.ncolumns) return kSfBadParam;
+  SqlText sql(sqlite3_mprintf("DELETE FROM %s WHERE %s = %Q;", t.name, t.columns[field], value));
+  if (sql.get() == nullptr) return kSfDeleteFailed;
+  return open_and_run(sql.get(), false, kSfDeleteFailed);
+}
+
+int delete_all(const TableName& t) {
+  SqlText sql(sqlite3_mprintf("DELETE FROM %s;", t.name));
+  if (sql.get() == nullptr) return kSfDeleteAllFailed;
+  // Unlike the other deletes, emptying a table waits on a busy store.
+  return open_and_run(sql.get(), true, kSfDeleteAllFailed);
+}
+
+int drop_table(const TableName& t) {
+  SqlText sql(sqlite3_mprintf("DROP TABLE %s;", t.name));
+  if (sql.get() == nullptr) return kSfSchemaFailed;
+  return open_and_drop(sql.get());
+}
+
+int update_target(const TableName& t, char* target) {
+  SqlText owned(target);
+  SqlText sql(sqlite3_mprintf("UPDATE %s %s;", t.name, target));
+  if (target == nullptr || sql.get() == nullptr) return kSfUpdateFailed;
+  return open_and_run(sql.get(), true, kSfUpdateFailed);
 }
 
 void park_connection(sqlite3* db) {
@@ -181,6 +276,16 @@ int32_t int_column(const char* value) {
 
 void sf_set_sql_observer(void (*observer)(const char* sql)) {
   sf_internal::g_sql_observer = observer;
+}
+
+int sf_first_sqlite_error(const char** text) {
+  if (text != nullptr) *text = sf_internal::g_first_error_text;
+  return sf_internal::g_first_error;
+}
+
+void sf_clear_sqlite_error() {
+  sf_internal::g_first_error = SQLITE_OK;
+  sf_internal::g_first_error_text[0] = '\0';
 }
 
 int sf_parked_connection_count() { return sf_internal::parked_connection_count(); }

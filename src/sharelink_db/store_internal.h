@@ -70,8 +70,31 @@ class SqlText {
 // guard may still hold a handle to close).
 int open_store(DbGuard* db, bool busy);
 
-// Runs one statement. True on SQLITE_OK.
+// Runs one statement. True on SQLITE_OK; a failure is noted (see
+// sf_first_sqlite_error).
 bool exec(sqlite3* db, const char* sql);
+
+// The only place that writes BEGIN, COMMIT and ROLLBACK: begins on
+// construction and rolls back on scope exit unless committed or left open.
+// Nothing is rolled back when the begin itself failed.
+class Transaction {
+ public:
+  explicit Transaction(sqlite3* db, const char* begin = "BEGIN TRANSACTION");
+  ~Transaction();
+  Transaction(const Transaction&) = delete;
+  Transaction& operator=(const Transaction&) = delete;
+  bool begun() const { return open_; }
+  // "COMMIT"; false when it fails (the scope exit then rolls back).
+  bool commit();
+  // "COMMIT", and no rollback even when it fails.
+  void commit_ignoring_failure();
+  // Keeps the transaction open on a connection that is parked.
+  void leave_open() { open_ = false; }
+
+ private:
+  sqlite3* db_;
+  bool open_;
+};
 
 // "BEGIN TRANSACTION", the statement, "COMMIT"; "ROLLBACK" and `fail` when
 // BEGIN or the statement fails; `fail` when COMMIT fails, unless

@@ -173,6 +173,98 @@ TEST(CtlStore, AFailedRecipientLeavesNoHalfLink) {
   EXPECT_EQ("0", store_value(root, "SELECT COUNT(*) FROM SHARELINK_FID"));
 }
 
+// Start-up keeps every store SQLite does not call damaged, and says "set
+// aside" only after the rename: an intact store on a disk that refuses
+// writes, and a damaged one whose set-aside name is taken by a folder.
+TEST(CtlStore, InitSetsAsideOnlyADamagedStoreAndOnlyWhenTheRenameWorked) {
+  struct Case {
+    const char* name;
+    bool damaged;
+    const char* says;
+  };
+  for (const Case& c : {Case{"full disk", false, "; the file is kept\n"},
+                        Case{"name taken", true, "; it is damaged and could not be set aside\n"}}) {
+    ApplianceRoot root;
+    RunResult r;
+    std::string before;
+    if (c.damaged) {
+      root.write("/etc/config/share_link.db", std::string(2048, '#'));
+      root.mkdirs("/etc/config/share_link.db.1/inside");
+      root.set_mtime("/etc/config/share_link.db.1", 1000);  // too old to move up: removal fails
+      r = ctl(root, {"init"});
+    } else {
+      ASSERT_EQ(0, ctl(root, {"init"}).status);
+      ASSERT_EQ(0, ctl(root, {"add", "k1", "/share/A"}).status);
+      // No file may grow: the trigger's re-creation cannot be written.
+      r = run_program("/bin/sh", {"-c", "trap '' XFSZ; exec prlimit --fsize=0 \"$0\" init",
+                                  ctl_binary()}, root);
+    }
+    before = root.read("/etc/config/share_link.db");
+    EXPECT_EQ(1, r.status) << c.name;
+    EXPECT_EQ(0u, r.err.find("sharelinkctl init: /etc/config/share_link.db could not be initialised: "))
+        << c.name << ": " << r.err;
+    EXPECT_NE(std::string::npos, r.err.find(c.says)) << c.name << ": " << r.err;
+    EXPECT_EQ(std::string::npos, r.err.find("set aside as")) << c.name;
+    EXPECT_EQ(before, root.read("/etc/config/share_link.db")) << c.name;
+    if (c.damaged) {
+      EXPECT_EQ(std::string(2048, '#'), before);
+    } else {
+      EXPECT_FALSE(root.exists("/etc/config/share_link.db.1"));
+      EXPECT_EQ("k1", store_value(root, "SELECT pkey FROM SHARELINK_EVENT"));
+    }
+  }
+}
+
+// A link is added whole or not at all, even when nothing could clean up
+// after a failed part (as after a kill): the store refuses to delete links.
+TEST(CtlStore, AddIsOneTransaction) {
+  ApplianceRoot root;
+  ASSERT_EQ(0, ctl(root, {"init"}).status);
+  store_exec(root,
+             "CREATE TRIGGER no_files BEFORE INSERT ON SHARELINK_FID BEGIN SELECT RAISE(ABORT, 'x'); END;"
+             "CREATE TRIGGER no_deletes BEFORE DELETE ON SHARELINK_EVENT BEGIN SELECT RAISE(ABORT, 'x'); END;");
+  RunResult r = ctl(root, {"add", "k1", "/p", "--fid", "1:/p"});
+  EXPECT_EQ(1, r.status);
+  EXPECT_EQ("sharelinkctl add: the files could not be added: -23 (an insert failed)\n", r.err);
+  EXPECT_EQ("0", store_value(root, "SELECT COUNT(*) FROM SHARELINK_EVENT"));
+}
+
+// The clean-up of vanished links runs at most once a minute even when its
+// flag in /tmp cannot be written (a folder stands in its place): the flag
+// beside the store takes over. Without either it is skipped and reported.
+TEST(CtlStore, CleanUpFlagFallsBackBesideTheStore) {
+  ApplianceRoot root;
+  root.write("/etc/config/smb.conf", "[Public]\npath = /share/Public\n");
+  root.write("/share/Public/ann/kept.txt", "x");
+  make_store(root);
+  auto vanished = [&](const std::string& key) {
+    FixtureLink link(key);
+    link.creator = "Mirra:ann";
+    link.sharefile = "/Public/ann/" + key + ".txt";
+    return link;
+  };
+  FixtureLink kept = vanished("kept");
+  insert_links(root, {kept, vanished("gone1")});
+  root.mkdirs("/tmp/.kdx_sf_clean_flag/x");
+  root.set_mtime("/tmp/.kdx_sf_clean_flag", 1000);
+  const std::vector<std::string> list = {"3", "-u", "ann"};
+  const std::string keys = "SELECT group_concat(pkey) FROM (SELECT pkey FROM SHARELINK_EVENT ORDER BY pkey)";
+
+  EXPECT_EQ(0, run_program(tool_binary(), list, root).status);
+  EXPECT_EQ("kept", store_value(root, keys));
+  EXPECT_TRUE(root.exists("/etc/config/share_link.db.clean_flag"));
+  insert_links(root, {vanished("gone2")});
+  EXPECT_EQ(0, run_program(tool_binary(), list, root).status);
+  EXPECT_EQ("gone2,kept", store_value(root, keys));  // within the minute: no second pass
+
+  root.remove("/etc/config/share_link.db.clean_flag");
+  root.mkdirs("/etc/config/share_link.db.clean_flag/x");
+  root.set_mtime("/etc/config/share_link.db.clean_flag", 1000);
+  EXPECT_EQ(0, run_program(tool_binary(), list, root).status);
+  EXPECT_EQ("gone2,kept", store_value(root, keys));
+  EXPECT_NE(std::string::npos, root.read("/tmp/parceldeck.log").find("clean-up skipped")) << root.read("/tmp/parceldeck.log");
+}
+
 TEST(CtlStore, Relocate) {
   ApplianceRoot root;
   ASSERT_EQ(0, ctl(root, {"init"}).status);

@@ -76,7 +76,7 @@ TEST_F(StoreTest, FlockLockReportsOpenLockAndUnlockFailures) {
     errno = EINTR;
     return -1;
   };
-  EXPECT_EQ(-3, sf_flock_lock(0666));
+  EXPECT_EQ(kSfFlockLockFailed, sf_flock_lock(0666));
   EXPECT_EQ(1, g_closed);  // the descriptor is not kept
   fd = ::open(root.path("/tmp/kdx_shareLink_flock.lock").c_str(), O_WRONLY);
   ASSERT_GE(fd, 0);
@@ -86,7 +86,7 @@ TEST_F(StoreTest, FlockLockReportsOpenLockAndUnlockFailures) {
     errno = EACCES;
     return -1;
   };
-  EXPECT_EQ(-2, sf_flock_lock(0666));
+  EXPECT_EQ(kSfFlockOpenFailed, sf_flock_lock(0666));
 }
 
 TEST_F(StoreTest, EmptyStoreCheck) {

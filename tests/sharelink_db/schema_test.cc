@@ -12,63 +12,10 @@ namespace {
 
 using Rows = std::vector<std::vector<std::string>>;
 
-std::string schema_sql(const ApplianceRoot& root, const std::string& name) {
-  return store_value(root, "SELECT sql FROM sqlite_master WHERE name = '" + name + "'");
-}
-
 std::vector<std::string> columns_of(const ApplianceRoot& root, const std::string& table) {
   std::vector<std::string> names;
   for (const auto& row : store_rows(root, "PRAGMA table_info(" + table + ")")) names.push_back(row[1]);
   return names;
-}
-
-TEST_F(StoreTest, TablesIndexesAndTriggerAreStoredExactlyAsWritten) {
-  ASSERT_EQ(0, sf_create_tables());
-  EXPECT_EQ(
-      "CREATE TABLE SHARELINK_EVENT \t( pkey TEXT, \thost TEXT, \tssl INTEGER, \tsharefile TEXT, "
-      "\tuseraddr TEXT, \tfilesize TEXT, \tcreatetic INTEGER, \texpire INTEGER, \tcreator TEXT, "
-      "\taccesscode TEXT, \tdownload_count INTEGER, \tdownload_limit INTEGER, \tmisc TEXT DEFAULT "
-      "'00000001', \tcreate_date TEXT DEFAULT CURRENT_DATE, \tcreate_time TEXT DEFAULT "
-      "CURRENT_TIME, \ttitle TEXT, \tdescription TEXT, \ttype INTEGER DEFAULT 0, \tlink_name TEXT )",
-      schema_sql(root, "SHARELINK_EVENT"));
-  EXPECT_EQ("CREATE TABLE SHARELINK_FID \t( pkey TEXT, \tfid TEXT, \tsharefile TEXT )",
-            schema_sql(root, "SHARELINK_FID"));
-  EXPECT_EQ("CREATE TABLE SHARELINK_USER \t( pkey TEXT, \tuser TEXT, \tdescription TEXT, \temail TEXT )",
-            schema_sql(root, "SHARELINK_USER"));
-  // ACX only by its own call.
-  EXPECT_TRUE(store_rows(root, "SELECT name FROM sqlite_master WHERE name = 'SHARELINK_ACX'").empty());
-  ASSERT_EQ(0, sf_create_acx_table());
-  EXPECT_EQ("CREATE TABLE SHARELINK_ACX ( pkey TEXT, acx TEXT )", schema_sql(root, "SHARELINK_ACX"));
-
-  Rows indexes = store_rows(root, "SELECT name, sql FROM sqlite_master WHERE type = 'index' ORDER BY rowid");
-  Rows expected = {
-      {"idx_pkey", "CREATE INDEX idx_pkey on SHARELINK_EVENT(pkey)"},
-      {"idx_filesize", "CREATE INDEX idx_filesize on SHARELINK_EVENT(filesize)"},
-      {"idx_createtic", "CREATE INDEX idx_createtic on SHARELINK_EVENT(createtic)"},
-      {"idx_expire", "CREATE INDEX idx_expire on SHARELINK_EVENT(expire)"},
-      {"idx_creator", "CREATE INDEX idx_creator on SHARELINK_EVENT(creator)"},
-      {"idx_create_date", "CREATE INDEX idx_create_date on SHARELINK_EVENT(create_date)"},
-      {"idx_create_time", "CREATE INDEX idx_create_time on SHARELINK_EVENT(create_time)"},
-      {"idx_link_name", "CREATE INDEX idx_link_name on SHARELINK_EVENT(link_name)"},
-      {"idex_pkey", "CREATE INDEX idex_pkey on SHARELINK_FID(pkey)"},
-      {"idex_fid", "CREATE INDEX idex_fid on SHARELINK_FID(fid)"},
-      {"idex_user_pkey", "CREATE INDEX idex_user_pkey on SHARELINK_USER(pkey)"},
-      {"idex_user_user", "CREATE INDEX idex_user_user on SHARELINK_USER(user)"},
-      {"idex_user_description", "CREATE INDEX idex_user_description on SHARELINK_USER(description)"},
-      {"idex_user_email", "CREATE INDEX idex_user_email on SHARELINK_USER(email)"},
-      {"idex_acx_pkey", "CREATE INDEX idex_acx_pkey on SHARELINK_ACX(pkey)"},
-      {"idex_acx_acx", "CREATE INDEX idex_acx_acx on SHARELINK_ACX(acx)"},
-  };
-  EXPECT_EQ(expected, indexes);
-
-  ASSERT_EQ(0, sf_reset_trigger());
-  EXPECT_EQ(1, sleep_calls());  // the 100 ms pause between drop and create
-  EXPECT_EQ(
-      "CREATE TRIGGER sharelink_event_logfull AFTER INSERT \t\t\t\t\t\tON sharelink_event WHEN "
-      "100000 < (SELECT COUNT(*) FROM sharelink_event) \t\t\t\t\t\tBEGIN \t\t\t\t\t\tDELETE FROM "
-      "sharelink_event WHERE pkey IN \t\t\t\t\t\t(SELECT pkey FROM sharelink_event ORDER BY "
-      "create_date, create_time \t\t\t\t\t\tLIMIT 1); \t\t\t\t\t\tEND",
-      schema_sql(root, "sharelink_event_logfull"));
 }
 
 TEST_F(StoreTest, TableCreationRunsItsPreparatoryStatementsAndReportsFailures) {
