@@ -48,7 +48,6 @@ TEST(Ddns, KeepsEnabledProvidersInheritsTheirAddressWithinBounds) {
   EXPECT_EQ(-1, parse_ddns_config("[1,2]", &t));
   EXPECT_EQ(-1, parse_ddns_config("not json", &t));
 
-  // Nothing beyond the 16th entry; a name that would overflow the list stops the scan.
   t = empty_table();
   std::string names;
   for (int i = 0; i < 20; ++i) names += "h" + std::to_string(i) + " ";
@@ -102,7 +101,6 @@ TEST(Interfaces, AtMostNineLeadingBlanksEntriesWithinTheirBounds) {
   EXPECT_EQ(-1, parse_interface_status("{\"data\":[1]}", &u, 0));
   EXPECT_STREQ("", u.local_ip_list);
 
-  // An element without its key ends the list's scan but still gives an entry.
   t = empty_table();
   text =
       R"({"data":{"eth0":{"IPv4":[{"ip":"10.0.0.1"},{"mask":"255.0.0.0"},{"ip":"10.0.0.2"}]},)"
@@ -113,7 +111,6 @@ TEST(Interfaces, AtMostNineLeadingBlanksEntriesWithinTheirBounds) {
   EXPECT_STREQ("10.0.0.2", t.ip_list[2].ip_addr);
   EXPECT_STREQ("", t.ip_list[3].ip_addr);
 
-  // No entry beyond the sixteenth; the list is cut at its bound.
   std::string many = R"({"data":{"eth0":{"IPv4":[)";
   for (int i = 0; i < 40; ++i) many += std::string(i ? "," : "") + R"({"ip":"10.0.0.)" + std::to_string(i) + "\"}";
   many += "]}}}";
@@ -145,8 +142,6 @@ TEST(DeviceStatus, ReadsCodeAndResult) {
   }
 }
 
-// Every prefix and many byte changes of real outputs: the parsers keep their
-// fields terminated and their counts in range.
 TEST(Parsers, SurviveDamagedOutput) {
   const std::vector<std::string> samples = {
       R"({"a":{"enable":"1","ip4":"1.2.3.4","hostname":"x.example, y.example"}})",
@@ -157,7 +152,6 @@ TEST(Parsers, SurviveDamagedOutput) {
   for (const std::string& sample : samples) {
     for (size_t cut = 0; cut <= sample.size(); ++cut) {
       for (size_t k = 0; k < sizeof noise; ++k) {
-        // A prefix, or the whole text with one byte changed.
         std::string text = k == 0 ? sample.substr(0, cut) : sample;
         if (k > 0 && cut < text.size()) text[cut] = noise[k];
         HostAddressTable t = empty_table();

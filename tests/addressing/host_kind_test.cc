@@ -12,7 +12,6 @@
 
 namespace {
 
-// A filled table (host_ip set), so nothing here starts discovery.
 class HostTable : public ::testing::Test {
  protected:
   HostTable() {
@@ -76,8 +75,6 @@ TEST_F(HostTable, ClassifiesEveryKind) {
 
   set(g_host_address_table.local_ipv6_list, "fe80::1,[fe80::2]");
   EXPECT_EQ(16, classify_host("[FE80::2]"));
-  // Without local IPv6 addresses, a bracketed text is matched against the
-  // first known address that has colons in it.
   set(g_host_address_table.local_ipv6_list, "");
   set(g_host_address_table.external_ip, "2001:db8::7");
   EXPECT_EQ(1, classify_host("[2001:db8::7]:443"));
@@ -169,14 +166,12 @@ TEST_F(HostTable, ChoosesPortsByHostKind) {
     EXPECT_EQ(c.url, link(c.ssl, c.host, c.fid, &port)) << (c.host ? c.host : "(null)");
     EXPECT_EQ(c.port ? c.port : port, port) << c.host;
   }
-  // External and DDNS hosts keep the external port even when it is the default.
   g_host_address_table.extSslPort = 443;
   g_host_address_table.extPort = 80;
   g_host_address_table.sslPort = 8443;
   EXPECT_EQ("https://203.0.113.7:443/share.cgi?ssid=S1", link(1, "203.0.113.7"));
   EXPECT_EQ("http://alt.dyn.example:80/share.cgi?ssid=S1", link(0, ":3:alt.dyn.example"));
   EXPECT_EQ("https://192.168.1.10:8443/share.cgi?ssid=S1", link(1, ":4"));
-  // A buffer too small for the whole link gets a cut one.
   char url[12];
   compose_share_link(0, "h", "S", nullptr, url, sizeof url, nullptr, 0);
   EXPECT_STREQ("http://h:80", url);
@@ -191,11 +186,9 @@ TEST_F(HostTable, RelayDomainsAlwaysCarryTheExternalPort) {
 }
 
 TEST_F(HostTable, FallsBackToTheRequestHostAndLocalAddress) {
-  // A stored host that names nothing known ends up at the request host.
   set(g_host_address_table.external_ip, "");
   set(g_host_address_table.host_ip, "10.0.0.5");
   EXPECT_EQ("http://10.0.0.5:18080/share.cgi?ssid=S1", link(0, ":1"));
-  // Discovery's fallback local address with the local port.
   set(g_host_address_table.local_ip, "127.0.0.1");
   set(g_host_address_table.local_ip_list, "");
   EXPECT_EQ("http://127.0.0.1:8080/share.cgi?ssid=S1", link(0, ":4"));
@@ -220,8 +213,6 @@ TEST_F(HostTable, ForcedKindOverridesTheChoice) {
   EXPECT_EQ("none", forced(4, nullptr, "777"));
 }
 
-// Discovery starts programs; it runs once per use without a request host and
-// never again once the request host is known.
 TEST(Discovery, RunsOncePerUseUntilTheRequestHostIsKnown) {
   ApplianceRoot root;
   ScopedEnv env{{{"SHARELINK_ROOT", root.dir()}, {"HTTP_HOST", "\x01unset"}}};

@@ -22,7 +22,6 @@ const char kDeviceStatus[] =
     R"({"code":0,"result":{"device_name":"box","region":"eu","qid":"q-1",)"
     R"("ddns_status":"Enable","vlink_status":"Disable"}})";
 
-// Stand-ins that record their arguments and print canned output.
 class Discover : public ::testing::Test {
  protected:
   Discover() {
@@ -41,7 +40,6 @@ class Discover : public ::testing::Test {
                               ".args\"\ncat \"$SHARELINK_ROOT/tmp/" + name + ".out\"\n");
   }
 
-  // An empty answer stands for a failed query of that family.
   void cloud_client(const std::string& v4, const std::string& v6) {
     root_.script("/usr/bin/nimbo_cli",
                  "echo \"$@\" >> \"$SHARELINK_ROOT/tmp/nimbo.args\"\n"
@@ -49,7 +47,6 @@ class Discover : public ::testing::Test {
                      "';; esac\n");
   }
 
-  // The relay service's answers, through the preloaded stand-in library.
   static std::map<std::string, std::string> relay(const char* name, const char* enabled) {
     std::string asan = getenv("ASAN_OPTIONS") ? getenv("ASAN_OPTIONS") : "";
     return {{"LD_PRELOAD", SLT_TEST_VEXADDNS_LIB},
@@ -161,7 +158,6 @@ TEST_F(Discover, FailedSourcesLeaveTheirFieldsEmpty) {
   EXPECT_EQ("", r.err);
 }
 
-// The link of a stored row, as the share mail composes it.
 TEST_F(Discover, UrlPrintsTheLinkOfAStoredKey) {
   make_store(root_);
   const struct {

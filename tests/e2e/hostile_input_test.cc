@@ -1,11 +1,4 @@
-// Hostile command lines, end to end: every mode of the real tool (1 to 4 and
-// unknown modes) run with missing, empty, oversized, out-of-range, malformed
-// and injection-shaped arguments. Each run must end with its documented exit
-// status and no signal or sanitizer report, write nothing outside its
-// appliance root (HOME and TMPDIR point inside it; a sentinel file outside
-// must never appear), leave no unexpected file inside it, and leave the
-// registry byte for byte and the store row for row as they were wherever the
-// behaviour changes nothing.
+// Hostile command lines: documented status, nothing written outside the root, registry and store intact.
 #include <dirent.h>
 #include <ftw.h>
 #include <gtest/gtest.h>
@@ -30,12 +23,8 @@ const char kRegistry[] = "/etc/config/shareFileEx.ini";
 const char kDel[] = "/etc/config/shareFileEx.ini.del";
 const char kMailRecords[] = "/var/mail";
 
-// Linux passes one argument of at most 128 KiB (MAX_ARG_STRLEN, with its
-// terminator): the largest single argument a caller can hand the tool. A
-// command line of 1 MiB is made of eight of them.
 constexpr size_t kMaxArg = 128 * 1024 - 1;
 
-// Stands for the sentinel's path in the texts below.
 const char kSentinelMark[] = "@SENTINEL@";
 
 std::string line(const std::string& id, const std::string& path, const std::string& expiry = "0") {
@@ -57,7 +46,6 @@ const std::string kSql = "x' OR 1=1; DROP TABLE SHARELINK_EVENT; --";
 const std::string kBigMixed =
     repeat(kInvalidUtf8 + kCrLf + kDollar + kShell + kFormat + kSql + ",", kMaxArg);
 
-// What a run may do to the registry.
 enum RegistryRule {
   kUnchanged,  // byte for byte as before
   kEmptied,    // mode 2 with an empty list
@@ -78,13 +66,11 @@ struct Case {
   int messages = 0;            // mails handed to the mail program
 };
 
-// Test listings show the case's name rather than its bytes.
 void PrintTo(const Case& c, std::ostream* os) { *os << c.name; }
 
 std::vector<Case> cases() {
   const std::string a_url = "https://nas/share.cgi?ssid=AbC";
   std::vector<Case> c;
-  // No mode, and modes that are not modes.
   c.push_back({"no_mode", {}, 1});
   c.push_back({"empty_mode", {""}, 0});
   c.push_back({"mode_beyond_32_bits", {"4294967297", "x"}, 0});
@@ -95,7 +81,6 @@ std::vector<Case> cases() {
   c.push_back({"mode_huge", {repeat("9", kMaxArg)}, 0});
   c.push_back({"mode_shell", {kShell}, 0});
 
-  // Mode 1: nine elements at least, recipients with "@".
   c.push_back({"mail_no_arguments", {"1"}, 3});
   c.push_back({"mail_eight_elements", {"1", "1", "0", "AbC", "a@b.example", "s", "m"}, 3});
   c.push_back({"mail_empty_strings", {"1", "", "", "", "", "", "", ""}, 2});
@@ -120,21 +105,16 @@ std::vector<Case> cases() {
                {"1", "1", "0", "AbC", "a@b.example", kShell + kFormat, kShell, kFormat, kShell, kFormat,
                 kShell, kShell + "@x"}, 0, kUnchanged, "", false, 1});
   c.push_back({"mail_none_at_none", {"1", "1", "0", "AbC", "none@none", kBigMixed, kBigMixed, kBigMixed}, 0});
-  // Eight arguments of 128 KiB: a command line of 1 MiB.
   c.push_back({"mail_one_mebibyte",
                {"1", "3", "1", "NULL,AbC,DeF", repeat("a@b.example,", kMaxArg), kBigMixed, kBigMixed,
                 kBigMixed, kBigMixed, kBigMixed, kBigMixed, kBigMixed + "@x"}, 0, kUnchanged, "", false, 20});
 
-  // Mode 2: the URL list is required.
   c.push_back({"delete_no_arguments", {"2"}, 4});
   c.push_back({"delete_empty_list", {"2", ""}, 0, kEmptied});
   c.push_back({"delete_without_ssid", {"2", "https://nas/share.cgi?id=AbC,http://nas:80/x"}, 0});
   c.push_back({"delete_ssid_of_nothing", {"2", "https://nas/share.cgi?ssid="}, 0});
-  // A list of only commas has items that cannot be read: the deletion stops
-  // and the registry stays; the ".del" companion stays behind.
   c.push_back({"delete_only_commas", {"2", ",,,,"}, 0, kUnchanged, "", true});
   c.push_back({"delete_many_commas", {"2", repeat(",", kMaxArg)}, 0, kUnchanged, "", true});
-  // So does an item of 256 bytes or more.
   c.push_back({"delete_huge_url", {"2", "https://" + repeat("h", kMaxArg - 40) + "/share.cgi?ssid=AbCx"}, 0,
                kUnchanged, "", true});
   c.push_back({"delete_huge_id", {"2", "http://nas:80/share.cgi?ssid=" + repeat("AbC", kMaxArg - 40)}, 0,
@@ -144,7 +124,6 @@ std::vector<Case> cases() {
   c.push_back({"delete_extra_arguments", {"2", "http://nas:80/x?ssid=Nope", "x", "y", "z"}, 0});
   c.push_back({"delete_big_mixed", {"2", kBigMixed}, 0, kUnchanged, "", true});
 
-  // Mode 3: options only.
   c.push_back({"list_no_options", {"3"}, 0});
   c.push_back({"list_unknown_option", {"3", "-x"}, 1});
   c.push_back({"list_missing_value", {"3", "-u"}, 1});
@@ -162,7 +141,6 @@ std::vector<Case> cases() {
   c.push_back({"list_huge_values", {"3", "-n", "5", "-u", kBigMixed, "-f", kBigMixed}, 0});
   c.push_back({"list_stray_argument", {"3", "stray", "-n", "1", "-u", "ann"}, 0});
 
-  // Mode 4: no argument count test; missing arguments read as empty.
   c.push_back({"rewrite_no_arguments", {"4"}, 0});
   c.push_back({"rewrite_empty_strings", {"4", "", "", "", ""}, 0});
   c.push_back({"rewrite_without_ssid", {"4", "v", "1", "https://nas/share.cgi?id=AbC", "0"}, 0});
@@ -171,8 +149,6 @@ std::vector<Case> cases() {
                {"4", kBigMixed, "4294967297", "https://nas/share.cgi?ssid=" + repeat("Q", kMaxArg - 40),
                 repeat("9", kMaxArg)}, 0});
   c.push_back({"rewrite_hostile_url", {"4", "", "1", kShell + kFormat + kInvalidUtf8, "-1"}, 0});
-  // On the matching line: the 64-bit expiry is written as a signed 32-bit
-  // number; a value with "\r\n" and "$" is written as given.
   c.push_back({"rewrite_expiry_beyond_32_bits", {"4", "", "0", "https://HOSTNAME/share.cgi?ssid=AbC", "99999999999"},
                0, kRewritten,
                "AbC\tnas\tf3\t0\t/share/Public/a.txt\tf6\t1215752191\tf8\tv9\tf10\n"});
@@ -183,7 +159,6 @@ std::vector<Case> cases() {
   return c;
 }
 
-// Every path under dir, relative to it.
 std::set<std::string> g_walk;
 size_t g_walk_prefix = 0;
 std::set<std::string> walk(const std::string& dir) {
@@ -198,8 +173,6 @@ std::set<std::string> walk(const std::string& dir) {
   return g_walk;
 }
 
-// New files that a run may leave in its root: its logs and locks under /tmp,
-// the registry's lock file and the stand-in mail program's records.
 bool allowed_new(const std::string& p, bool may_leave_del) {
   static const std::set<std::string> kFixed = {
       "/tmp/parceldeck.log", "/tmp/parceldeck.log.old", "/tmp/kdx_shareLink.lock",
@@ -214,7 +187,6 @@ std::string replace_all(std::string s, const std::string& from, const std::strin
   return s;
 }
 
-// Schema and every row of every table of the store, as text.
 std::string store_dump(const ApplianceRoot& root) {
   std::string dump;
   for (const auto& t : store_rows(root, "SELECT name, sql FROM sqlite_master ORDER BY name")) {
@@ -231,7 +203,6 @@ std::string store_dump(const ApplianceRoot& root) {
 class HostileInput : public ::testing::TestWithParam<Case> {
  protected:
   void SetUp() override {
-    // A second temporary tree stands for everything outside the root.
     outside = outside_root.dir();
     sentinel = outside + "/sentinel";
 
@@ -249,7 +220,6 @@ class HostileInput : public ::testing::TestWithParam<Case> {
                "Content-Type: text/html; charset=UTF-8\n\n<p>$MAIL_SUBJECT_TXT$</p>\n$CONTENT$\n"
                "<p>$YEAR$ $VEXA$ $UNKNOWN$</p>\n");
     root.mkdirs(kMailRecords);
-    // Keeps each message and its arguments, one pair of files per start.
     root.script("/usr/sbin/sendmail",
                 "n=$(ls \"$SHARELINK_ROOT/var/mail\" | wc -l)\n"
                 "cat > \"$SHARELINK_ROOT/var/mail/msg.$n\"\n"
@@ -269,7 +239,6 @@ class HostileInput : public ::testing::TestWithParam<Case> {
     insert_users(root, {{"AbC", "bob", "", "bob@example.org"}});
     store = store_dump(root);
     ASSERT_NE(std::string::npos, store.find("MiR\x1f")) << store;
-    // A clean-up pass ran just now, so a listing skips it and changes nothing.
     root.write("/tmp/.kdx_sf_clean_flag", "");
     root.mkdirs("/home/tester");
     root.mkdirs("/tmpdir");
@@ -283,7 +252,6 @@ TEST_P(HostileInput, EndsWithItsStatusAndChangesOnlyWhatItMay) {
   const Case& c = GetParam();
   std::vector<std::string> args;
   for (const auto& a : c.args) {
-    // The sentinel's path is longer than its mark: keep within the limit.
     args.push_back(replace_all(a, kSentinelMark, sentinel).substr(0, a.size() > kMaxArg - 64 ? kMaxArg : std::string::npos));
   }
 
@@ -294,7 +262,6 @@ TEST_P(HostileInput, EndsWithItsStatusAndChangesOnlyWhatItMay) {
   EXPECT_EQ(c.status, r.status) << r.err.substr(0, 4000);
   EXPECT_EQ(std::string::npos, r.err.find("Sanitizer")) << r.err.substr(0, 4000);
   EXPECT_EQ(std::string::npos, r.err.find("runtime error")) << r.err.substr(0, 4000);
-  // Only mode 3 prints, and only its document.
   if (!args.empty() && args[0] == "3" && !r.out.empty()) {
     EXPECT_EQ('\n', r.out.back());
     EXPECT_NE(std::string::npos, r.out.rfind("\t<ret>")) << r.out.substr(0, 2000);
@@ -302,19 +269,15 @@ TEST_P(HostileInput, EndsWithItsStatusAndChangesOnlyWhatItMay) {
     EXPECT_EQ("", r.out.substr(0, 2000));
   }
 
-  // Nothing outside the root.
   EXPECT_FALSE(access(sentinel.c_str(), F_OK) == 0) << "the sentinel outside the root was created";
   EXPECT_EQ(outside_before, walk(outside));
 
-  // Nothing unexpected inside it, nothing lost.
   const std::set<std::string> after = walk(root.dir());
   for (const auto& p : after) {
     EXPECT_TRUE(before.count(p) || allowed_new(p, c.may_leave_del)) << "unexpected file " << p;
   }
   for (const auto& p : before) EXPECT_TRUE(after.count(p)) << "file vanished: " << p;
 
-  // Every message handed to the mail program has exactly the template's
-  // four header lines: no value started a header of its own.
   int messages = 0;
   for (const auto& p : after) {
     if (p.compare(0, 14, "/var/mail/msg.") != 0) continue;
@@ -327,8 +290,6 @@ TEST_P(HostileInput, EndsWithItsStatusAndChangesOnlyWhatItMay) {
   }
   EXPECT_EQ(c.messages, messages);
 
-  // No mode changes the store when no link has expired and the clean-up
-  // pass is not due.
   EXPECT_TRUE(store_dump(root) == store) << store_dump(root).substr(0, 2000);
 
   switch (c.registry) {

@@ -1,5 +1,4 @@
-// Mode 3 end to end: the XML page of one sync-service user's share links,
-// byte for byte, and the clean-up that runs before it.
+// Mode 3 end to end: the XML page byte for byte, and the clean-up before it.
 #include <gtest/gtest.h>
 
 #include <ctime>
@@ -21,7 +20,6 @@ class ListingTest : public ::testing::Test {
     root.write("/share/Public/ann/a.txt", "aaaa");
     root.write("/share/Public/ann/b.txt", "bb");
     make_store(root, /*with_acx=*/true);
-    // A fresh flag: the clean-up is throttled unless a test says otherwise.
     root.write("/tmp/.kdx_sf_clean_flag", "");
   }
 
@@ -64,7 +62,6 @@ class ListingTest : public ::testing::Test {
     return "http://nas.example:8080/share.cgi?ssid=" + key;
   }
 
-  // n links of ann, sorted by sharefile in key order.
   void ann_links(int n) {
     std::vector<FixtureLink> links;
     for (int i = 0; i < n; ++i) {
@@ -94,23 +91,18 @@ TEST_F(ListingTest, PrintsAPageOfTwoRows) {
 
 TEST_F(ListingTest, PageDecisions) {
   ann_links(7);
-  // No page size: the count alone, in the ret element.
   EXPECT_EQ("\t<count>0</count>\n\t<ret>7</ret>\n", list({"-u", "ann"}).out);
-  // Start at the total: an empty page.
   EXPECT_EQ("\t<count>7</count>\n\t<data>\n\t</data>\n\t<ret>0</ret>\n",
             list({"-u", "ann", "-s", "7", "-n", "5"}).out);
-  // One beyond: the report of a page past the end, then the empty page.
   EXPECT_EQ("\t<count>0</count>\n\t<ret>-5</ret>\n"
             "\t<count>7</count>\n\t<data>\n\t</data>\n\t<ret>0</ret>\n",
             list({"-u", "ann", "-s", "8", "-n", "5"}).out);
-  // A page reaching the end holds what is left.
   RunResult tail = list({"-u", "ann", "-s", "5", "-n", "10", "-m", "0"});
   EXPECT_EQ("\t<count>7</count>\n\t<data>\n" +
                 row("K5", "/Public/ann", "5.txt", url("K5"), "nK5", "ann") +
                 row("K6", "/Public/ann", "6.txt", url("K6"), "nK6", "ann") +
                 "\t</data>\n\t<ret>0</ret>\n",
             tail.out);
-  // A sort code beyond the table: the fetch refuses it.
   EXPECT_EQ("\t<count>7</count>\n\t<ret>-11</ret>\n", list({"-u", "ann", "-n", "5", "-m", "38"}).out);
   EXPECT_EQ("\t<count>7</count>\n\t<ret>-11</ret>\n", list({"-u", "ann", "-n", "5", "-s", "-1"}).out);
 }
@@ -118,7 +110,6 @@ TEST_F(ListingTest, PageDecisions) {
 TEST_F(ListingTest, NameFilterBindsLooserThanTheCreatorAlternative) {
   insert_links(root, {link("K1", "Mirra:ann", "/Public/ann/a.txt", "report 1"),
                       link("K2", "Mirra:ann", "/Public/ann/b.txt", "photos"),
-                      // Selected by the unparenthesised OR whatever its name.
                       link("K3", "Mirra:Mirra:ann", "/Public/ann/b.txt", "holiday")});
   RunResult r = list({"-u", "ann", "-n", "10", "-f", "report", "-m", "0"});
   EXPECT_EQ("\t<count>2</count>\n\t<data>\n" +
@@ -209,7 +200,6 @@ TEST_F(ListingTest, CleanUpRunsAtMostOncePerMinute) {
   list({"-u", "ann"});
   EXPECT_FALSE(present("O1")) << "61 s after the last pass a new one runs";
 
-  // That pass renewed the flag: the next listing skips the pass.
   orphan("O2");
   list({"-u", "ann"});
   EXPECT_TRUE(present("O2"));

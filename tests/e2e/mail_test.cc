@@ -1,5 +1,4 @@
-// Mode 1 end to end: the built tool against a real store, the shipped mail
-// template and a stand-in (or, in the last test, a real) sendmail.
+// Mode 1 end to end: real store, shipped template, stand-in and real sendmail.
 #include <dirent.h>
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -25,8 +24,6 @@ const char kConf[] =
     "[Alert]\nSMTP Server = 192.0.2.25\nSMTP Enable = 1\nSender = alerts@box.example\n"
     "[System]\nWeb Access Port = 8080\n[Stunnel]\nPort = 443\n";
 
-// Keeps each call's arguments and standard input as /mailout/<n>.args and
-// /mailout/<n>.msg of the appliance root.
 const char kStandInSendmail[] =
     "d=\"$SHARELINK_ROOT/mailout\"; mkdir -p \"$d\"; i=1\n"
     "while [ -e \"$d/$i.args\" ]; do i=$((i+1)); done\n"
@@ -40,7 +37,6 @@ std::string this_year() {
   return std::to_string(local.tm_year + 1900);
 }
 
-// The command line of mode 1, argument by argument.
 struct MailArgs {
   std::string count = "1", append = "0", ids = "AAA", to = "bob@x.example", subject = "Links",
               message = "Hello", line1 = "----", line2 = "", account = "", personal = "",
@@ -71,7 +67,6 @@ class MailRun : public ::testing::Test {
     insert_links(root_, {l});
   }
 
-  // Runs mode 1; every run must end with status 0 and leave no message file.
   void run(const MailArgs& a) {
     RunResult r = run_program(tool_binary(), a.argv(), root_, {{"HTTP_HOST", "box.example:8080"}});
     EXPECT_EQ(0, r.status) << r.err;
@@ -87,7 +82,6 @@ class MailRun : public ::testing::Test {
   bool sent(int n) const { return root_.exists("/mailout/" + std::to_string(n) + ".args"); }
   std::string args(int n) const { return root_.read("/mailout/" + std::to_string(n) + ".args"); }
   std::string msg(int n) const { return root_.read("/mailout/" + std::to_string(n) + ".msg"); }
-  // What the template's $CONTENT$ became.
   std::string content(int n) const {
     std::string m = msg(n);
     size_t start = m.find("<div>\n");
@@ -144,7 +138,6 @@ TEST_F(MailRun, OneLinkGivesTheWholeMessageUnnumbered) {
   EXPECT_FALSE(sent(2));
 }
 
-// What $CONTENT$ becomes for each command line.
 TEST_F(MailRun, BodyLinesFollowTheIdsAndTheDetailLines) {
   add_link("AAA", "/Public/docs/report.pdf", "Report");
   add_link("BBB", "/Public/b.txt", "Bee");
@@ -159,10 +152,8 @@ TEST_F(MailRun, BodyLinesFollowTheIdsAndTheDetailLines) {
     const char* line2;
     std::string content;
   } cases[] = {
-      // The count is corrected to the number of ids; a name, else the file name.
       {"AAA,BBB,,CCC,DDD", "0", "----", "",
        numbered + "3. <a href=\"" + url("CCC") + "\">c.jpg</a><br>\n<a href=\"" + url("DDD") + "\"> </a><br>\n"},
-      // A NULL item gives blank links from then on.
       {"NULL,AAA", "0", "----", "", "Hello<br>\n<a href=\"Share to You !\"> </a><br>\n" + a + " </a><br>\n"},
       {"AAA,BBB", "0", "Valid for a week", "", "Hello<br>\nValid for a week<br>\nValid for a week<br>\n"},
       {"AAA,BBB", "1", "Valid for a week", "Code: 1234", "Hello<br>\nCode: 1234<br>\nCode: 1234<br>\n"},
@@ -183,9 +174,6 @@ TEST_F(MailRun, BodyLinesFollowTheIdsAndTheDetailLines) {
 }
 
 TEST_F(MailRun, AnOversizedLineIsCutAtTheBodySize) {
-  // One link, mail_line1 "----" (4 bytes, counted though not printed), an
-  // empty mail_line2, a message of 5 bytes: the body holds
-  // (0 + 1 + 4 + 1 + 32) + 512 + 5 + 1 + 199 = 755 bytes, terminator included.
   std::string host(470, 'h');
   add_link("AAA", "/Public/a.txt", std::string(256, 'n'), 0, host);
   run(MailArgs());
@@ -236,8 +224,6 @@ TEST_F(MailRun, RecipientsSendersAndAccounts) {
   a.personal = "root";
   run(a);
   EXPECT_EQ("-u\n0\n-t\n", args(4));
-  // A personal account that does not exist, or the alert account switched
-  // off: nobody is mailed.
   a.to = "a@x.example,b@x.example";
   a.personal = "no-such-user-slt";
   run(a);
@@ -260,9 +246,6 @@ TEST_F(MailRun, TemplatePlaceholdersUnknownAndCompanyLine) {
   EXPECT_EQ(head + "--\n", msg(2));
 }
 
-// --- Real delivery: msmtp to a local SMTP server -------------------------------
-
-// Keeps each message as <n>.eml and its envelope recipients as <n>.rcpt.
 const char kSmtpServer[] = R"(import asyncio, os, sys
 from aiosmtpd.smtp import SMTP
 outdir, portfile = sys.argv[1], sys.argv[2]
@@ -283,8 +266,6 @@ async def main():
 asyncio.run(main())
 )";
 
-// Prints the decoded To, From and Subject, the parser's defect count, the
-// content type and the HTML body of a received message.
 const char kParseMail[] = R"(import sys
 from email import policy
 from email.parser import BytesParser
@@ -329,8 +310,6 @@ TEST_F(MailRun, DeliversThroughMsmtpToARealSmtpServer) {
               "defaults\ntimeout 20\naccount default\nhost 127.0.0.1\nport " + port +
                   "\nfrom alerts@box.example\nauth off\ntls off\n",
               0600);
-  // msmtp takes its account from the configuration: it has no "-au NAME" or
-  // "-u UID", which the tool puts before "-t", so those pairs are dropped.
   root_.script("/usr/sbin/sendmail",
                "case \"$1\" in -au|-u) shift 2 ;; esac\n"
                "exec /usr/bin/msmtp -C \"$SHARELINK_ROOT/etc/msmtprc\" \"$@\"\n");

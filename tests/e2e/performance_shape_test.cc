@@ -1,6 +1,4 @@
-// The structural properties that keep the tool fast on a big appliance,
-// checked without timing anything: how often a run reads its configuration,
-// and how much memory the clean-up of a large store holds.
+// Structural speed properties without timings: configuration reads, clean-up memory.
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 
@@ -18,8 +16,6 @@ namespace {
 const char kRegistry[] = "/etc/config/shareFileEx.ini";
 const char kSystemConfig[] = "/etc/config/Korvix.conf";
 
-// The run's profile report, counts keyed "read file [section] key",
-// "check file" and "parse file".
 std::map<std::string, long> profile_report(const std::string& err) {
   std::map<std::string, long> report;
   std::istringstream in(err);
@@ -43,9 +39,6 @@ std::string registry_line(int i) {
          ".txt\t0\t0\t0\tv\t-\n";
 }
 
-// Mode 2 over every third of 300 registry lines: one read of the secure port
-// in all when half the URLs are https, none without https; the report is
-// off unless asked for.
 TEST(ProfileReads, ModeTwoReadsTheSecurePortOncePerRun) {
   for (bool https : {true, false}) {
     ApplianceRoot root;
@@ -77,8 +70,6 @@ TEST(ProfileReads, ModeTwoReadsTheSecurePortOncePerRun) {
   }
 }
 
-// A store of n sync-service links over `files` files of ann, plus one whose
-// file is gone.
 void sync_store(const ApplianceRoot& root, int n, int files) {
   root.write("/etc/config/smb.conf", "[Public]\npath = /share/Public\n");
   for (int i = 0; i < files; ++i) root.write("/share/Public/ann/f" + std::to_string(i) + ".dat", "x");
@@ -96,8 +87,6 @@ void sync_store(const ApplianceRoot& root, int n, int files) {
   insert_links(root, links);
 }
 
-// A listing whose clean-up resolves every sync-service link asks for the
-// share's settings hundreds of times, yet looks at each file once.
 TEST(ConfigurationReads, ModeThreeLooksAtEachFileOncePerRun) {
   ApplianceRoot root;
   root.write(kSystemConfig, "[System]\nWeb Access Port = 8080\n");
@@ -117,10 +106,6 @@ TEST(ConfigurationReads, ModeThreeLooksAtEachFileOncePerRun) {
   EXPECT_GT(files, 0);
 }
 
-// The clean-up pass over a store of 10,000 sync-service links, all still
-// resolving but one, due because no pass ran before. It must keep what it
-// needs of each link, not whole rows: 10,000 full rows alone would take
-// about 63 MiB.
 TEST(CleanUpMemory, TenThousandLinksStayUnder64MiB) {
   ApplianceRoot root;
   sync_store(root, 10000, 50);
@@ -128,13 +113,10 @@ TEST(CleanUpMemory, TenThousandLinksStayUnder64MiB) {
   struct rusage usage;
   ASSERT_EQ(0, getrusage(RUSAGE_CHILDREN, &usage));
   EXPECT_EQ(0, r.status);
-  // The pass ran: the link whose path is gone went, and the page counts the rest.
   EXPECT_TRUE(root.exists("/tmp/.kdx_sf_clean_flag"));
   EXPECT_EQ("0", store_value(root, "SELECT COUNT(*) FROM SHARELINK_EVENT WHERE pkey = 'gone00000';"));
   EXPECT_EQ(0u, r.out.find("\t<count>10000</count>\n")) << r.out.substr(0, 200);
 #if !defined(__SANITIZE_ADDRESS__)
-  // ru_maxrss is in KiB: the largest of this process's waited-for children.
-  // A sanitizer build's shadow memory and quarantine dwarf what is measured.
   EXPECT_LT(usage.ru_maxrss, 64L * 1024);
 #endif
 }

@@ -1,6 +1,4 @@
-// share.cgi, the recipient's side of a share link, behind the real lighttpd
-// in a temporary appliance root, with curl as the client. Links are made with
-// sharelinkctl; counts are read back from the store file.
+// share.cgi behind the real lighttpd in a temporary appliance root, curl as client.
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 #include <sys/stat.h>
@@ -104,7 +102,6 @@ class ShareTest : public ::testing::Test {
     return n;
   }
 
-  // The cookie pair ("name=value") of a 303 answer to the right code.
   std::string log_in(const std::string& key, const std::string& code) {
     Response r = get("/share.cgi?ssid=" + key, {"--data", "code=" + code});
     EXPECT_EQ(303, r.status) << r.head;
@@ -185,7 +182,6 @@ TEST_F(ShareTest, FileBodiesAreAttachmentsWithValidators) {
   Response html = get("/share.cgi?ssid=html&dl=1&inline=1");
   EXPECT_EQ(std::string::npos, html.header("content-type").find("html"));
   EXPECT_EQ(0u, html.header("content-disposition").find("attachment;"));
-  // If-Range with the current tag honours the range; a stale one sends it all.
   Response part = get("/share.cgi?ssid=report&dl=1", {"-H", "Range: bytes=10-19", "-H",
                                                        "If-Range: " + etag});
   EXPECT_EQ(206, part.status);
@@ -272,12 +268,10 @@ TEST_F(ShareTest, AccessCodeCookieAndThrottling) {
   EXPECT_EQ(200, get(page + "&dl=1", {"-b", cookie}).status);
   EXPECT_EQ(403, get(page + "&dl=1", {"-b", cookie + "0"}).status);  // a forged value
 
-  // A new code voids the earlier cookie.
   sql("UPDATE SHARELINK_EVENT SET accesscode = 'n3w' WHERE pkey = 'coded'");
   EXPECT_NE(std::string::npos, get(page, {"-b", cookie}).body.find("name=\"code\""));
   const std::string fresh = log_in("coded", "n3w");
 
-  // One wrong code is in already: four more, then 429.
   for (int i = 0; i < 4; ++i) EXPECT_EQ(403, get(page, {"--data", "code=x"}).status) << i;
   Response slow = get(page, {"--data", "code=n3w"});
   EXPECT_EQ(429, slow.status);
@@ -286,7 +280,6 @@ TEST_F(ShareTest, AccessCodeCookieAndThrottling) {
   EXPECT_EQ(429, get(page).status);
   EXPECT_EQ(200, get(page + "&dl=1", {"-b", fresh}).status);  // a valid cookie is never throttled
 
-  // Across links: twenty failures an hour, unknown links included.
   add({"other", "/Public/folder", "--accesscode", "pw"});
   for (int i = 0; i < 15; ++i) EXPECT_EQ(404, get("/share.cgi?ssid=guess" + std::to_string(i)).status);
   EXPECT_EQ(429, get("/share.cgi?ssid=other").status);
@@ -400,9 +393,6 @@ TEST_F(ShareTest, RegistryLinksAndXSendfile) {
   EXPECT_EQ(1, count("report"));
 }
 
-// Run directly as the web server would: requests that lighttpd itself
-// refuses (NUL, CR and LF in the query) still get a safe answer, and no
-// request crashes the program.
 TEST(ShareCgiProgram, AnyRequestGetsASafeAnswer) {
   ApplianceRoot root;
   root.write("/etc/config/smb.conf", std::string("[Public]\npath = ") + kPublic + "\n");
@@ -440,7 +430,6 @@ TEST(ShareCgiProgram, AnyRequestGetsASafeAnswer) {
             crlf.out.find("\r\nContent-Disposition: attachment; filename=\"evilX-Injected: 1.txt\"; "
                           "filename*=UTF-8''evil%0D%0AX-Injected%3A%201%22.txt\r\n"));
   EXPECT_EQ("crlf", crlf.out.substr(crlf.out.find("\r\n\r\n") + 4));
-  // With the server set up for it, a whole body is handed over by path.
   RunResult handed = run_program(SLT_BUILD_DIR "/share.cgi", {}, root,
                                  {{"QUERY_STRING", "ssid=f&dl=1&path=a.txt"},
                                   {"REQUEST_METHOD", "GET"},

@@ -1,5 +1,4 @@
-// Shared folders as one zip: share.cgi?zip=1 behind the real lighttpd, curl
-// as the client, and three independent readers judging the archives.
+// share.cgi?zip=1 behind the real lighttpd, judged by three independent readers.
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <fcntl.h>
@@ -59,8 +58,6 @@ class ShareZip : public ::testing::Test {
   std::unique_ptr<WebServer> server_;
 };
 
-// The tree with UTF-8 names, empty folders and files, links and a pipe
-// left out; a subfolder by path; a multi-file link's files.
 TEST_F(ShareZip, ThreeReadersAcceptTheArchives) {
   const std::string top = std::string(kZipPublic) + "/Fotos";
   add({"pair", "/Public/Fotos/Grüße.txt", "--fid", "1:/Public/Fotos/Grüße.txt", "--fid",
@@ -87,19 +84,15 @@ TEST_F(ShareZip, ThreeReadersAcceptTheArchives) {
   }
   EXPECT_EQ(counted, count("fotos"));  // one download per archive, subfolders too
   EXPECT_EQ(1, count("pair"));
-  // HEAD announces the same length and counts nothing.
   Download head = get("ssid=fotos&zip=1", {"-I"});
   EXPECT_EQ(200, head.status);
   EXPECT_GT(head.length, 70000);
   EXPECT_EQ(counted, count("fotos"));
-  // The folder page offers the archive with its size.
   Download page = get("ssid=fotos");
   EXPECT_NE(std::string::npos, root_.read("/web/got").find("Download all (.zip, 1 MiB)"));
   EXPECT_NE(std::string::npos, root_.read("/web/got").find("ssid=fotos&amp;zip=1"));
 }
 
-// Expired, wrong code, limit reached, unknown, traversal: zip=1 is refused
-// exactly as dl=1 is, and nothing is counted.
 TEST_F(ShareZip, TheGateHoldsForArchives) {
   add({"gone", "/Public/Fotos", "--expire", "1000", "--createtic", "900"});
   add({"coded", "/Public/Fotos", "--accesscode", "s3cret"});
@@ -125,8 +118,6 @@ TEST_F(ShareZip, TheGateHoldsForArchives) {
     EXPECT_EQ(dl.status, zip.status);
     EXPECT_EQ(dl_body, root_.read("/web/got"));
   }
-  // The limit: the first archive counts and uses it up; then zip=1 gets
-  // what dl=1 gets.
   EXPECT_EQ(200, get("ssid=used&zip=1").status);
   EXPECT_EQ(1, count("used"));
   Download dl = get("ssid=used&dl=1&path=empty.bin");
@@ -139,8 +130,6 @@ TEST_F(ShareZip, TheGateHoldsForArchives) {
   EXPECT_EQ(0, count("coded"));
 }
 
-// Three slow archives hold the three slots: a fourth gets 503 with
-// Retry-After; once they are gone, archives flow again.
 TEST_F(ShareZip, AFourthStreamWaits) {
   const std::string big = std::string(kZipPublic) + "/Fotos/big.bin";
   root_.write(big, "");
@@ -155,7 +144,6 @@ TEST_F(ShareZip, AFourthStreamWaits) {
     }
     slow.push_back(pid);
   }
-  // Running streams hold their slot files locked.
   auto busy_slots = [&] {
     int n = 0;
     for (int i = 0; i < 3; ++i) {

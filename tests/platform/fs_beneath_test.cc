@@ -23,8 +23,6 @@ std::string read_fd(int fd) {
   return n > 0 ? std::string(buf, static_cast<size_t>(n)) : std::string();
 }
 
-// The same table with the kernel's openat2 and with the openat walk that
-// stands in for it on older kernels: inside opens, every way out is refused.
 TEST(FsBeneath, OpensInsideAndRefusesEveryWayOut) {
   ApplianceRoot root;
   ScopedEnv env{{{"SHARELINK_ROOT", root.dir()}}};

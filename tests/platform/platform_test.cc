@@ -40,7 +40,6 @@ TEST(Fs, RealpathStaysInsideTheRoot) {
   char out[256];
   ASSERT_TRUE(fs_realpath("/share/Public/../Public/a.txt", out, sizeof out));
   EXPECT_STREQ("/share/Public/a.txt", out);
-  // An absolute link target is read by the kernel outside the root.
   EXPECT_FALSE(fs_realpath("/share/Public/up/passwd", out, sizeof out));
   EXPECT_FALSE(fs_realpath("/share/Public/out/..", out, sizeof out));
 }
@@ -79,8 +78,6 @@ TEST(Exec, CapturesOutputReportsStatusAndClosesOtherDescriptors) {
   root.write("/tmp/in", "message body\n");
   root.script("/usr/sbin/reader",
               "cat > \"$SHARELINK_ROOT/tmp/got\"; ls /proc/self/fd > \"$SHARELINK_ROOT/tmp/fds\"; exit 2\n");
-  // Not close-on-exec, and high enough that the child's own descriptors
-  // (ls reading its folder) cannot take the same number.
   int fd = open("/dev/null", O_RDONLY);
   int leak = dup2(fd, 200);
   close(fd);
@@ -93,7 +90,6 @@ TEST(Exec, CapturesOutputReportsStatusAndClosesOtherDescriptors) {
   const char* none[] = {"/usr/sbin/none", nullptr};
   EXPECT_EQ(1 << 8, spawn_with_stdin_file("/usr/sbin/none", none, "/tmp/in"));
 
-  // An injected spawn failure is reported.
   os.spawn = [](pid_t*, const char*, const posix_spawn_file_actions_t*, const posix_spawnattr_t*, char* const*,
                 char* const*) { return EAGAIN; };
   EXPECT_EQ(-1, _hs_secure_execv("/usr/bin/echoer", argv, nullptr));

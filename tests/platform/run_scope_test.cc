@@ -1,6 +1,4 @@
-// A run scope trusts what it has seen of the appliance: profile files are
-// looked at once, folders' canonical forms are kept. Canonical paths must come
-// out exactly as without the scope.
+// A run scope caches what it saw; canonical paths come out as without it.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -36,7 +34,6 @@ TEST(RunScope, ProfileFilesAreLookedAtOncePerScope) {
     EXPECT_EQ("-", value("B", "k", kLate));
     root.write(kLate, "[B]\nk = late\n");
     EXPECT_EQ("-", value("B", "k", kLate));
-    // The program's own writes are seen at once, on top of the file as it is now.
     ASSERT_EQ(0, Set_Private_Profile_String("A", "j", "3", kConf));
     EXPECT_EQ("3", value("A", "j", kConf));
     EXPECT_EQ("22", value("A", "k", kConf));
@@ -82,7 +79,6 @@ TEST(RunScope, CanonicalPathsAreTheSameAsWithoutIt) {
       }
     }
   }
-  // A folder once resolved serves its other entries.
   RunScope scope;
   char out[256];
   ASSERT_TRUE(fs_realpath("/share/X/dir/b.txt", out, sizeof out));

@@ -1,6 +1,4 @@
-// The pieces of share.cgi whose time windows an end-to-end run cannot move:
-// throttling and the repeat rule against a fixed clock, and the cookie's
-// own expiry.
+// share.cgi's time windows against a fixed clock: throttling, repeats, cookie expiry.
 #include <gtest/gtest.h>
 
 #include <string>

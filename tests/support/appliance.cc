@@ -53,7 +53,6 @@ ApplianceRoot::ApplianceRoot() {
 }
 
 ApplianceRoot::~ApplianceRoot() {
-  // Whatever is left lies in the temporary area.
   if (dir_.size() > 5 && system(("rm -rf '" + dir_ + "'").c_str()) != 0) return;
 }
 
@@ -144,7 +143,6 @@ RunResult run_program(const std::string& program, const std::vector<std::string>
     close(to_child);
     to_child = -1;
   }
-  // Feed standard input and drain both outputs at once, so no pipe fills up.
   RunResult r;
   size_t written = 0;
   int from[2] = {out[0], err[0]};

@@ -77,7 +77,6 @@ void WebServer::start(const ApplianceRoot& root, const std::string& lighttpd) {
     execl(lighttpd.c_str(), "lighttpd", "-D", "-f", conf.c_str(), static_cast<char*>(nullptr));
     _exit(127);
   }
-  // At most ten seconds for the server to listen.
   for (int i = 0; i < 200; ++i) {
     int status = 0;
     if (waitpid(pid, &status, WNOHANG) == pid) return;  // it gave up (port taken?)
@@ -90,7 +89,6 @@ void WebServer::start(const ApplianceRoot& root, const std::string& lighttpd) {
   kill(pid, SIGKILL);
   waitpid(pid, nullptr, 0);
 }
-
 
 void WebServer::stop() {
   if (pid_ <= 0) return;
@@ -106,7 +104,6 @@ void WebServer::stop() {
   waitpid(pid_, nullptr, 0);
   pid_ = -1;
 }
-
 
 Response parse_response(const std::string& raw) {
   Response r;
