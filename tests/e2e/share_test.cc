@@ -1,6 +1,5 @@
 // share.cgi behind the real lighttpd in a temporary appliance root, curl as client.
 #include <gtest/gtest.h>
-#include <sqlite3.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -80,26 +79,15 @@ class ShareTest : public ::testing::Test {
     return parse_response(r.out);
   }
 
-  void sql(const std::string& statement) {
-    sqlite3* db = nullptr;
-    ASSERT_EQ(SQLITE_OK, sqlite3_open(root_.path("/etc/config/share_link.db").c_str(), &db));
-    EXPECT_EQ(SQLITE_OK, sqlite3_exec(db, statement.c_str(), nullptr, nullptr, nullptr));
-    sqlite3_close(db);
+  std::string sql(const std::string& statement) {
+    RunResult r = run_program("/usr/bin/sqlite3", {root_.path("/etc/config/share_link.db"), statement}, root_);
+    EXPECT_EQ(0, r.status) << r.err;
+    return r.out;
   }
 
   int count(const std::string& key) {
-    sqlite3* db = nullptr;
-    sqlite3_stmt* s = nullptr;
-    int n = -1;
-    sqlite3_open(root_.path("/etc/config/share_link.db").c_str(), &db);
-    if (sqlite3_prepare_v2(db, "SELECT download_count FROM SHARELINK_EVENT WHERE pkey = ?", -1, &s,
-                           nullptr) == SQLITE_OK) {
-      sqlite3_bind_text(s, 1, key.c_str(), -1, SQLITE_TRANSIENT);
-      if (sqlite3_step(s) == SQLITE_ROW) n = sqlite3_column_int(s, 0);
-    }
-    sqlite3_finalize(s);
-    sqlite3_close(db);
-    return n;
+    std::string n = sql("SELECT download_count FROM SHARELINK_EVENT WHERE pkey='" + key + "'");
+    return n.empty() ? -1 : atoi(n.c_str());
   }
 
   std::string log_in(const std::string& key, const std::string& code) {
