@@ -2,6 +2,7 @@
 #include <sqlite3.h>
 
 #include <ctime>
+#include <map>
 
 #include "platform/naslog_migrate.h"
 #include "sharelink_db/event_rows.h"
@@ -18,15 +19,9 @@ std::vector<std::string> columns_of(const ApplianceRoot& root, const std::string
   return names;
 }
 
-TEST_F(StoreTest, TableCreationRunsItsPreparatoryStatementsAndReportsFailures) {
-  {
-    SqlCapture sql;
-    ASSERT_EQ(0, sf_create_acx_table());
-    ASSERT_GE(sql.statements().size(), 3u);
-    EXPECT_EQ("PRAGMA page_size = 100000;", sql.statements()[0]);
-    EXPECT_EQ("PRAGMA case_sensitive_like=ON;", sql.statements()[1]);
-    EXPECT_EQ("CREATE TABLE IF NOT EXISTS SHARELINK_ACX ( pkey TEXT, acx TEXT );", sql.statements()[2]);
-  }
+TEST_F(StoreTest, TableCreationReportsFailures) {
+  ASSERT_EQ(0, sf_create_acx_table());
+  EXPECT_EQ((std::vector<std::string>{"pkey", "acx"}), columns_of(root, "SHARELINK_ACX"));
   // A file that is no database: the creation statement fails.
   root.write("/etc/config/share_link.db", std::string(4096, 'x'));
   EXPECT_EQ(-21, sf_create_event_table());
@@ -119,57 +114,44 @@ TEST_F(StoreTest, ColumnMigrationReportsWhatItCannotDo) {
 class StartupTest : public StoreTest {
  protected:
   const std::string db = "/etc/config/share_link.db";
-  void age(const std::string& ap, int days) { root.set_mtime(ap, time(nullptr) - days * 86400); }
-  void expect_fresh_store() {
-    EXPECT_EQ((Rows{{"SHARELINK_EVENT"}, {"SHARELINK_FID"}, {"SHARELINK_USER"}}),
-              store_rows(root, "SELECT name FROM sqlite_master WHERE type = 'table' ORDER BY name"));
-    EXPECT_EQ(0, sf_event_count());
-  }
 };
 
-TEST_F(StartupTest, MakesAMissingStoreWithoutTrigger) {
-  EXPECT_EQ(0, sf_startup());
-  expect_fresh_store();
-  EXPECT_EQ("0", store_value(root, "SELECT COUNT(*) FROM sqlite_master WHERE type = 'trigger'"));
-  // The flock file stays; the marker lock was never taken.
-  EXPECT_TRUE(root.exists("/tmp/kdx_shareLink_flock.lock"));
-  EXPECT_FALSE(root.exists("/tmp/kdx_shareLink.lock"));
-}
-
-TEST_F(StartupTest, InitialisesAnExistingStore) {
+TEST_F(StartupTest, InitialisesAnExistingStoreAndNeverTakesTheMarkerLock) {
   make_store(root);
   insert_links(root, {{"k1"}});
   EXPECT_EQ(0, sf_startup());
   EXPECT_EQ(1, sf_event_count());
   EXPECT_EQ("1", store_value(root, "SELECT COUNT(*) FROM sqlite_master WHERE type = 'trigger'"));
+  EXPECT_FALSE(root.exists("/tmp/kdx_shareLink.lock"));
 }
 
-TEST_F(StartupTest, RotatesABrokenStoreAndRemovesOldGenerations) {
-  root.write(db, std::string(4096, 'x'));
-  root.write(db + ".10", "ten");
-  root.write(db + ".9", "nine");
-  root.write(db + ".3", "three");
-  age(db + ".9", 1);
-  age(db + ".3", 31);
-  EXPECT_EQ(1, sf_startup());
-  EXPECT_EQ(std::string(4096, 'x'), root.read(db + ".1"));
-  EXPECT_EQ("nine", root.read(db + ".10"));
-  EXPECT_FALSE(root.exists(db + ".9"));
-  EXPECT_FALSE(root.exists(db + ".3"));
-  EXPECT_FALSE(root.exists(db + ".4"));
-  expect_fresh_store();
-}
-
-TEST_F(StartupTest, RotationMovesYoungGenerationsUp) {
-  root.write(db, std::string(4096, 'x'));
-  root.write(db + ".1", "one");
-  root.write(db + ".3", "three");
-  age(db + ".3", 2);
-  EXPECT_EQ(1, sf_startup());
-  EXPECT_EQ("one", root.read(db + ".2"));
-  EXPECT_EQ("three", root.read(db + ".4"));
-  EXPECT_FALSE(root.exists(db + ".3"));
-  expect_fresh_store();
+// A broken store becomes generation 1; young generations move up one, those
+// past 30 days and those that would pass 10 are removed.
+TEST_F(StartupTest, RotatesABrokenStore) {
+  struct Case {
+    std::vector<std::pair<std::string, int>> gens;  // suffix, age in days
+    std::map<std::string, std::string> after;       // suffix -> text
+    std::vector<std::string> gone;
+  };
+  const Case cases[] = {{{{".10", 0}, {".9", 1}, {".3", 31}}, {{".10", ".9"}}, {".9", ".3", ".4"}},
+                        {{{".1", 0}, {".3", 2}}, {{".2", ".1"}, {".4", ".3"}}, {".3"}}};
+  for (const Case& c : cases) {
+    ApplianceRoot fresh;
+    ScopedEnv in{{{"SHARELINK_ROOT", fresh.dir()}}};
+    profile_cache_clear();
+    fresh.write(db, std::string(4096, 'x'));
+    for (const auto& g : c.gens) {
+      fresh.write(db + g.first, g.first);
+      fresh.set_mtime(db + g.first, time(nullptr) - g.second * 86400);
+    }
+    EXPECT_EQ(1, sf_startup());
+    EXPECT_EQ(std::string(4096, 'x'), fresh.read(db + ".1"));
+    for (const auto& a : c.after) EXPECT_EQ(a.second, fresh.read(db + a.first));
+    for (const auto& g : c.gone) EXPECT_FALSE(fresh.exists(db + g)) << g;
+    EXPECT_EQ((Rows{{"SHARELINK_EVENT"}, {"SHARELINK_FID"}, {"SHARELINK_USER"}}),
+              store_rows(fresh, "SELECT name FROM sqlite_master WHERE type = 'table' ORDER BY name"));
+    EXPECT_EQ(0, sf_event_count());
+  }
 }
 
 TEST_F(StartupTest, DoesNothingWhenTheLockCannotBeTaken) {

@@ -1,5 +1,5 @@
 // Shared set-up of the store's unit tests: a fresh appliance root per test,
-// no real sleeps, and a record of the statements the store runs.
+// and no real sleeps.
 #ifndef SLT_TESTS_SHARELINK_DB_STORE_TEST_UTIL_H_
 #define SLT_TESTS_SHARELINK_DB_STORE_TEST_UTIL_H_
 
@@ -15,34 +15,10 @@
 #include "support/appliance.h"
 #include "support/store_fixture.h"
 
-inline std::vector<std::string>& captured_sql() {
-  static std::vector<std::string> statements;
-  return statements;
-}
-
 inline int& sleep_calls() {
   static int calls = 0;
   return calls;
 }
-
-// Records every statement the store runs while it lives.
-class SqlCapture {
- public:
-  SqlCapture() {
-    captured_sql().clear();
-    sf_set_sql_observer([](const char* sql) { captured_sql().push_back(sql); });
-  }
-  ~SqlCapture() { sf_set_sql_observer(nullptr); }
-  const std::vector<std::string>& statements() const { return captured_sql(); }
-  // The statements other than the transaction steps.
-  std::vector<std::string> work() const {
-    std::vector<std::string> out;
-    for (const std::string& s : captured_sql()) {
-      if (s != "BEGIN TRANSACTION" && s != "COMMIT" && s != "ROLLBACK") out.push_back(s);
-    }
-    return out;
-  }
-};
 
 class StoreTest : public ::testing::Test {
  protected:
@@ -56,7 +32,6 @@ class StoreTest : public ::testing::Test {
   }
   void TearDown() override {
     sf_release_parked_connections();
-    sf_set_sql_observer(nullptr);
     os_reset();
   }
   // Points the store at a path whose folder does not exist: every open fails.

@@ -140,19 +140,16 @@ void insert_numbered_links(const ApplianceRoot& root, int n, const std::string& 
 void insert_fids(const ApplianceRoot& root, const std::vector<FixtureFid>& fids) {
   insert_all(root, "INSERT INTO SHARELINK_FID (pkey, fid, sharefile) VALUES (?1, ?2, ?3);", fids,
              [](Stmt& s, const FixtureFid& f) {
-               s.text(1, f.pkey);
-               s.text(2, f.fid);
-               s.text(3, f.sharefile);
+               int i = 0;
+               for (const std::string* t : {&f.pkey, &f.fid, &f.sharefile}) s.text(++i, *t);
              });
 }
 
 void insert_users(const ApplianceRoot& root, const std::vector<FixtureUser>& users) {
   insert_all(root, "INSERT INTO SHARELINK_USER (pkey, user, description, email) VALUES (?1, ?2, ?3, ?4);",
              users, [](Stmt& s, const FixtureUser& u) {
-               s.text(1, u.pkey);
-               s.text(2, u.user);
-               s.text(3, u.description);
-               s.text(4, u.email);
+               int i = 0;
+               for (const std::string* t : {&u.pkey, &u.user, &u.description, &u.email}) s.text(++i, *t);
              });
 }
 
