@@ -191,6 +191,11 @@ TEST_F(Paths, ResolvesRemoteFolders) {
 
 TEST_F(Paths, ExpandsLoginMacros) {
   char path[64];
+  auto expand = [&path](const char* text, const char* home) {
+    snprintf(path, sizeof path, "%s", text);
+    expand_share_path_macros(path, sizeof path, home);
+    return std::string(path);
+  };
   set_login_identity("DOM+Ann");  // separator "\": no domain
   EXPECT_STREQ("", login_identity().domain);
   EXPECT_STREQ("dom+ann", login_identity().user);
@@ -199,12 +204,8 @@ TEST_F(Paths, ExpandsLoginMacros) {
   profile_cache_clear();
   set_login_identity("DOM+Ann");
   EXPECT_STREQ("DOM+Ann", login_identity().login);
-  snprintf(path, sizeof path, "%s", "/share/%U");
-  expand_share_path_macros(path, sizeof path, "");
-  EXPECT_STREQ("/share/ann", path);
-  snprintf(path, sizeof path, "%s", "/share/%D+%U/x");
-  expand_share_path_macros(path, sizeof path, "");
-  EXPECT_STREQ("/share/DOM+ann/x", path);
+  EXPECT_EQ("/share/ann", expand("/share/%U", ""));
+  EXPECT_EQ("/share/DOM+ann/x", expand("/share/%D+%U/x", ""));
   int kind = 0;
   root_.mkdirs("/share/homes/ann/x");
   EXPECT_EQ("/share/homes/ann/x", resolve("/Home/x", &kind));
@@ -216,16 +217,10 @@ TEST_F(Paths, ExpandsLoginMacros) {
   EXPECT_STREQ("SALES", login_identity().domain);
   EXPECT_STREQ("bob", login_identity().user);
   set_login_identity("carol");
-  snprintf(path, sizeof path, "%s", "/share/%D\\%U");
-  expand_share_path_macros(path, sizeof path, "");
-  EXPECT_STREQ("/share/carol", path);  // no domain: its separator goes too
+  EXPECT_EQ("/share/carol", expand("/share/%D\\%U", ""));  // no domain: its separator goes too
 
-  snprintf(path, sizeof path, "%s", "/homes/%H/tail");
-  expand_share_path_macros(path, sizeof path, "root");
-  EXPECT_STREQ("/homes//root", path);
-  snprintf(path, sizeof path, "%s", "/homes/%H/tail");
-  expand_share_path_macros(path, sizeof path, "no-such-user-slt");
-  EXPECT_STREQ("/homes/%H/tail", path);
+  EXPECT_EQ("/homes//root", expand("/homes/%H/tail", "root"));
+  EXPECT_EQ("/homes/%H/tail", expand("/homes/%H/tail", "no-such-user-slt"));
   snprintf(path, sizeof path, "%s", "/share/%U%U%U%U%U%U%U%U%U%U%U%U%U%U%U%U%U%U%U%U%U%U%U%U");
   set_login_identity("a-very-long-login-name-that-overflows-the-buffer");
   expand_share_path_macros(path, 16, "");
