@@ -132,6 +132,38 @@ TEST_F(WebTest, FullDownloadCarriesItsHeadersAndEveryByteUnlessNotModified) {
   EXPECT_TRUE(bad.has("cache-control"));
 }
 
+// Ranges: one range gets a 206 with exactly its bytes; the refused forms a
+// 416 with the whole size and no body.
+TEST_F(WebTest, RangesGetExactlyTheirBytesOrA416) {
+  put("/docs/empty.txt", "");
+  const std::string empty = "/sharelink.cgi?func=download&path=/Public/docs/empty.txt";
+  const struct {
+    std::string target;
+    const char* range;
+    int status;
+    const char* content_range;
+    std::string body;
+  } cases[] = {
+      {kDownload, "bytes=100-8700", 206, "bytes 100-8700/20000", report_.substr(100, 8601)},  // two chunks
+      {kDownload, "bytes=19990-30000", 206, "bytes 19990-19999/20000", report_.substr(19990)},
+      {kDownload, "bytes=0-1,5-6", 416, "bytes 0-19999/20000", ""},
+      {kDownload, "bytes=20000-", 416, "bytes 0-19999/20000", ""},
+      {kDownload, "bytes=9-3", 416, "bytes 0-19999/20000", ""},
+      {kDownload, "bytes=-3", 416, "bytes 0-19999/20000", ""},
+      {empty, "bytes=0-", 416, "bytes 0-18446744073709551615/0", ""},
+  };
+  for (const auto& c : cases) {
+    Response r = get(c.target, {"-H", std::string("Range: ") + c.range});
+    EXPECT_EQ(c.status, r.status) << c.range << r.head;
+    EXPECT_EQ(c.content_range, r.header("content-range")) << c.range;
+    EXPECT_TRUE(c.body == r.body) << c.range;
+    if (c.status == 206) {
+      EXPECT_EQ(std::to_string(c.body.size()), r.header("content-length")) << c.range;
+      EXPECT_EQ("application/pdf", r.header("content-type")) << c.range;
+    }
+  }
+}
+
 TEST_F(WebTest, MimeTableMatchesTheOperatorCommand) {
   Response r = get("/sharelink.cgi?func=mime_table");
   EXPECT_EQ(200, r.status);
