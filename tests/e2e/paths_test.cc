@@ -1,3 +1,5 @@
+// sharelinkctl resolve: the real path and its kind on standard output, or a
+// failure on standard error.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -6,45 +8,38 @@
 
 namespace {
 
-class Resolve : public ::testing::Test {
- protected:
-  Resolve() {
-    root_.write("/etc/config/smb.conf", "[Public]\npath = /share/VOL1/Public\n");
-    root_.write("/share/VOL1/Public/docs/a.txt", "hello");
+TEST(Resolve, Table) {
+  ApplianceRoot root;
+  root.write("/etc/config/smb.conf", "[Public]\npath = /share/VOL1/Public\n");
+  root.write("/share/VOL1/Public/docs/a.txt", "hello");
+  root.script("/sbin/mirrasrv_tool",
+              "echo \"$@\" > \"$SHARELINK_ROOT/tmp/mirrasrv.args\"\nprintf /share/VOL1/Public\n");
+  const struct {
+    std::vector<std::string> args;
+    int status;
+    std::string out;  // "-": empty, with "-1" on standard error
+  } cases[] = {
+      {{"/Public/docs/a.txt"}, 0, "/share/VOL1/Public/docs/a.txt\n3\n"},
+      {{"Public/docs"}, 0, "/share/VOL1/Public/docs\n1\n"},
+      {{"tfx://Team1/docs/a.txt", "Mirra:alice"}, 0, "/share/VOL1/Public/docs/a.txt\n3\n"},
+      {{"/Public/../../../etc/config"}, 1, "-"},
+      {{"/Unknown/a"}, 1, "-"},  // no such share: "MD0_DATA" is refused
+      {{}, 2, ""},
+  };
+  for (const auto& c : cases) {
+    std::vector<std::string> args = {"resolve"};
+    args.insert(args.end(), c.args.begin(), c.args.end());
+    RunResult r = run_program(ctl_binary(), args, root);
+    const std::string what = c.args.empty() ? "(none)" : c.args[0];
+    EXPECT_EQ(c.status, r.status) << what << r.err;
+    if (c.out == "-") {
+      EXPECT_EQ("", r.out) << what;
+      EXPECT_NE(std::string::npos, r.err.find("-1")) << what << r.err;
+    } else if (c.status == 0) {
+      EXPECT_EQ(c.out, r.out) << what;
+    }
   }
-  RunResult resolve(const std::vector<std::string>& args) {
-    std::vector<std::string> all = {"resolve"};
-    all.insert(all.end(), args.begin(), args.end());
-    return run_program(ctl_binary(), all, root_);
-  }
-  ApplianceRoot root_;
-};
-
-TEST_F(Resolve, PrintsRealPathAndKind) {
-  RunResult r = resolve({"/Public/docs/a.txt"});
-  EXPECT_EQ(0, r.status) << r.err;
-  EXPECT_EQ("/share/VOL1/Public/docs/a.txt\n3\n", r.out);
-  r = resolve({"Public/docs"});
-  EXPECT_EQ("/share/VOL1/Public/docs\n1\n", r.out);
-}
-
-TEST_F(Resolve, ResolvesTeamFoldersForTheCreator) {
-  root_.script("/sbin/mirrasrv_tool",
-               "echo \"$@\" > \"$SHARELINK_ROOT/tmp/mirrasrv.args\"\nprintf /share/VOL1/Public\n");
-  RunResult r = resolve({"tfx://Team1/docs/a.txt", "Mirra:alice"});
-  EXPECT_EQ(0, r.status) << r.err;
-  EXPECT_EQ("/share/VOL1/Public/docs/a.txt\n3\n", r.out);
-  EXPECT_EQ("-t alice:tfx://Team1\n", root_.read("/tmp/mirrasrv.args"));
-}
-
-TEST_F(Resolve, ReportsFailuresOnStandardError) {
-  RunResult r = resolve({"/Public/../../../etc/config"});
-  EXPECT_EQ(1, r.status);
-  EXPECT_EQ("", r.out);
-  EXPECT_NE(std::string::npos, r.err.find("-1")) << r.err;
-  r = resolve({"/Unknown/a"});  // no such share: "MD0_DATA" is refused
-  EXPECT_EQ(1, r.status);
-  EXPECT_EQ(2, resolve({}).status);
+  EXPECT_EQ("-t alice:tfx://Team1\n", root.read("/tmp/mirrasrv.args"));
 }
 
 }  // namespace

@@ -59,15 +59,12 @@ class RegistryE2E : public ::testing::Test {
   ApplianceRoot root;
 };
 
-TEST_F(RegistryE2E, RefreshCreatesAMissingRegistry) {
-  ASSERT_FALSE(root.exists(kRegistry));
+TEST_F(RegistryE2E, RefreshCreatesAMissingRegistryAndDropsMissingPathsAndPastExpiries) {
   run({"9"});
   EXPECT_TRUE(root.exists(kRegistry));
   EXPECT_EQ("", registry());
   EXPECT_TRUE(leftovers().empty());
-}
 
-TEST_F(RegistryE2E, RefreshDropsMissingPathsAndPastExpiries) {
   const std::string future = std::to_string(time(nullptr) + 86400);
   const std::string past = std::to_string(time(nullptr) - 60);
   const std::string long_path = "/share/" + std::string(248, 'n');  // 255 bytes
@@ -103,79 +100,66 @@ TEST_F(RegistryE2E, RefreshAbortsAndLeavesTheRegistryUntouched) {
   }
 }
 
-TEST_F(RegistryE2E, DeleteRemovesTheLinesOfOneOrSeveralUrls) {
-  const std::string a = entry("AbC", kA), b = entry("DeF", kB), c = entry("GhI", kA),
-                    d = entry("AbCD", kB);
-  root.write(kRegistry, a + b + c + d);
-  run({"2", "http://10.0.0.1:8080/share.cgi?ssid=AbC"});
-  EXPECT_EQ(b + c + d, registry());
-  EXPECT_TRUE(leftovers().empty());
-
-  root.write(kRegistry, a + b + c + d);
-  run({"2", "https://nas/share.cgi?ssid=GhI,http://h:1/share.cgi?fid=1&ssid=AbC,"});
-  EXPECT_EQ(b + d, registry());
-
-  // An id that is no line's leaves the content as it was.
-  run({"2", "http://h:1/share.cgi?ssid=Nope"});
-  EXPECT_EQ(b + d, registry());
+// Mode 2 deletions. A ".del" file found under the lock was left by a killed
+// run: its lines must not come back in front of the new ones.
+TEST_F(RegistryE2E, DeleteTable) {
+  const std::string a = entry("AbC", kA), b = entry("DeF", kB), c = entry("GhI", kA), d = entry("AbCD", kB);
+  const struct {
+    std::string list;
+    std::string after;
+    bool killed_run;
+  } cases[] = {
+      {"http://10.0.0.1:8080/share.cgi?ssid=AbC", b + c + d, false},
+      {"https://nas/share.cgi?ssid=GhI,http://h:1/share.cgi?fid=1&ssid=AbC,", b + d, false},
+      {"http://h:1/share.cgi?ssid=Nope", a + b + c + d, false},
+      {"", "", false},
+      {"http://h:1/share.cgi?ssid=AbC", b + c + d, true},
+  };
+  for (const auto& k : cases) {
+    if (k.killed_run) root.write(kDel, a + b + "DeF\tna");
+    root.write(kRegistry, a + b + c + d);
+    run({"2", k.list});
+    EXPECT_EQ(k.after, registry()) << k.list;
+    EXPECT_TRUE(leftovers().empty()) << k.list;
+  }
 }
 
-TEST_F(RegistryE2E, DeleteWithAnEmptyListEmptiesTheRegistry) {
-  root.write(kRegistry, entry("AbC", kA) + entry("DeF", kB));
-  run({"2", ""});
-  EXPECT_EQ("", registry());
-  EXPECT_FALSE(root.exists(kDel));
-}
-
-// A ".del" file found under the lock was left by a killed run: its lines
-// (copies of registry lines) must not come back in front of the new ones.
-TEST_F(RegistryE2E, DeleteDropsTheDelFileOfAKilledRun) {
-  root.write(kDel, entry("AbC", kA) + entry("DeF", kB) + "DeF\tna");
-  root.write(kRegistry, entry("AbC", kA) + entry("DeF", kB));
-  run({"2", "http://h:1/share.cgi?ssid=AbC"});
-  EXPECT_EQ(entry("DeF", kB), registry());
-  EXPECT_FALSE(root.exists(kDel));
-}
-
-TEST_F(RegistryE2E, RewriteHttpsUrlWithTheStandardPort) {
+// Mode 4 rewrites: host, https flag, value and expiry as the URL and the
+// arguments say; "HOSTNAME" keeps the host, an unparsable host drops the line.
+TEST_F(RegistryE2E, RewriteTable) {
   const std::string other = entry("OtH", kB);
-  root.write(kRegistry, entry("AbC", kA) + other);
-  run({"4", "new value", "1", "https://nas.example:8443/share.cgi?ssid=AbC", "0"});
-  EXPECT_EQ(entry("AbC", kA, "0", "nas.example:8443", "1", "new value") + other, registry());
-  EXPECT_TRUE(leftovers().empty());
-}
-
-TEST_F(RegistryE2E, RewriteHttpsUrlWithAnotherSecurePort) {
-  root.write("/etc/config/Korvix.conf", "[Stunnel]\nPort = 8443\n");
-  root.write(kRegistry, entry("AbC", kA, "1900000000"));
-  run({"4", "", "1", "https://nas.example:8443/share.cgi?ssid=AbC", "1"});
-  EXPECT_EQ(entry("AbC", kA, "1900000000", "nas.example", "1"), registry());
-}
-
-TEST_F(RegistryE2E, RewriteHttpUrl) {
-  root.write(kRegistry, entry("AbC", kA, "0", "nas", "1"));
-  run({"4", "", "1", "http://10.0.0.5:8080/share.cgi?ssid=AbC", "1900000000"});
-  EXPECT_EQ(entry("AbC", kA, "1900000000", "10.0.0.5", "0"), registry());
-}
-
-TEST_F(RegistryE2E, RewriteKeepsTheHostForHOSTNAME) {
-  const std::string line = entry("AbC", kA, "0", "nas", "1");
-  root.write(kRegistry, line);
-  // new_expire 1, no value, new_ssl 0, host "HOSTNAME": nothing changes.
-  run({"4", "", "0", "https://HOSTNAME/share.cgi?ssid=AbC", "1"});
-  EXPECT_EQ(line, registry());
-  run({"4", "", "0", "https://HOSTNAME/share.cgi?ssid=AbC", ""});
-  EXPECT_EQ(line, registry());
-  run({"4", "v", "0", "https://HOSTNAME/share.cgi?ssid=AbC"});
-  EXPECT_EQ(entry("AbC", kA, "0", "nas", "1", "v"), registry());
-  EXPECT_TRUE(leftovers().empty());
-}
-
-TEST_F(RegistryE2E, RewriteWithAnUnparsableHostDropsTheLine) {
-  const std::string other = entry("OtH", kB);
-  root.write(kRegistry, entry("AbC", kA) + other);
-  run({"4", "", "0", "http://nas/share.cgi?ssid=AbC", "1"});
-  EXPECT_EQ(other, registry());
+  const struct {
+    std::string before;
+    std::vector<std::string> args;
+    std::string after;
+    bool other_port;
+  } cases[] = {
+      {entry("AbC", kA), {"new value", "1", "https://nas.example:8443/share.cgi?ssid=AbC", "0"},
+       entry("AbC", kA, "0", "nas.example:8443", "1", "new value"), false},
+      {entry("AbC", kA, "1900000000"), {"", "1", "https://nas.example:8443/share.cgi?ssid=AbC", "1"},
+       entry("AbC", kA, "1900000000", "nas.example", "1"), true},
+      {entry("AbC", kA, "0", "nas", "1"), {"", "1", "http://10.0.0.5:8080/share.cgi?ssid=AbC", "1900000000"},
+       entry("AbC", kA, "1900000000", "10.0.0.5", "0"), false},
+      // new_expire 1, no value, new_ssl 0: nothing changes.
+      {entry("AbC", kA, "0", "nas", "1"), {"", "0", "https://HOSTNAME/share.cgi?ssid=AbC", "1"},
+       entry("AbC", kA, "0", "nas", "1"), false},
+      {entry("AbC", kA, "0", "nas", "1"), {"", "0", "https://HOSTNAME/share.cgi?ssid=AbC", ""},
+       entry("AbC", kA, "0", "nas", "1"), false},
+      {entry("AbC", kA, "0", "nas", "1"), {"v", "0", "https://HOSTNAME/share.cgi?ssid=AbC"},
+       entry("AbC", kA, "0", "nas", "1", "v"), false},
+      {entry("AbC", kA), {"", "0", "http://nas/share.cgi?ssid=AbC", "1"}, "", false},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.args[2]);
+    if (c.other_port) root.write("/etc/config/Korvix.conf", "[Stunnel]\nPort = 8443\n");
+    root.write(kRegistry, c.before + other);
+    std::vector<std::string> args = {"4"};
+    args.insert(args.end(), c.args.begin(), c.args.end());
+    run(args);
+    EXPECT_EQ(c.after + other, registry());
+    EXPECT_TRUE(leftovers().empty());
+    root.remove("/etc/config/Korvix.conf");
+  }
 }
 
 }  // namespace

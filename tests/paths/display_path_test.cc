@@ -42,22 +42,18 @@ class Paths : public ::testing::Test {
 
 TEST_F(Paths, ClassifiesByPrefixThenByShare) {
   EXPECT_EQ(-1, kdx_check_file_ap_type(nullptr));
-  EXPECT_EQ(0, kdx_check_file_ap_type("/"));
-  EXPECT_EQ(4, kdx_check_file_ap_type("/remote:3@Backup/a"));
-  EXPECT_EQ(5, kdx_check_file_ap_type("/ubuntu:/a"));
-  EXPECT_EQ(6, kdx_check_file_ap_type("/survix:/cam"));
-  EXPECT_EQ(7, kdx_check_file_ap_type("/snapshot:/s1/a"));
-  EXPECT_EQ(8, kdx_check_file_ap_type("/snapshot_vault:/v/a"));
-  EXPECT_EQ(9, kdx_check_file_ap_type("/zelm:/arc"));
-  EXPECT_EQ(10, kdx_check_file_ap_type("tfx://Team1/doc"));
-  EXPECT_EQ(10, kdx_check_file_ap_type("/tfx://Team1/doc"));
-  EXPECT_EQ(0, kdx_check_file_ap_type("/Public/odd:name"));
-  EXPECT_EQ(1, kdx_check_file_ap_type("/Media/a"));
-  EXPECT_EQ(2, kdx_check_file_ap_type("/Q2/a"));
-  EXPECT_EQ(3, kdx_check_file_ap_type("Disc/a"));
-  EXPECT_EQ(0, kdx_check_file_ap_type("/M/a"));  // one-byte share names are ordinary
-  EXPECT_EQ(11, kdx_check_file_ap_type("/mnt/snapshot/1/a"));
-  EXPECT_EQ(0, kdx_check_file_ap_type("/Cache/a"));  // cloud cache not installed
+  const struct {
+    const char* path;
+    int kind;
+  } cases[] = {
+      {"/", 0}, {"/remote:3@Backup/a", 4}, {"/ubuntu:/a", 5}, {"/survix:/cam", 6}, {"/snapshot:/s1/a", 7},
+      {"/snapshot_vault:/v/a", 8}, {"/zelm:/arc", 9}, {"tfx://Team1/doc", 10}, {"/tfx://Team1/doc", 10},
+      {"/Public/odd:name", 0}, {"/Media/a", 1}, {"/Q2/a", 2}, {"Disc/a", 3},
+      {"/M/a", 0},  // one-byte share names are ordinary
+      {"/mnt/snapshot/1/a", 11},
+      {"/Cache/a", 0},  // cloud cache not installed
+  };
+  for (const auto& c : cases) EXPECT_EQ(c.kind, kdx_check_file_ap_type(c.path)) << c.path;
 
   root_.write("/etc/config/xpkg.conf", "[Skylet]\nInstall_Path = /opt/sky\nEnable = TRUE\n");
   profile_cache_clear();
@@ -73,33 +69,32 @@ TEST_F(Paths, ClassifiesByPrefixThenByShare) {
   EXPECT_STREQ("Pub", name);
 }
 
-TEST_F(Paths, ResolvesSharesWithTheirQuirks) {
-  int kind = 0;
-  EXPECT_EQ("/share/VOL1/Public/docs/a.txt", resolve("/Public/docs/a.txt", &kind));
-  EXPECT_EQ(3, kind);
-  EXPECT_EQ("/share/VOL1/Public/docs/a.txt", resolve("Public/docs/a.txt", &kind));
-  EXPECT_EQ("/share/VOL1/Public", resolve("/Public", &kind));
-  EXPECT_EQ(1, kind);
-  // A share path ending in "/" drops both its slash and the rest.
-  EXPECT_EQ("/share/X", resolve("/X/a", &kind));
-  EXPECT_EQ(1, kind);
-  // An unknown share falls back to "MD0_DATA", which no root allows.
-  resolve("/Nope/a", &kind);
-  EXPECT_EQ(-1, kind);
-  resolve("/Public/docs/missing.txt", &kind);
-  EXPECT_EQ(-1, kind);
-}
-
-TEST_F(Paths, RefusesPathsThatLeaveTheShares) {
-  int kind = 0;
-  resolve("/Public/../../../etc/config", &kind);
-  EXPECT_EQ(-1, kind);
+// Shares with their quirks, and paths that leave them (through "..", a link
+// inside the root, or the host's own /etc outside it).
+TEST_F(Paths, ResolvesSharesAndRefusesPathsThatLeaveThem) {
   ASSERT_EQ(0, symlink(root_.path("/etc").c_str(), root_.path("/share/VOL1/Public/in").c_str()));
   ASSERT_EQ(0, symlink("/etc", root_.path("/share/VOL1/Public/out").c_str()));
-  resolve("/Public/in/config", &kind);
-  EXPECT_EQ(-1, kind);
-  resolve("/Public/out/passwd", &kind);  // the host's own /etc, outside the root
-  EXPECT_EQ(-1, kind);
+  const struct {
+    const char* path;
+    const char* out;  // nullptr: not checked
+    int kind;
+  } cases[] = {
+      {"/Public/docs/a.txt", "/share/VOL1/Public/docs/a.txt", 3},
+      {"Public/docs/a.txt", "/share/VOL1/Public/docs/a.txt", 3},
+      {"/Public", "/share/VOL1/Public", 1},
+      {"/X/a", "/share/X", 1},  // a share path ending in "/" drops both its slash and the rest
+      {"/Nope/a", nullptr, -1},  // falls back to "MD0_DATA", which no root allows
+      {"/Public/docs/missing.txt", nullptr, -1},
+      {"/Public/../../../etc/config", nullptr, -1},
+      {"/Public/in/config", nullptr, -1},
+      {"/Public/out/passwd", nullptr, -1},
+  };
+  for (const auto& c : cases) {
+    int kind = 0;
+    std::string out = resolve(c.path, &kind);
+    EXPECT_EQ(c.kind, kind) << c.path;
+    if (c.out != nullptr) EXPECT_EQ(c.out, out) << c.path;
+  }
 
   EXPECT_EQ(0, is_allowed_real_path(nullptr, nullptr));
   EXPECT_EQ(0, is_allowed_real_path("MD0_DATA/a", nullptr));
@@ -196,6 +191,11 @@ TEST_F(Paths, ResolvesRemoteFolders) {
 
 TEST_F(Paths, ExpandsLoginMacros) {
   char path[64];
+  auto expand = [&path](const char* text, const char* home) {
+    snprintf(path, sizeof path, "%s", text);
+    expand_share_path_macros(path, sizeof path, home);
+    return std::string(path);
+  };
   set_login_identity("DOM+Ann");  // separator "\": no domain
   EXPECT_STREQ("", login_identity().domain);
   EXPECT_STREQ("dom+ann", login_identity().user);
@@ -204,12 +204,8 @@ TEST_F(Paths, ExpandsLoginMacros) {
   profile_cache_clear();
   set_login_identity("DOM+Ann");
   EXPECT_STREQ("DOM+Ann", login_identity().login);
-  snprintf(path, sizeof path, "%s", "/share/%U");
-  expand_share_path_macros(path, sizeof path, "");
-  EXPECT_STREQ("/share/ann", path);
-  snprintf(path, sizeof path, "%s", "/share/%D+%U/x");
-  expand_share_path_macros(path, sizeof path, "");
-  EXPECT_STREQ("/share/DOM+ann/x", path);
+  EXPECT_EQ("/share/ann", expand("/share/%U", ""));
+  EXPECT_EQ("/share/DOM+ann/x", expand("/share/%D+%U/x", ""));
   int kind = 0;
   root_.mkdirs("/share/homes/ann/x");
   EXPECT_EQ("/share/homes/ann/x", resolve("/Home/x", &kind));
@@ -221,16 +217,10 @@ TEST_F(Paths, ExpandsLoginMacros) {
   EXPECT_STREQ("SALES", login_identity().domain);
   EXPECT_STREQ("bob", login_identity().user);
   set_login_identity("carol");
-  snprintf(path, sizeof path, "%s", "/share/%D\\%U");
-  expand_share_path_macros(path, sizeof path, "");
-  EXPECT_STREQ("/share/carol", path);  // no domain: its separator goes too
+  EXPECT_EQ("/share/carol", expand("/share/%D\\%U", ""));  // no domain: its separator goes too
 
-  snprintf(path, sizeof path, "%s", "/homes/%H/tail");
-  expand_share_path_macros(path, sizeof path, "root");
-  EXPECT_STREQ("/homes//root", path);
-  snprintf(path, sizeof path, "%s", "/homes/%H/tail");
-  expand_share_path_macros(path, sizeof path, "no-such-user-slt");
-  EXPECT_STREQ("/homes/%H/tail", path);
+  EXPECT_EQ("/homes//root", expand("/homes/%H/tail", "root"));
+  EXPECT_EQ("/homes/%H/tail", expand("/homes/%H/tail", "no-such-user-slt"));
   snprintf(path, sizeof path, "%s", "/share/%U%U%U%U%U%U%U%U%U%U%U%U%U%U%U%U%U%U%U%U%U%U%U%U");
   set_login_identity("a-very-long-login-name-that-overflows-the-buffer");
   expand_share_path_macros(path, 16, "");

@@ -1,7 +1,6 @@
 #include "weblib/db_handler.h"
 
 #include <gtest/gtest.h>
-#include <sqlite3.h>
 #include <sys/stat.h>
 
 #include <cerrno>
@@ -11,6 +10,7 @@
 #include "platform/os.h"
 #include "platform/profile.h"
 #include "support/appliance.h"
+#include "support/store_fixture.h"
 #include "weblib/stdout_capture.h"
 
 namespace {
@@ -44,21 +44,13 @@ class DbHandler : public ::testing::Test {
     Get_Profile_String("Depot", "Share_Link_Db", "", out, sizeof out);
     return out;
   }
-  // Tables of the store file at appliance path ap (-1: not a database).
-  int tables(const std::string& ap) {
-    sqlite3* db = nullptr;
-    int n = -1;
-    if (sqlite3_open_v2(root_.path(ap).c_str(), &db, SQLITE_OPEN_READONLY, nullptr) == SQLITE_OK) {
-      sqlite3_stmt* st = nullptr;
-      if (sqlite3_prepare_v2(db, "SELECT COUNT(*) FROM sqlite_master WHERE type='table' AND name LIKE 'SHARELINK_%'",
-                             -1, &st, nullptr) == SQLITE_OK &&
-          sqlite3_step(st) == SQLITE_ROW) {
-        n = sqlite3_column_int(st, 0);
-      }
-      sqlite3_finalize(st);
+  // Tables of the configured store (-1: not a database).
+  int tables() {
+    try {
+      return std::stoi(store_value(root_, "SELECT COUNT(*) FROM sqlite_master WHERE type = 'table'"));
+    } catch (const std::exception&) {
+      return -1;
     }
-    sqlite3_close(db);
-    return n;
   }
 
   ApplianceRoot root_;
@@ -66,58 +58,54 @@ class DbHandler : public ::testing::Test {
 };
 
 TEST_F(DbHandler, RefusalsLeaveTheConfigurationAlone) {
-  int rc = 0;
-  {
-    ScopedEnv user{{{"REMOTE_USER", "bob"}}};
-    EXPECT_EQ(reply(4), handle("share_link_db=/share/VOL1/db/a.db", &rc));
-    EXPECT_EQ(-1, rc);
-  }
-  EXPECT_EQ(reply(20), handle("force_delete=1", &rc));
-  EXPECT_EQ(0, rc);
-  EXPECT_EQ(reply(20), handle("share_link_db=", &rc));
-  EXPECT_EQ(0, rc);
-  EXPECT_EQ(reply(20), handle("share_link_db=/share/NOPE/a.db", &rc));
-  EXPECT_EQ(-1, rc);
   root_.write("/share/VOL1/file", "x");
-  EXPECT_EQ(reply(20), handle("share_link_db=/share/VOL1/file/a.db", &rc));
-  EXPECT_EQ(reply(20), handle("share_link_db=relative/a.db", &rc));
-  EXPECT_EQ(reply(20), handle("share_link_db=/share/VOL1/db/a%0A[Evil]%0Ak=v", &rc));
-  // Longer than the store's 256-byte path buffer would hold.
-  EXPECT_EQ(reply(35), handle("share_link_db=/share/VOL1/db/" + std::string(250, 'x'), &rc));
-  EXPECT_EQ(-1, rc);
+  const struct {
+    const char* user;
+    std::string query;
+    int status;
+    int result;
+  } cases[] = {
+      {"bob", "share_link_db=/share/VOL1/db/a.db", 4, -1},
+      {kUnset, "force_delete=1", 20, 0},
+      {kUnset, "share_link_db=", 20, 0},
+      {kUnset, "share_link_db=/share/NOPE/a.db", 20, -1},
+      {kUnset, "share_link_db=/share/VOL1/file/a.db", 20, -1},
+      {kUnset, "share_link_db=relative/a.db", 20, -1},
+      {kUnset, "share_link_db=/share/VOL1/db/a%0A[Evil]%0Ak=v", 20, -1},
+      // Longer than the store's 256-byte path buffer would hold.
+      {kUnset, "share_link_db=/share/VOL1/db/" + std::string(250, 'x'), 35, -1},
+  };
+  for (const auto& c : cases) {
+    ScopedEnv user{{{"REMOTE_USER", c.user}}};
+    int rc = 99;
+    EXPECT_EQ(reply(c.status), handle(c.query, &rc)) << c.query;
+    EXPECT_EQ(c.result, rc) << c.query;
+  }
   EXPECT_FALSE(root_.exists("/etc/config/Korvix.conf"));
 }
 
-TEST_F(DbHandler, NewPathGetsAllFourTables) {
-  ScopedEnv user{{{"REMOTE_USER", "admin"}}};
-  int rc = 99;
-  EXPECT_EQ(reply(1), handle("share_link_db=/share/VOL1/db/new.db", &rc));
-  EXPECT_EQ(0, rc);
-  EXPECT_EQ("/share/VOL1/db/new.db", configured());
-  EXPECT_EQ(4, tables("/share/VOL1/db/new.db"));
-}
-
 TEST_F(DbHandler, ExistingFileIsKeptCheckedOrReplaced) {
-  // A valid store keeps its rows without force_delete.
-  ASSERT_EQ(reply(1), handle("share_link_db=/share/VOL1/db/s.db"));
-  sqlite3* db = nullptr;
-  ASSERT_EQ(SQLITE_OK, sqlite3_open(root_.path("/share/VOL1/db/s.db").c_str(), &db));
-  ASSERT_EQ(SQLITE_OK, sqlite3_exec(db, "INSERT INTO SHARELINK_EVENT(pkey) VALUES('k1');", nullptr, nullptr, nullptr));
-  sqlite3_close(db);
+  // A new path gets all four tables; a valid store keeps its rows even with
+  // force_delete.
+  int rc = 99;
+  ASSERT_EQ(reply(1), handle("share_link_db=/share/VOL1/db/s.db", &rc));
+  EXPECT_EQ(0, rc);
+  EXPECT_EQ("/share/VOL1/db/s.db", configured());
+  EXPECT_EQ(4, tables());
+  store_exec(root_, "INSERT INTO SHARELINK_EVENT(pkey) VALUES('k1');");
   EXPECT_EQ(reply(1), handle("share_link_db=/share/VOL1/db/s.db&force_delete=yes"));
   EXPECT_NE(std::string::npos, root_.read("/share/VOL1/db/s.db").find("k1"));
 
   // A file that is no store: 19, with the configuration already pointing at it.
   root_.write("/share/VOL1/db/text.db", "not a database at all, just some text that is long enough");
-  int rc = 99;
   EXPECT_EQ(reply(19), handle("share_link_db=/share/VOL1/db/text.db&force_delete=1x", &rc));
   EXPECT_EQ(0, rc);
   EXPECT_EQ("/share/VOL1/db/text.db", configured());
-  EXPECT_EQ(-1, tables("/share/VOL1/db/text.db"));
+  EXPECT_EQ(-1, tables());
 
   // force_delete counts as a base-10 number: "01" replaces the file.
   EXPECT_EQ(reply(1), handle("share_link_db=/share/VOL1/db/text.db&force_delete=01"));
-  EXPECT_EQ(4, tables("/share/VOL1/db/text.db"));
+  EXPECT_EQ(4, tables());
 }
 
 TEST_F(DbHandler, FailedConfigurationWriteIsReported) {
@@ -136,7 +124,7 @@ TEST_F(DbHandler, FailedConfigurationWriteIsReported) {
 TEST_F(DbHandler, CreateAllTablesIncludesAccessEntries) {
   root_.write("/etc/config/Korvix.conf", "[Depot]\nShare_Link_Db = /share/VOL1/db/all.db\n");
   EXPECT_EQ(0, sf_create_all_tables());
-  EXPECT_EQ(4, tables("/share/VOL1/db/all.db"));
+  EXPECT_EQ(4, tables());
   // A store path that names a folder cannot be opened.
   root_.write("/etc/config/Korvix.conf", "[Depot]\nShare_Link_Db = /share/VOL1/db\n");
   profile_cache_clear();

