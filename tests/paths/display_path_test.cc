@@ -93,7 +93,9 @@ TEST_F(Paths, ResolvesSharesAndRefusesPathsThatLeaveThem) {
     int kind = 0;
     std::string out = resolve(c.path, &kind);
     EXPECT_EQ(c.kind, kind) << c.path;
-    if (c.out != nullptr) EXPECT_EQ(c.out, out) << c.path;
+    if (c.out != nullptr) {
+      EXPECT_EQ(c.out, out) << c.path;
+    }
   }
 
   EXPECT_EQ(0, is_allowed_real_path(nullptr, nullptr));

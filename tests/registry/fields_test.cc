@@ -71,7 +71,9 @@ TEST(GetField, AgreesWithStrtokOnACopy) {
     char out[8] = "";
     int got = get_field(out, size, n, line.c_str(), line_len, delim);
     ASSERT_EQ(expected, got) << "line '" << line << "' len " << line_len << " n " << n;
-    if (got == 1) EXPECT_EQ(expected_out, out);
+    if (got == 1) {
+      EXPECT_EQ(expected_out, out);
+    }
   }
 }
 
