@@ -44,6 +44,7 @@ struct OsCalls {
   // kernels before 5.6).
   int (*openat)(int dirfd, const char* path, int flags, mode_t mode);
   long (*openat2)(int dirfd, const char* path, void* how, size_t size);
+  ssize_t (*getrandom)(void* buf, size_t len, unsigned flags);
 };
 
 extern OsCalls os;

@@ -61,6 +61,15 @@ TEST(Cookie, BoundToKeyCodeSecretAndTime) {
       {secret, "k", "code", "9" + c, now, false},
       {secret, "k", "code", c.substr(0, c.size() - 1), now, false},
       {secret, "k", "code", "", now, false},
+      // HMAC-SHA256 values worked out by Python's hmac module.
+      {secret, "k", "code",
+       "2043200.00112233445566778899aabb."
+       "5ec00acbcbdfeb8b10a82dcd5fc190466302cbd6a4831976055c29c6ad5298e7",
+       now, true},
+      {std::string(40, '\x01'), "key", "",
+       "2043200.00112233445566778899aabb."
+       "6a77fc79f1929c2b8c2f804ccb2a7f90a664b3971f50660b20f47c383f33b7cc",
+       now, true},
   };
   for (const Case& x : cases) {
     EXPECT_EQ(x.valid, share_cookie_valid(x.secret, x.key, x.code, x.value, x.at)) << x.value;

@@ -1,7 +1,7 @@
 // The large archives behind lighttpd: 70,000 small files (ZIP64 entry count)
 // and a sparse file over 4 GiB (ZIP64 sizes and offsets). Three readers must
 // accept them byte for byte, Content-Length must equal what arrives, and
-// share.cgi's memory must not grow with the folder.
+// share.cgi's peak RSS must stay within 8 MiB, start-up included.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -56,9 +56,9 @@ TEST(SlowZip, LargeFoldersStreamInBoundedMemory) {
     ASSERT_EQ(200, d.status) << d.head;
     EXPECT_EQ(d.length, d.received);
     const long kib = zip_last_rss_kib(root);
-    // What the archive adds to the program's own start-up size: the plan of
-    // 70,000 entries and the copy buffers, nothing per byte sent.
-    EXPECT_LE(kib - base_kib, 3 * 1024) << "peak " << kib << " KiB, a one-file archive " << base_kib;
+    // The whole process, shared libraries and the plan of 70,000 entries
+    // included; nothing may grow with the bytes sent.
+    EXPECT_LE(kib, 8 * 1024) << "peak " << kib << " KiB, a one-file archive " << base_kib;
     printf("[ zip ] %s: %lld bytes, share.cgi peak RSS %ld KiB (one-file archive: %ld KiB)\n", key,
            d.received, kib, base_kib);
     const std::string folder = std::string(key) == "many" ? "/Many" : "/Huge";
