@@ -230,7 +230,7 @@ int download(Visit& v, GateResult& g, const std::string& visitor) {
     v.access->record_counted(v.now, visitor, v.req.ssid, item);
     audit(v, "download");
   }
-  const char* xs = getenv("SHARE_X_SENDFILE");
+  const char* xs = cgi_env("SHARE_X_SENDFILE");
   std::string hand_over;
   if (xs != nullptr && strcmp(xs, "1") == 0) hand_over = rooted_path(g.real_path.c_str());
   return send_shared_file(g.file.get(), g.st, g.name, plan, v.head, v.req.inline_view, hand_over)
