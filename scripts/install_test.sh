@@ -75,7 +75,7 @@ check_tree() {
     fail "$name: sharelinkctl could not make the store"
   fi
 
-  out=$(REQUEST_METHOD=GET QUERY_STRING='func=download&path=/Public/notes.txt' "$cgi/sharelink.cgi" | tail -1) || true
+  out=$(REMOTE_USER=admin REQUEST_METHOD=GET QUERY_STRING='func=download&path=/Public/notes.txt' "$cgi/sharelink.cgi" | tail -1) || true
   [ "$out" = "team notes" ] && pass "$name: sharelink.cgi sends a file" ||
     fail "$name: sharelink.cgi answered '$out'"
 
