@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -15,9 +16,18 @@
 #include "support/appliance.h"
 #include "support/store_fixture.h"
 
+using Rows = std::vector<std::vector<std::string>>;
+using Strings = std::vector<std::string>;
+
 inline int& sleep_calls() {
   static int calls = 0;
   return calls;
+}
+
+// A record's text field, set.
+template <size_t N>
+void put(char (&field)[N], const char* text) {
+  snprintf(field, N, "%s", text);
 }
 
 class StoreTest : public ::testing::Test {
@@ -25,18 +35,16 @@ class StoreTest : public ::testing::Test {
   void SetUp() override {
     os_reset();
     sleep_calls() = 0;
-    os.usleep = [](useconds_t) {
-      ++sleep_calls();
-      return 0;
-    };
+    os.usleep = [](useconds_t) { return ++sleep_calls(), 0; };
   }
   void TearDown() override {
     sf_release_parked_connections();
     os_reset();
   }
   // Points the store at a path whose folder does not exist: every open fails.
-  void make_store_unopenable() {
-    root.write("/etc/config/Korvix.conf", "[Depot]\nShare_Link_Db = /nowhere/at/all/x.db\n");
+  void make_store_unopenable() { configure("[Depot]\nShare_Link_Db = /nowhere/at/all/x.db\n"); }
+  void configure(const std::string& text) {
+    root.write("/etc/config/Korvix.conf", text);
     profile_cache_clear();
   }
   static ShareLinkRecord empty_filter() {

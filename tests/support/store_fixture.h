@@ -14,11 +14,9 @@
 
 #include "support/appliance.h"
 
-// One SHARELINK_EVENT row. Empty create_date / create_time take the column
-// defaults (today, now).
+// One SHARELINK_EVENT row. Empty create_date / create_time take today / now.
 struct FixtureLink {
   FixtureLink() = default;
-  // A link with the given key (and host); the other columns as below.
   FixtureLink(std::string key) : pkey(std::move(key)) {}  // NOLINT: brace lists of keys
   FixtureLink(std::string key, std::string host_name)
       : pkey(std::move(key)), host(std::move(host_name)) {}
@@ -34,13 +32,8 @@ struct FixtureLink {
   std::string link_name;
 };
 
-struct FixtureFid {
-  std::string pkey, fid, sharefile;
-};
-
-struct FixtureUser {
-  std::string pkey, user, description, email;
-};
+struct FixtureFid { std::string pkey, fid, sharefile; };
+struct FixtureUser { std::string pkey, user, description, email; };
 
 // A NULL column as store_rows() gives it.
 extern const char kFixtureNull[];  // "<null>"
@@ -53,6 +46,11 @@ std::string store_file(const ApplianceRoot& root);
 // store. With `with_acx` also SHARELINK_ACX, and with `with_trigger` the
 // size-limiting trigger.
 void make_store(const ApplianceRoot& root, bool with_acx = false, bool with_trigger = false);
+// A store of an older release: fewer columns, two old indexes, no trigger;
+// link k1 (host h, ssl 1, /share/A, u@x, size 12, tic 5, expiry 7, creator bob, code c,
+// counts 2 and 3, misc m, 2020-01-01 10:00:00) with file f1 and recipient amy,
+// and the file f2 of a link that is gone.
+void make_old_store(const ApplianceRoot& root);
 
 void insert_links(const ApplianceRoot& root, const std::vector<FixtureLink>& links);
 void insert_fids(const ApplianceRoot& root, const std::vector<FixtureFid>& fids);
