@@ -13,22 +13,15 @@ namespace {
 
 ShareLinkFidRecord fid(const char* pkey, const char* id, const char* path) {
   ShareLinkFidRecord r{};
-  put(r.pkey, pkey), put(r.fid, id), put(r.sharefile, path);
-  return r;
+  return put(r.pkey, pkey), put(r.fid, id), put(r.sharefile, path), r;
 }
-
 ShareLinkUserRecord user(const char* pkey, const char* name, const char* description, const char* email) {
   ShareLinkUserRecord r{};
-  put(r.pkey, pkey), put(r.user, name), put(r.description, description), put(r.email, email);
-  return r;
+  return put(r.pkey, pkey), put(r.user, name), put(r.description, description), put(r.email, email), r;
 }
 
-class CompanionTest : public StoreTest {
- protected:
-  void SetUp() override {
-    StoreTest::SetUp();
-    make_store(root, true);
-  }
+struct CompanionTest : StoreTest {
+  void SetUp() override { StoreTest::SetUp(), make_store(root, true); }
 };
 
 struct Table {
@@ -131,46 +124,41 @@ TEST_F(CompanionTest, FileRows) {
 }
 
 TEST_F(CompanionTest, AccessRows) {
-  ShareLinkAcxRecord a{}, f{}, u{}, no_key{}, out[2];
-  put(a.pkey, "k1"), put(a.acx, "rw");
-  ASSERT_EQ(0, sf_acx_insert(&a));
-  put(a.pkey, "k2");
-  ASSERT_EQ(0, sf_acx_insert(&a));
-  put(f.acx, "rw");
-  EXPECT_EQ(2, sf_acx_count_filter(&f));
-  EXPECT_EQ(-11, sf_acx_update(&no_key));
-  put(u.pkey, "k2"), put(u.acx, "ro");
-  ASSERT_EQ(0, sf_acx_update(&u));
+  ShareLinkAcxRecord a{}, f{}, out[2];
+  for (const char* k : {"k1", "k2"}) {
+    put(a.pkey, k), put(a.acx, "rw");
+    EXPECT_EQ(0, sf_acx_insert(&a)) << k;
+  }
+  EXPECT_EQ(-11, sf_acx_update(&f));  // no key
+  put(a.acx, "ro");
+  ASSERT_EQ(0, sf_acx_update(&a));
+  put(f.acx, "r");  // filters match whole texts
+  EXPECT_EQ(0, sf_acx_count_filter(&f));
   put(f.acx, "ro");
   SfAcxRows read{out, 2, 0, 0};
   ASSERT_EQ(0, sf_acx_select_filter(sf_fill_acx_rows, &f, 0, 0, 0, &read));
   ASSERT_EQ(1, read.count);
   EXPECT_STREQ("k2", out[0].pkey);
-  memset(a.acx, 'x', sizeof a.acx);
-  EXPECT_EQ(-10, sf_acx_insert(&a));
   EXPECT_EQ(0, sf_acx_delete_filter(&f));
   EXPECT_EQ((Rows{{"k1", "rw"}}), store_rows(root, "SELECT * FROM SHARELINK_ACX"));
+  memset(a.acx, 'x', sizeof a.acx);
+  EXPECT_EQ(-10, sf_acx_insert(&a));
 }
 
 TEST_F(CompanionTest, RecipientRows) {
   insert_users(root, {{"k1", "amy", "d1", "amy@x.example"}, {"k1", "bob", "d2", "bob@y.example"},
                       {"k2", "cat", "d3", "cat@x.example"}});
-  ShareLinkUserRecord f = user("", "", "", "x.example");
-  EXPECT_EQ(2, sf_user_count_filter(&f));
-  // The filtered select keeps its sort texts: "desctiption" fails, "ORDER BY
-  // email" meets the paging text; the others select in order.
-  EXPECT_EQ(-24, sf_user_select_filter(nullptr, &f, 4, 0, 0, nullptr));
-  EXPECT_EQ(-24, sf_user_select_filter(nullptr, &f, 5, 0, 0, nullptr));
-  EXPECT_EQ(-11, sf_user_select_filter(nullptr, &f, 8, 0, 0, nullptr));
-  EXPECT_EQ(-11, sf_user_select_filter(nullptr, &f, -1, 0, 0, nullptr));
-  const std::tuple<int, int, const char*> cases[] = {{0, 0, "amycat"}, {1, 0, "catamy"}, {2, 0, "amycat"},
-                                                     {3, 0, "catamy"}, {6, 5, "amycat"}, {7, 0, "catamy"},
-                                                     {6, 1, "amy"}};
+  ShareLinkUserRecord f = user("", "", "", "x.example"), out[3];
+  EXPECT_EQ(2, sf_user_count_filter(&f));  // the address matches anywhere inside
+  // The filtered select keeps its sort texts: "desctiption" fails (4, 5),
+  // "ORDER BY email" meets the paging text; the others select in order.
+  const std::tuple<int, int, const char*> cases[] = {
+      {0, 0, "amycat"}, {1, 0, "catamy"}, {2, 0, "amycat"}, {3, 0, "catamy"}, {6, 5, "amycat"},
+      {7, 0, "catamy"}, {6, 1, "amy"},    {4, 0, "-24"},    {5, 0, "-24"},    {8, 0, "-11"}, {-1, 0, "-11"}};
   for (const auto& c : cases) {
-    ShareLinkUserRecord out[3];
     SfUserRows read{out, 3, 0, 0};
-    ASSERT_EQ(0, sf_user_select_filter(sf_fill_user_rows, &f, std::get<0>(c), 0, std::get<1>(c), &read));
-    std::string users;
+    int rc = sf_user_select_filter(sf_fill_user_rows, &f, std::get<0>(c), 0, std::get<1>(c), &read);
+    std::string users = rc != 0 ? std::to_string(rc) : "";
     for (int i = 0; i < read.count; ++i) users += out[i].user;
     EXPECT_EQ(std::get<2>(c), users) << std::get<0>(c);
   }
@@ -193,6 +181,8 @@ TEST_F(CompanionTest, RecipientRows) {
   EXPECT_EQ(-10, sf_user_count_filter(&r));
 }
 
+// Files and recipients with their link's columns (NULL when it is gone), and
+// the links with their file counts.
 TEST_F(CompanionTest, JoinedSelectsBringTheLinkAlong) {
   std::vector<FixtureLink> links = {{"k1"}, {"k2"}, {"k3"}};
   links[0].filesize = "10", links[1].filesize = "20";
@@ -204,23 +194,18 @@ TEST_F(CompanionTest, JoinedSelectsBringTheLinkAlong) {
   ShareLinkFidRecord ff{};
   ASSERT_EQ(0, sf_fid_join_select(sf_fill_fid_join_rows, &ff, 3, 0, 0, &fread));
   ASSERT_EQ(4, fread.count);
-  EXPECT_STREQ("f4", fj[0].fid.fid);
-  EXPECT_STREQ("----", fj[0].event.pkey);  // link gone: NULL link columns
-  EXPECT_STREQ("k1", fj[3].event.pkey);
+  EXPECT_EQ((Strings{"f4", "----", "k1"}), (Strings{fj[0].fid.fid, fj[0].event.pkey, fj[3].event.pkey}));
   EXPECT_EQ(-11, sf_fid_join_select(nullptr, &ff, 6, 0, 0, nullptr));
   ShareLinkUserJoinRecord uj[2];
   SfUserJoinRows uread{uj, 2, 0, 0};
   ShareLinkUserRecord uf{};
-  ASSERT_EQ(0, sf_user_join_select(sf_fill_user_join_rows, &uf, 11, 0, 0, &uread));
+  ASSERT_EQ(0, sf_user_join_select(sf_fill_user_join_rows, &uf, 11, 0, 0, &uread));  // filesize descending
   ASSERT_EQ(2, uread.count);
-  EXPECT_STREQ("bob", uj[0].user.user);  // filesize descending
-  EXPECT_STREQ("20", uj[0].event.filesize);
+  EXPECT_EQ((Strings{"bob", "20"}), (Strings{uj[0].user.user, uj[0].event.filesize}));
   // start_time fails; 8 has no ordering.
-  for (auto c : {std::make_pair(12, -24), std::make_pair(8, 0), std::make_pair(4, 0), std::make_pair(38, -11)}) {
+  for (auto c : {std::make_pair(12, -24), std::make_pair(8, 0), std::make_pair(4, 0), std::make_pair(38, -11)})
     EXPECT_EQ(c.second, sf_user_join_select(nullptr, &uf, c.first, 0, 0, nullptr)) << c.first;
-  }
-  // File counts: k3 has no files and is left out.
-  ShareLinkCountRecord counts[3];
+  ShareLinkCountRecord counts[3];  // k3 has no files and is left out
   SfCountRows cread{counts, 3, 0, 0};
   ASSERT_EQ(0, sf_event_fid_count_select(sf_fill_count_rows, 0, 0, 0, &cread));
   ASSERT_EQ(2, cread.count);

@@ -1,6 +1,5 @@
-// Schema, upgrades, start-up with rotation of a broken store, the trigger.
-#include <sqlite3.h>
-
+// Table creation, column migration, start-up with rotation of a broken store,
+// the trigger. (The upgrade of an old store: the end-to-end init test.)
 #include <ctime>
 #include <map>
 
@@ -12,16 +11,6 @@
 namespace {
 
 const std::string kDb = "/etc/config/share_link.db";
-
-Strings columns_of(const ApplianceRoot& root, const std::string& table) {
-  Strings names;
-  for (const auto& row : store_rows(root, "PRAGMA table_info(" + table + ")")) names.push_back(row[1]);
-  return names;
-}
-
-std::string triggers(const ApplianceRoot& root) {
-  return store_value(root, "SELECT COUNT(*) FROM sqlite_master WHERE type = 'trigger'");
-}
 
 TEST_F(StoreTest, TableCreationReportsFailures) {
   root.write(kDb, std::string(4096, 'x'));  // no database: the creation statement fails
@@ -56,27 +45,6 @@ TEST_F(StoreTest, TriggerLimits) {
                              "'newest') ORDER BY pkey"));
 }
 
-// An old store gets the columns of a new one, keeps its rows, loses its
-// orphan file rows and old indexes, and gains the trigger; once.
-TEST_F(StoreTest, InitUpgradesAnOldStoreAndKeepsItsRows) {
-  make_old_store(root);
-  EXPECT_EQ(0, sf_init_db(kDb.c_str()));
-  ApplianceRoot fresh;
-  make_store(fresh);
-  for (const char* t : {"SHARELINK_EVENT", "SHARELINK_FID", "SHARELINK_USER"}) {
-    EXPECT_EQ(columns_of(fresh, t), columns_of(root, t)) << t;
-  }
-  const std::string n = kFixtureNull;
-  EXPECT_EQ((Rows{{"k1", "h", "1", "/share/A", "u@x", "12", "5", "7", "bob", "c", "2", "3", "m",
-                   "2020-01-01", "10:00:00", n, n, n, n}}),
-            store_rows(root, "SELECT * FROM SHARELINK_EVENT"));
-  EXPECT_EQ((Rows{{"k1", "f1", n}}), store_rows(root, "SELECT * FROM SHARELINK_FID"));
-  EXPECT_EQ((Rows{{"k1", "amy", n, n}}), store_rows(root, "SELECT * FROM SHARELINK_USER"));
-  EXPECT_TRUE(store_rows(root, "SELECT name FROM sqlite_master WHERE name IN ('idx_host', 'idx_misc')").empty());
-  EXPECT_EQ("1", triggers(root));
-  EXPECT_EQ(0, sf_init_db(kDb.c_str()));
-}
-
 TEST_F(StoreTest, ColumnMigrationReportsWhatItCannotDo) {
   store_exec(root, "CREATE TABLE T ( a TEXT );");
   const NaslogColumn add_b[] = {{"A", nullptr}, {"b", "ALTER TABLE T ADD COLUMN b TEXT;"}};
@@ -85,7 +53,7 @@ TEST_F(StoreTest, ColumnMigrationReportsWhatItCannotDo) {
   EXPECT_EQ(-1, naslog_common_migrate_db("", "T", add_b, 2));
   EXPECT_EQ(-1, naslog_common_migrate_db(kDb.c_str(), "T", nullptr, 1));
   EXPECT_EQ(0, naslog_common_migrate_db(kDb.c_str(), "T", add_b, 2));
-  EXPECT_EQ((Strings{"a", "b"}), columns_of(root, "T"));
+  EXPECT_EQ((Rows{{"a"}, {"b"}}), store_rows(root, "SELECT name FROM pragma_table_info('T')"));
   EXPECT_EQ(-4, naslog_common_migrate_db(kDb.c_str(), "T", bad_add, 1));
   EXPECT_EQ(-5, naslog_common_migrate_db(kDb.c_str(), "T", required, 1));
   EXPECT_EQ(-2, naslog_common_migrate_db("/nowhere/x.db", "T", add_b, 2));
@@ -97,7 +65,7 @@ TEST_F(StoreTest, StartupInitialisesAnExistingStoreAndNeverTakesTheMarkerLock) {
   insert_links(root, {{"k1"}});
   EXPECT_EQ(0, sf_startup());
   EXPECT_EQ(1, sf_event_count());
-  EXPECT_EQ("1", triggers(root));
+  EXPECT_EQ("1", store_value(root, "SELECT COUNT(*) FROM sqlite_master WHERE type = 'trigger'"));
   EXPECT_FALSE(root.exists("/tmp/kdx_shareLink.lock"));
   os.flock = [](int, int) { return errno = EWOULDBLOCK, -1; };  // lock taken: nothing done
   root.remove(kDb);

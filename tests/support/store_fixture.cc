@@ -12,6 +12,8 @@ const char kFixtureNull[] = "<null>";
 
 namespace {
 
+using Table = std::vector<std::vector<std::string>>;
+
 struct Db {
   explicit Db(const ApplianceRoot& root) {
     if (sqlite3_open(store_file(root).c_str(), &db) != SQLITE_OK) fail("open");
@@ -29,23 +31,23 @@ struct Db {
   sqlite3* db = nullptr;
 };
 
-// Each row's texts bound to one statement, all in one transaction. Integer
-// columns convert the texts by their affinity.
-void insert_rows(const ApplianceRoot& root, const char* sql, const std::vector<std::vector<std::string>>& rows) {
+// Each row's texts bound to ?1, ?2, ... of `table`'s insert, in one
+// transaction. Integer columns convert the texts by their affinity.
+void insert_rows(const ApplianceRoot& root, const std::string& table, const std::string& columns,
+                 const std::string& values, const Table& rows) {
   Db db(root);
   db.exec("BEGIN TRANSACTION");
+  const std::string sql = "INSERT INTO " + table + " (" + columns + ") VALUES (" + values + ");";
   sqlite3_stmt* stmt = nullptr;
-  if (sqlite3_prepare_v2(db.db, sql, -1, &stmt, nullptr) != SQLITE_OK) db.fail(sql);
+  if (sqlite3_prepare_v2(db.db, sql.c_str(), -1, &stmt, nullptr) != SQLITE_OK) db.fail(sql);
   for (const auto& row : rows) {
     for (size_t i = 0; i < row.size(); ++i) {
       sqlite3_bind_text(stmt, static_cast<int>(i + 1), row[i].c_str(), static_cast<int>(row[i].size()),
                         SQLITE_TRANSIENT);
     }
-    if (sqlite3_step(stmt) != SQLITE_DONE) {
-      sqlite3_finalize(stmt);
-      db.fail(sql);
-    }
+    int rc = sqlite3_step(stmt);
     sqlite3_reset(stmt);
+    if (rc != SQLITE_DONE) sqlite3_finalize(stmt), db.fail(sql);
   }
   sqlite3_finalize(stmt);
   db.exec("COMMIT");
@@ -68,35 +70,19 @@ void make_store(const ApplianceRoot& root, bool with_acx, bool with_trigger) {
   }
 }
 
-void make_old_store(const ApplianceRoot& root) {
-  store_exec(root,
-             "CREATE TABLE SHARELINK_EVENT ( pkey TEXT, host TEXT, ssl INTEGER, sharefile TEXT, "
-             "useraddr TEXT, filesize TEXT, createtic INTEGER, expire INTEGER, creator TEXT, "
-             "accesscode TEXT, download_count INTEGER, download_limit INTEGER, misc TEXT, "
-             "create_date TEXT, create_time TEXT);"
-             "CREATE TABLE SHARELINK_FID ( pkey TEXT, fid TEXT );"
-             "CREATE TABLE SHARELINK_USER ( pkey TEXT, user TEXT );"
-             "CREATE INDEX idx_host on SHARELINK_EVENT(host); CREATE INDEX idx_misc on SHARELINK_EVENT(misc);"
-             "INSERT INTO SHARELINK_EVENT VALUES ('k1', 'h', 1, '/share/A', 'u@x', '12', 5, 7, 'bob', 'c', "
-             "2, 3, 'm', '2020-01-01', '10:00:00');"
-             "INSERT INTO SHARELINK_FID VALUES ('k1', 'f1'); INSERT INTO SHARELINK_FID VALUES ('gone', 'f2');"
-             "INSERT INTO SHARELINK_USER VALUES ('k1', 'amy');");
-}
-
 void insert_links(const ApplianceRoot& root, const std::vector<FixtureLink>& links) {
-  std::vector<std::vector<std::string>> rows;
+  Table rows;
+  auto n = [](int v) { return std::to_string(v); };
   for (const FixtureLink& l : links) {
-    auto n = [](int v) { return std::to_string(v); };
-    rows.push_back({l.pkey, l.host, n(l.ssl), l.sharefile, l.useraddr, l.filesize, n(l.createtic),
-                    n(l.expire), l.creator, l.accesscode, n(l.download_count), n(l.download_limit), l.misc,
-                    l.create_date, l.create_time, l.title, l.description, n(l.type), l.link_name});
+    rows.push_back({l.pkey, l.host, n(l.ssl), l.sharefile, l.useraddr, l.filesize, n(l.createtic), n(l.expire),
+                    l.creator, l.accesscode, n(l.download_count), n(l.download_limit), l.misc, l.create_date,
+                    l.create_time, l.title, l.description, n(l.type), l.link_name});
   }
-  insert_rows(root,
-              "INSERT INTO SHARELINK_EVENT (pkey, host, ssl, sharefile, useraddr, filesize, createtic, "
-              "expire, creator, accesscode, download_count, download_limit, misc, create_date, "
-              "create_time, title, description, type, link_name) VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, "
-              "?9, ?10, ?11, ?12, ?13, COALESCE(NULLIF(?14, ''), CURRENT_DATE), "
-              "COALESCE(NULLIF(?15, ''), CURRENT_TIME), ?16, ?17, ?18, ?19);",
+  insert_rows(root, "SHARELINK_EVENT",
+              "pkey, host, ssl, sharefile, useraddr, filesize, createtic, expire, creator, accesscode, "
+              "download_count, download_limit, misc, create_date, create_time, title, description, type, link_name",
+              "?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9, ?10, ?11, ?12, ?13, COALESCE(NULLIF(?14, ''), CURRENT_DATE), "
+              "COALESCE(NULLIF(?15, ''), CURRENT_TIME), ?16, ?17, ?18, ?19",
               rows);
 }
 
@@ -118,25 +104,24 @@ void insert_numbered_links(const ApplianceRoot& root, int n, const std::string& 
 }
 
 void insert_fids(const ApplianceRoot& root, const std::vector<FixtureFid>& fids) {
-  std::vector<std::vector<std::string>> rows;
+  Table rows;
   for (const FixtureFid& f : fids) rows.push_back({f.pkey, f.fid, f.sharefile});
-  insert_rows(root, "INSERT INTO SHARELINK_FID (pkey, fid, sharefile) VALUES (?1, ?2, ?3);", rows);
+  insert_rows(root, "SHARELINK_FID", "pkey, fid, sharefile", "?1, ?2, ?3", rows);
 }
 
 void insert_users(const ApplianceRoot& root, const std::vector<FixtureUser>& users) {
-  std::vector<std::vector<std::string>> rows;
+  Table rows;
   for (const FixtureUser& u : users) rows.push_back({u.pkey, u.user, u.description, u.email});
-  insert_rows(root, "INSERT INTO SHARELINK_USER (pkey, user, description, email) VALUES (?1, ?2, ?3, ?4);",
-              rows);
+  insert_rows(root, "SHARELINK_USER", "pkey, user, description, email", "?1, ?2, ?3, ?4", rows);
 }
 
-std::vector<std::vector<std::string>> store_rows(const ApplianceRoot& root, const std::string& sql) {
+Table store_rows(const ApplianceRoot& root, const std::string& sql) {
   Db db(root);
-  std::vector<std::vector<std::string>> rows;
+  Table rows;
   auto add = [](void* out, int n, char** values, char**) {
     std::vector<std::string> row;
     for (int i = 0; i < n; ++i) row.emplace_back(values[i] ? values[i] : kFixtureNull);
-    static_cast<std::vector<std::vector<std::string>>*>(out)->push_back(std::move(row));
+    static_cast<Table*>(out)->push_back(std::move(row));
     return 0;
   };
   if (sqlite3_exec(db.db, sql.c_str(), add, &rows, nullptr) != SQLITE_OK) db.fail(sql);
