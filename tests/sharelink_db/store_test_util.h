@@ -18,15 +18,15 @@
 
 using Rows = std::vector<std::vector<std::string>>;
 using Strings = std::vector<std::string>;
+using Ints = std::vector<int>;  // results of calls made in order, compared at once
 
 inline int& sleep_calls() {
   static int calls = 0;
   return calls;
 }
 
-// A record's text field, set.
 template <size_t N>
-void put(char (&field)[N], const char* text) {
+void put(char (&field)[N], const char* text) {  // a record's text field
   snprintf(field, N, "%s", text);
 }
 
@@ -37,10 +37,7 @@ class StoreTest : public ::testing::Test {
     sleep_calls() = 0;
     os.usleep = [](useconds_t) { return ++sleep_calls(), 0; };
   }
-  void TearDown() override {
-    sf_release_parked_connections();
-    os_reset();
-  }
+  void TearDown() override { sf_release_parked_connections(), os_reset(); }
   // Points the store at a path whose folder does not exist: every open fails.
   void make_store_unopenable() { configure("[Depot]\nShare_Link_Db = /nowhere/at/all/x.db\n"); }
   void configure(const std::string& text) {
