@@ -25,6 +25,14 @@ Strings column(const ApplianceRoot& root, const std::string& sql) {
   for (const auto& row : store_rows(root, sql)) out.push_back(row[0]);
   return out;
 }
+// The rc of a select (filtered unless `f` is null), then the keys it read.
+std::string selected(const ShareLinkRecord* f, int sort, int start, int end) {
+  Strings keys;
+  int rc = f ? sf_event_select_filter(collect<0>, f, sort, start, end, &keys) : sf_event_select(collect<0>, sort, start, end, &keys);
+  std::string s = std::to_string(rc) + ":";
+  for (size_t i = 0; i < keys.size(); ++i) s += (i ? " " : "") + keys[i];
+  return s;
+}
 Strings keys_of(const ApplianceRoot& root, const std::string& where = "") {
   return column(root, "SELECT pkey FROM SHARELINK_EVENT " + where + " ORDER BY rowid");
 }
@@ -82,6 +90,7 @@ TEST_F(StoreTest, EveryFilterFieldTakesPart) {
   }
 }
 
+// Every code names real columns, in both selects and the file-count select.
 TEST_F(StoreTest, SortCodes) {
   make_store(root);
   std::vector<FixtureLink> links = {{"a", "h2"}, {"b", "h3"}, {"c", "h1"}};
@@ -90,62 +99,45 @@ TEST_F(StoreTest, SortCodes) {
   for (int i = 0; i < 3; ++i) links[i].create_date = dates[i], links[i].create_time = times[i], links[i].link_name = "zxy"[i];
   insert_links(root, links);
   ShareLinkRecord f = empty_filter();
-  // Every code names real columns, in both selects and the file-count select.
-  for (int sort = 0; sort <= 37; ++sort) {
-    EXPECT_EQ(0, sf_event_select(nullptr, sort, 0, 0, nullptr)) << sort;
-    EXPECT_EQ(0, sf_event_select_filter(nullptr, &f, sort, 0, 0, nullptr)) << sort;
-    EXPECT_EQ(0, sf_event_fid_count_select(nullptr, sort, 0, 0, nullptr)) << sort;
+  for (int sort = -1; sort <= 38; ++sort) {
+    int rc = sort < 0 || sort > 37 ? -11 : 0;
+    EXPECT_EQ((Ints{rc, rc, 0}), (Ints{sf_event_select(nullptr, sort, 0, 0, nullptr),
+                                       sf_event_select_filter(nullptr, &f, sort, 0, 0, nullptr),
+                                       sf_event_fid_count_select(nullptr, sort < 0 || sort > 37 ? 0 : sort, 0, 0, nullptr)}))
+        << sort;
   }
-  for (int bad : {-1, 38}) {
-    EXPECT_EQ(-11, sf_event_select(nullptr, bad, 0, 0, nullptr));
-    EXPECT_EQ(-11, sf_event_select_filter(nullptr, &f, bad, 0, 0, nullptr));
-  }
-  const std::tuple<int, bool, const char*> cases[] = {{2, false, "cab"}, {3, true, "bac"}, {26, true, "cba"},
-                                                      {27, true, "abc"}, {28, true, "acb"}, {36, false, "bca"},
-                                                      {37, true, "acb"}, {26, false, "abc"}};
-  for (const auto& c : cases) {
-    Strings keys;
-    EXPECT_EQ(0, std::get<1>(c) ? sf_event_select_filter(collect<0>, &f, std::get<0>(c), 0, 0, &keys)
-                                : sf_event_select(collect<0>, std::get<0>(c), 0, 0, &keys));
-    std::string joined;
-    for (const auto& k : keys) joined += k;
-    EXPECT_EQ(std::get<2>(c), joined) << std::get<0>(c) << " " << std::get<1>(c);
-  }
+  const std::tuple<int, const ShareLinkRecord*, const char*> cases[] = {
+      {2, nullptr, "0:c a b"}, {3, &f, "0:b a c"}, {26, &f, "0:c b a"}, {27, &f, "0:a b c"},
+      {28, &f, "0:a c b"},     {36, nullptr, "0:b c a"}, {37, &f, "0:a c b"}, {26, nullptr, "0:a b c"}};
+  for (const auto& c : cases) EXPECT_EQ(std::get<2>(c), selected(std::get<1>(c), std::get<0>(c), 0, 0)) << std::get<0>(c);
 }
 
-// Paging of both selects; an empty filter (ssl 2: any) covers the whole table.
+// Paging of both selects; an empty filter (ssl 2 or -1: any) covers the whole table.
 TEST_F(StoreTest, PagingAndTheEmptyFilter) {
   make_store(root);
   insert_numbered_links(root, 20);
   ShareLinkRecord f = empty_filter();
-  f.ssl = 2;
-  const std::tuple<bool, int, int, int, const char*> cases[] = {  // filtered, sort, start, end: first..last
-      {false, 0, 5, 15, "key00005..key00014 10"}, {true, 1, 0, 3, "key00019..key00017 3"},
-      {false, 0, 0, 0, "key00000..key00019 20"},  {true, 0, 0, 0, "key00000..key00019 20"}, {false, 0, 5, 5, ""}};
+  const std::tuple<const ShareLinkRecord*, int, int, int, const char*> cases[] = {
+      {nullptr, 0, 5, 8, "0:key00005 key00006 key00007"}, {&f, 1, 0, 3, "0:key00019 key00018 key00017"},
+      {nullptr, 0, 5, 5, "0:"}, {nullptr, 0, 3, 2, "-11:"}, {nullptr, 0, -1, 0, "-11:"}, {nullptr, 0, 0, -1, "-11:"},
+      {&f, 0, 3, 2, "-11:"}, {&f, 0, -1, 0, "-11:"}, {&f, 0, 0, -1, "-11:"}};
   for (const auto& c : cases) {
-    Strings k;
-    ASSERT_EQ(0, std::get<0>(c) ? sf_event_select_filter(collect<0>, &f, std::get<1>(c), std::get<2>(c), std::get<3>(c), &k)
-                                : sf_event_select(collect<0>, std::get<1>(c), std::get<2>(c), std::get<3>(c), &k));
-    EXPECT_EQ(std::get<4>(c), k.empty() ? "" : k.front() + ".." + k.back() + " " + std::to_string(k.size()));
+    EXPECT_EQ(std::get<4>(c), selected(std::get<0>(c), std::get<1>(c), std::get<2>(c), std::get<3>(c)))
+        << std::get<2>(c) << ".." << std::get<3>(c);
   }
-  Strings keys;
-  for (auto range : {std::make_pair(3, 2), std::make_pair(-1, 0), std::make_pair(0, -1)}) {
-    EXPECT_EQ(-11, sf_event_select(collect<0>, 0, range.first, range.second, &keys));
-    EXPECT_EQ(-11, sf_event_select_filter(collect<0>, &f, 0, range.first, range.second, &keys));
-  }
-  for (auto c : {std::make_pair(0, 20), std::make_pair(1, 0), std::make_pair(-1, 20), std::make_pair(2, 20)}) {
-    f.ssl = c.first;
-    EXPECT_EQ(c.second, sf_event_count_filter(&f)) << c.first;
-  }
-  EXPECT_EQ(0, sf_event_delete_filter(&f));
-  EXPECT_EQ(0, sf_event_count());
+  Strings all;
+  ASSERT_EQ(0, sf_event_select(collect<0>, 0, 0, 0, &all));
+  EXPECT_EQ(20u, all.size());
+  Ints counts;
+  for (int ssl : {0, 1, -1, 2}) f.ssl = ssl, counts.push_back(sf_event_count_filter(&f));
+  EXPECT_EQ((Ints{20, 0, 20, 20}), counts);
+  EXPECT_EQ((Ints{0, 0}), (Ints{sf_event_delete_filter(&f), sf_event_count()}));
 }
 
 TEST_F(StoreTest, ChecksComeBeforeTheStoreIsOpened) {
   make_store_unopenable();
   ShareLinkRecord r = empty_filter();
-  EXPECT_EQ(-20, sf_event_count_filter(&r));
-  EXPECT_EQ(-20, sf_event_count());
+  EXPECT_EQ((Ints{-20, -20}), (Ints{sf_event_count_filter(&r), sf_event_count()}));
   // Texts that fill their whole buffer (no terminator) are over the bound;
   // the delete does not check title and description.
   const std::pair<char*, size_t> texts[] = {
@@ -156,27 +148,23 @@ TEST_F(StoreTest, ChecksComeBeforeTheStoreIsOpened) {
   for (const auto& c : texts) {
     r = empty_filter();
     memset(c.first, 'a', c.second);
-    for (int rc : {sf_event_count_filter(&r), sf_event_insert(&r), sf_event_update(&r)}) EXPECT_EQ(-10, rc);
-    EXPECT_EQ(c.first != r.title && c.first != r.description ? -10 : -20, sf_event_delete_filter(&r));
+    EXPECT_EQ((Ints{-10, -10, -10, c.first != r.title && c.first != r.description ? -10 : -20}),
+              (Ints{sf_event_count_filter(&r), sf_event_insert(&r), sf_event_update(&r), sf_event_delete_filter(&r)}));
   }
   r = empty_filter();
-  memset(r.create_date, '1', sizeof r.create_date);
-  EXPECT_EQ(-10, sf_event_count_filter(&r));
-  EXPECT_EQ(-20, sf_event_insert(&r));  // not inserted, not checked
+  memset(r.create_date, '1', sizeof r.create_date);  // not inserted, not checked there
+  EXPECT_EQ((Ints{-10, -20}), (Ints{sf_event_count_filter(&r), sf_event_insert(&r)}));
   r = empty_filter();
   r.ssl = 3;
-  for (int rc : {sf_event_count_filter(&r), sf_event_select_filter(nullptr, &r, 0, 0, 0, nullptr),
-                 sf_event_insert(&r), sf_event_delete_filter(&r)}) {
-    EXPECT_EQ(-11, rc);
-  }
+  EXPECT_EQ((Ints{-11, -11, -11, -11}), (Ints{sf_event_count_filter(&r), sf_event_select_filter(nullptr, &r, 0, 0, 0, nullptr),
+                                              sf_event_insert(&r), sf_event_delete_filter(&r)}));
   r = empty_filter();
-  r.expire = 100, r.createtic = 200;
-  for (int rc : {sf_event_count_filter(&r), sf_event_insert(&r), sf_event_update(&r), sf_event_delete_filter(&r),
-                 sf_event_select(nullptr, 38, 0, 0, nullptr), sf_event_delete_by_field(19, "x"),
-                 sf_event_delete_by_field(0, nullptr), sf_event_count_filter(nullptr)}) {
-    EXPECT_EQ(-11, rc);
-  }
-  EXPECT_EQ(-20, sf_event_select_filter(nullptr, &r, 0, 0, 0, nullptr));  // not checked there
+  r.expire = 100, r.createtic = 200;  // expiring before creation: the select does not check it
+  EXPECT_EQ((Ints{-11, -11, -11, -11, -11, -11, -11, -11, -20}),
+            (Ints{sf_event_count_filter(&r), sf_event_insert(&r), sf_event_update(&r), sf_event_delete_filter(&r),
+                  sf_event_select(nullptr, 38, 0, 0, nullptr), sf_event_delete_by_field(19, "x"),
+                  sf_event_delete_by_field(0, nullptr), sf_event_count_filter(nullptr),
+                  sf_event_select_filter(nullptr, &r, 0, 0, 0, nullptr)}));
   r = empty_filter();  // no target: refused without the store
   r.expire = 5;
   EXPECT_EQ(-28, sf_event_update(&r));
@@ -204,30 +192,25 @@ TEST_F(StoreTest, InsertStoresEachFieldAndNullsReadBackAsDefaults) {
   ASSERT_EQ(0, sf_event_select(sf_fill_record_single, 0, 0, 0, n.get()));
   EXPECT_EQ((Strings{"----", "localhost", "----", "none@none", "0", "UNKNOWN", "mine"}),
             (Strings{n->pkey, n->host, n->sharefile, n->useraddr, n->filesize, n->creator, n->reserved_key}));
-  for (const char* t : {n->accesscode, n->misc, n->create_date, n->create_time, n->title, n->description, n->link_name})
-    EXPECT_STREQ("----", t);
-  for (int32_t v : {n->ssl, n->reserved_size, n->createtic, n->expire, n->download_count, n->download_limit,
-                    n->type, n->trailing_a, n->trailing_b})
-    EXPECT_EQ(0, v);
+  EXPECT_EQ(Strings(7, "----"), (Strings{n->accesscode, n->misc, n->create_date, n->create_time, n->title,
+                                          n->description, n->link_name}));
+  EXPECT_EQ(Ints(9, 0), (Ints{n->ssl, n->reserved_size, n->createtic, n->expire, n->download_count, n->download_limit,
+                              n->type, n->trailing_a, n->trailing_b}));
 }
 
 TEST_F(StoreTest, RowReadersFillArraysAndSkipOtherShapes) {
   make_store(root);
   insert_numbered_links(root, 3);
   insert_fids(root, {{"key00001", "f", "/p"}});
-  std::vector<ShareLinkRecord> rows(3);
+  std::vector<ShareLinkRecord> rows(3), two(2);
   sf_record_array_count = 0, sf_clean_array_count = 0;
-  ASSERT_EQ(0, sf_event_select(sf_fill_record_array, 1, 0, 0, rows.data()));
-  EXPECT_EQ(3, sf_record_array_count);
-  EXPECT_EQ(0, sf_clean_array_count);
-  EXPECT_STREQ("key00002", rows[0].pkey);
-  EXPECT_STREQ("00:00:00", rows[2].create_time);
-  ASSERT_EQ(0, sf_event_fid_count_select(sf_fill_record_array_clean, 0, 0, 0, rows.data()));
-  EXPECT_EQ(0, sf_clean_array_count);  // twenty columns: not a link row
-  SfRecordArray bounded{rows.data(), 2, 0, 0};
-  ASSERT_EQ(0, sf_event_select(sf_fill_record_bounded, 0, 0, 0, &bounded));
-  EXPECT_EQ(2, bounded.count);
-  EXPECT_EQ(1, bounded.overflow);
+  SfRecordArray bounded{two.data(), 2, 0, 0};
+  // The file-count select's rows have twenty columns: not link rows.
+  EXPECT_EQ((Ints{0, 3, 0, 0, 0, 2, 1}),
+            (Ints{sf_event_select(sf_fill_record_array, 1, 0, 0, rows.data()), sf_record_array_count,
+                  sf_event_fid_count_select(sf_fill_record_array_clean, 0, 0, 0, rows.data()), sf_clean_array_count,
+                  sf_event_select(sf_fill_record_bounded, 0, 0, 0, &bounded), bounded.count, bounded.overflow}));
+  EXPECT_EQ((Strings{"key00002", "00:00:00", "key00001"}), (Strings{rows[0].pkey, rows[2].create_time, two[1].pkey}));
 }
 
 TEST_F(StoreTest, UpdateTargets) {
@@ -235,13 +218,10 @@ TEST_F(StoreTest, UpdateTargets) {
   std::vector<FixtureLink> links = {{"a"}, {"b"}, {"c"}};
   links[1].misc = "----";
   insert_links(root, links);
-  ShareLinkRecord r = empty_filter();
-  put(r.pkey, "a"), put(r.title, "T'");
+  ShareLinkRecord r = empty_filter(), key = empty_filter();
+  put(r.pkey, "a"), put(r.title, "T'"), put(key.pkey, "a");
   r.expire = 9, r.ssl = 1;
-  ASSERT_EQ(0, sf_event_update(&r));
-  r = empty_filter();  // key alone: nothing to set, the statement fails
-  put(r.pkey, "a");
-  EXPECT_EQ(-28, sf_event_update(&r));
+  EXPECT_EQ((Ints{0, -28}), (Ints{sf_event_update(&r), sf_event_update(&key)}));  // key alone: nothing to set
   EXPECT_EQ((Rows{{"a", "9", "1", "T'"}, {"b", "0", "0", ""}, {"c", "0", "0", ""}}),
             store_rows(root, "SELECT pkey, expire, ssl, title FROM SHARELINK_EVENT ORDER BY pkey"));
   r = empty_filter();  // no key: type alone changes every row; misc first changes the "----" rows
@@ -268,16 +248,13 @@ TEST_F(StoreTest, UpdateListAppliesEachRecordInOneTransaction) {
   nodes[1].record.host[0] = '\0';
   memset(nodes[1].record.accesscode, 'x', sizeof nodes[1].record.accesscode);
   nodes[0].record.expire = 8;
-  EXPECT_EQ(-28, sf_event_update_list(3, &nodes[0]));
+  EXPECT_EQ((Ints{-28, 0}), (Ints{sf_event_update_list(3, &nodes[0]), sf_parked_connection_count()}));
   EXPECT_EQ((Strings{"a"}), keys_of(root, "WHERE expire = 7"));
-  EXPECT_EQ(0, sf_parked_connection_count());
   // One that cannot be prepared leaves its connection open until the next operation.
   store_exec(root, "DROP TABLE SHARELINK_EVENT; CREATE TABLE SHARELINK_EVENT ( pkey TEXT, host TEXT );");
   nodes[0].next = nullptr;
-  EXPECT_EQ(-28, sf_event_update_list(1, &nodes[0]));
-  EXPECT_EQ(1, sf_parked_connection_count());
-  EXPECT_EQ(0, sf_event_count());
-  EXPECT_EQ(0, sf_parked_connection_count());
+  EXPECT_EQ((Ints{-28, 1, 0, 0}), (Ints{sf_event_update_list(1, &nodes[0]), sf_parked_connection_count(),
+                                        sf_event_count(), sf_parked_connection_count()}));
 }
 
 TEST_F(StoreTest, DeleteByField) {
@@ -290,11 +267,9 @@ TEST_F(StoreTest, DeleteByField) {
     bool integer = field == 2 || field == 6 || field == 7 || field == 10 || field == 11 || field == 17;
     EXPECT_EQ(0, sf_event_delete_by_field(field, integer ? static_cast<const void*>(&none) : "none")) << field;
   }
-  EXPECT_EQ(4, sf_event_count());
-  EXPECT_EQ(0, sf_event_delete_by_field(7, &when));  // expire: set and before
+  EXPECT_EQ((Ints{4, 0}), (Ints{sf_event_count(), sf_event_delete_by_field(7, &when)}));  // expire: set and before
   EXPECT_EQ((Strings{"b", "c", "d"}), keys_of(root));
-  EXPECT_EQ(0, sf_event_delete_by_field(2, &ssl));
-  EXPECT_EQ(0, sf_event_delete_by_field(0, "b"));
+  EXPECT_EQ((Ints{0, 0}), (Ints{sf_event_delete_by_field(2, &ssl), sf_event_delete_by_field(0, "b")}));
   EXPECT_EQ((Strings{"c"}), keys_of(root));
 }
 
@@ -306,15 +281,13 @@ TEST_F(StoreTest, DeleteByFilterIgnoresAFailedCommitAndPlainStatementsRun) {
   ASSERT_EQ(SQLITE_OK, sqlite3_exec(reader, "BEGIN; SELECT COUNT(*) FROM SHARELINK_EVENT;", nullptr, nullptr, nullptr));
   ShareLinkRecord f = empty_filter();
   put(f.pkey, "a");
-  EXPECT_EQ(0, sf_event_delete_filter(&f));
-  EXPECT_EQ(-27, sf_event_delete_by_field(0, "a"));
+  EXPECT_EQ((Ints{0, -27}), (Ints{sf_event_delete_filter(&f), sf_event_delete_by_field(0, "a")}));
   sqlite3_exec(reader, "COMMIT;", nullptr, nullptr, nullptr);
   sqlite3_close(reader);
-  EXPECT_EQ(2, sf_event_count());  // neither delete was kept
-  EXPECT_EQ(0, sf_exec_sql("UPDATE SHARELINK_EVENT SET misc = '100%%';"));
+  // Neither delete was kept. Plain statements: 1 is SQLITE_ERROR.
+  EXPECT_EQ((Ints{2, 0, 1, -11}), (Ints{sf_event_count(), sf_exec_sql("UPDATE SHARELINK_EVENT SET misc = '100%%';"),
+                                        sf_exec_sql("no such statement"), sf_exec_sql("SELECT '%s';")}));
   EXPECT_EQ((Strings{"a", "b"}), keys_of(root, "WHERE misc = '100%'"));
-  EXPECT_EQ(1, sf_exec_sql("no such statement"));  // SQLITE_ERROR
-  EXPECT_EQ(-11, sf_exec_sql("SELECT '%s';"));
 }
 
 }  // namespace
