@@ -17,51 +17,44 @@ RunResult ctl(const ApplianceRoot& root, const std::vector<std::string>& args,
               const std::map<std::string, std::string>& env = {}) {
   return run_program(ctl_binary(), args, root, env);
 }
-
-// A store of an older release: fewer columns, two old indexes, no trigger;
-// a link with a file and a recipient, and the file of a link that is gone.
-void make_old_store(const ApplianceRoot& root) {
-  store_exec(root,
-             "CREATE TABLE SHARELINK_EVENT ( pkey TEXT, host TEXT, ssl INTEGER, sharefile TEXT, "
-             "useraddr TEXT, filesize TEXT, createtic INTEGER, expire INTEGER, creator TEXT, "
-             "accesscode TEXT, download_count INTEGER, download_limit INTEGER, misc TEXT, "
-             "create_date TEXT, create_time TEXT);"
-             "CREATE TABLE SHARELINK_FID ( pkey TEXT, fid TEXT );"
-             "CREATE TABLE SHARELINK_USER ( pkey TEXT, user TEXT );"
-             "CREATE INDEX idx_host on SHARELINK_EVENT(host); CREATE INDEX idx_misc on SHARELINK_EVENT(misc);"
-             "INSERT INTO SHARELINK_EVENT VALUES ('k1', 'h', 1, '/share/A', 'u@x', '12', 5, 7, 'bob', 'c', "
-             "2, 3, 'm', '2020-01-01', '10:00:00');"
-             "INSERT INTO SHARELINK_FID VALUES ('k1', 'f1'); INSERT INTO SHARELINK_FID VALUES ('gone', 'f2');"
-             "INSERT INTO SHARELINK_USER VALUES ('k1', 'amy');");
-}
-
-// Tables with their columns, and (for a new store) the indexes.
-Rows schema(const ApplianceRoot& root, const std::string& types) {
-  return store_rows(root, "SELECT name, (SELECT group_concat(name) FROM pragma_table_info(m.name)) FROM "
-                          "sqlite_master m WHERE type IN (" + types + ") ORDER BY name");
+// Status, then standard error (standard output must stay empty).
+std::string status_err(const RunResult& r) {
+  return std::to_string(r.status) + (r.out.empty() ? " " : " stdout! ") + r.err;
 }
 
 // init makes a missing store (no trigger yet), sets a broken one aside, and
-// upgrades an old one: the new store's tables and columns, the rows kept but
-// the file rows of vanished links, the old indexes dropped, the trigger made.
+// upgrades one of an older release (fewer columns, two old indexes): the new
+// store's tables, the rows kept but the file rows of vanished links, the old
+// indexes dropped, the trigger made; a second init changes nothing.
 TEST(CtlStore, InitMakesSetsAsideOrUpgrades) {
   ApplianceRoot made;
   make_store(made);
   const std::string n = kFixtureNull;
-  for (const char* c : {"missing", "broken", "old"}) {
-    SCOPED_TRACE(c);
-    const std::string kind = c;
+  auto schema = [](const ApplianceRoot& root, const std::string& types) {
+    return store_rows(root, "SELECT name, (SELECT group_concat(name) FROM pragma_table_info(m.name)), (SELECT "
+                            "COUNT(*) FROM sqlite_master WHERE type = 'trigger') FROM sqlite_master m WHERE type IN (" +
+                                types + ") ORDER BY name");
+  };
+  for (const std::string kind : {"missing", "broken", "old"}) {
+    SCOPED_TRACE(kind);
     ApplianceRoot root;
     if (kind == "broken") root.write(kDb, std::string(2048, '#'));
-    if (kind == "old") make_old_store(root);
-    RunResult r = ctl(root, {"init"});
-    EXPECT_EQ(0, r.status);
-    EXPECT_EQ("", r.out);
-    EXPECT_EQ(kind != "broken" ? "" : "sharelinkctl init: " + kDb + " could not be initialised; set aside as " +
-                                          kDb + ".1, new store made\n", r.err);
-    const std::string types = kind == "old" ? "'table'" : "'table', 'index'";
-    EXPECT_EQ(schema(made, types), schema(root, types));
-    EXPECT_EQ(kind == "old" ? "1" : "0", store_value(root, "SELECT COUNT(*) FROM sqlite_master WHERE type = 'trigger'"));
+    if (kind == "old") {
+      store_exec(root,
+                 "CREATE TABLE SHARELINK_EVENT ( pkey TEXT, host TEXT, ssl INTEGER, sharefile TEXT, useraddr TEXT, "
+                 "filesize TEXT, createtic INTEGER, expire INTEGER, creator TEXT, accesscode TEXT, download_count "
+                 "INTEGER, download_limit INTEGER, misc TEXT, create_date TEXT, create_time TEXT);"
+                 "CREATE TABLE SHARELINK_FID ( pkey TEXT, fid TEXT ); CREATE TABLE SHARELINK_USER ( pkey TEXT, user TEXT );"
+                 "CREATE INDEX idx_host on SHARELINK_EVENT(host); CREATE INDEX idx_misc on SHARELINK_EVENT(misc);"
+                 "INSERT INTO SHARELINK_EVENT VALUES ('k1', 'h', 1, '/share/A', 'u@x', '12', 5, 7, 'bob', 'c', 2, 3, "
+                 "'m', '2020-01-01', '10:00:00'); INSERT INTO SHARELINK_FID VALUES ('k1', 'f1'), ('gone', 'f2');"
+                 "INSERT INTO SHARELINK_USER VALUES ('k1', 'amy');");
+    }
+    EXPECT_EQ(kind != "broken" ? "0 " : "0 sharelinkctl init: " + kDb + " could not be initialised; set aside as " +
+                                            kDb + ".1, new store made\n", status_err(ctl(root, {"init"})));
+    Rows want = schema(made, kind == "old" ? "'table'" : "'table', 'index'");
+    for (auto& row : want) row[2] = kind == "old" ? "1" : "0";
+    EXPECT_EQ(want, schema(root, kind == "old" ? "'table'" : "'table', 'index'"));
     EXPECT_TRUE(root.exists("/tmp/kdx_shareLink_flock.lock"));
     EXPECT_EQ(kind == "broken" ? std::string(2048, '#') : "", root.read(kDb + ".1"));
     if (kind != "old") continue;
@@ -70,22 +63,21 @@ TEST(CtlStore, InitMakesSetsAsideOrUpgrades) {
                      "10:00:00", n, n, n, n, "k1", "f1", n, "k1", "amy", n, n}}),
               store_rows(root, "SELECT * FROM SHARELINK_EVENT, SHARELINK_FID, SHARELINK_USER"));
     EXPECT_EQ("0", store_value(root, "SELECT COUNT(*) FROM sqlite_master WHERE name IN ('idx_host', 'idx_misc')"));
-    EXPECT_EQ(0, ctl(root, {"init"}).status);
-    EXPECT_EQ("1", store_value(root, "SELECT COUNT(*) FROM SHARELINK_FID"));
+    EXPECT_EQ("0 ", status_err(ctl(root, {"init"})));
+    EXPECT_EQ(want, schema(root, "'table'"));
   }
 }
 
+// Reported on standard error and, with the user, twice in the debug log.
 TEST(CtlStore, AStoreThatCannotBeMadeFailsAndIsReported) {
   ApplianceRoot root;
   root.write("/etc/config/Korvix.conf", "[Depot]\nShare_Link_Db = /nowhere/x.db\n");
-  RunResult r = ctl(root, {"init"});
-  EXPECT_EQ(1, r.status);
-  EXPECT_EQ("sharelinkctl init: the store could not be made: -20 (the store could not be opened)\n", r.err);
+  EXPECT_EQ("1 sharelinkctl init: the store could not be made: -20 (the store could not be opened)\n",
+            status_err(ctl(root, {"init"})));
   EXPECT_FALSE(root.exists("/tmp/debug.log"));
-  r = ctl(root, {"list", "--user", "amy"}, {{"SHARELINK_DEBUG_LEVEL", "9"}, {"SHARELINK_DEBUG_FILE", "/tmp/debug.log"}});
-  EXPECT_EQ(1, r.status);
-  EXPECT_EQ("sharelinkctl list: the links could not be read: -20 (the store could not be opened)\n", r.err);
-  // The failure reaches the debug log, with the user, in both of its forms.
+  EXPECT_EQ("1 sharelinkctl list: the links could not be read: -20 (the store could not be opened)\n",
+            status_err(ctl(root, {"list", "--user", "amy"},
+                           {{"SHARELINK_DEBUG_LEVEL", "9"}, {"SHARELINK_DEBUG_FILE", "/tmp/debug.log"}})));
   std::string log = root.read("/tmp/debug.log");
   const std::string line = ", DB OPEN ERROR, Ret=-20, Ssid=amy\n";
   size_t first = log.find(line);
@@ -97,17 +89,15 @@ TEST(CtlStore, AStoreThatCannotBeMadeFailsAndIsReported) {
 TEST(CtlStore, AddAndList) {
   ApplianceRoot root;
   ASSERT_EQ(0, ctl(root, {"init"}).status);
-  RunResult r = ctl(root, {"add", "k2", "/share/Public/b c.txt", "--creator", "Mirra:bob", "--host", "nas.example",
-                           "--ssl", "1", "--expire", "2000", "--createtic", "1000", "--link-name", "tab\there",
-                           "--title", "T", "--accesscode", "secret", "--useraddr", "x@y", "--fid",
-                           "101:/share/Public/b c.txt", "--fid", "102:/share/Public/d", "--recipient",
-                           "amy:amy@x.example"});
-  EXPECT_EQ(0, r.status) << r.err;
-  EXPECT_EQ("", r.out);
-  EXPECT_EQ(0, ctl(root, {"add", "k1", "/share/Data"}).status);
-  EXPECT_EQ(0, ctl(root, {"add", "k3", "/share/Bob", "--creator", "bob"}).status);
+  EXPECT_EQ("0 ", status_err(ctl(root, {"add", "k2", "/share/Public/b c.txt", "--creator", "Mirra:bob", "--host",
+                                        "nas.example", "--ssl", "1", "--expire", "2000", "--createtic", "1000",
+                                        "--link-name", "tab\there", "--title", "T", "--accesscode", "secret",
+                                        "--useraddr", "x@y", "--fid", "101:/share/Public/b c.txt", "--fid",
+                                        "102:/share/Public/d", "--recipient", "amy:amy@x.example"})));
+  EXPECT_EQ("0 ", status_err(ctl(root, {"add", "k1", "/share/Data"})));
+  EXPECT_EQ("0 ", status_err(ctl(root, {"add", "k3", "/share/Bob", "--creator", "bob"})));
   const std::string k2 = "k2\tMirra:bob\t2000\t/share/Public/b c.txt\ttab\\there\n", k3 = "k3\tbob\t0\t/share/Bob\t\n";
-  r = ctl(root, {"list"});
+  RunResult r = ctl(root, {"list"});
   EXPECT_EQ(0, r.status);
   EXPECT_EQ("k1\tsystem\t0\t/share/Data\t\n" + k2 + k3, r.out);
   EXPECT_EQ(k2 + k3, ctl(root, {"list", "--user", "bob"}).out);
@@ -127,22 +117,18 @@ TEST(CtlStore, UsageErrorsAndStoreFailures) {
            {"add", "k1"}, {"add", "k1", "/p", "--colour", "red"}, {"add", "k1", "/p", "--ssl", "one"},
            {"add", "k1", "/p", "--expire"}, {"add", "k1", "/p", "--fid", "nocolon"}, {"add", std::string(41, 'k'), "/p"},
            {"list", "--user"}, {"list", "extra"}, {"init", "extra"}, {"relocate", "extra"}}) {
-    RunResult r = ctl(root, args);
-    EXPECT_EQ(2, r.status) << args[0] << " " << args.back();
-    EXPECT_EQ("", r.out);
-    EXPECT_NE(std::string::npos, r.err.find("usage: sharelinkctl " + args[0])) << r.err;
+    std::string got = status_err(ctl(root, args));
+    EXPECT_EQ(0u, got.find("2 ")) << got;
+    EXPECT_NE(std::string::npos, got.find("usage: sharelinkctl " + args[0])) << got;
   }
   RunResult r = ctl(root, {"add", "--help"});
   EXPECT_EQ(0, r.status);
   EXPECT_EQ(0u, r.out.find("usage: sharelinkctl add KEY SHAREFILE [--creator C]"));
-  r = ctl(root, {"add", "k1", "/p", "--ssl", "3"});
-  EXPECT_EQ(1, r.status);
-  EXPECT_EQ("sharelinkctl add: the link could not be added: -11 (bad parameter)\n", r.err);
+  EXPECT_EQ("1 sharelinkctl add: the link could not be added: -11 (bad parameter)\n",
+            status_err(ctl(root, {"add", "k1", "/p", "--ssl", "3"})));
   EXPECT_EQ(1, ctl(root, {"add", "k1", "/p", "--expire", "5", "--createtic", "9"}).status);
   ASSERT_EQ(0, ctl(root, {"add", "k1", "/p"}).status);
-  r = ctl(root, {"add", "k1", "/q"});
-  EXPECT_EQ(1, r.status);
-  EXPECT_EQ("sharelinkctl add: a link with key k1 exists already\n", r.err);
+  EXPECT_EQ("1 sharelinkctl add: a link with key k1 exists already\n", status_err(ctl(root, {"add", "k1", "/q"})));
   EXPECT_EQ("1", store_value(root, "SELECT COUNT(*) FROM SHARELINK_EVENT"));
 }
 
@@ -157,9 +143,8 @@ TEST(CtlStore, AddIsOneTransaction) {
     ASSERT_EQ(0, ctl(root, {"init"}).status);
     store_exec(root, std::string(c.first) + "CREATE TRIGGER no_deletes BEFORE DELETE ON SHARELINK_EVENT "
                                             "BEGIN SELECT RAISE(ABORT, 'x'); END;");
-    RunResult r = ctl(root, {"add", "k1", "/p", "--fid", "1:/p", "--recipient", "amy:a@x"});
-    EXPECT_EQ(1, r.status);
-    EXPECT_EQ("sharelinkctl add: the " + std::string(c.second) + " could not be added: -23 (an insert failed)\n", r.err);
+    EXPECT_EQ("1 sharelinkctl add: the " + std::string(c.second) + " could not be added: -23 (an insert failed)\n",
+              status_err(ctl(root, {"add", "k1", "/p", "--fid", "1:/p", "--recipient", "amy:a@x"})));
     EXPECT_EQ("0,0", store_value(root, "SELECT (SELECT COUNT(*) FROM SHARELINK_EVENT) || ',' || "
                                        "(SELECT COUNT(*) FROM SHARELINK_FID)"));
   }
@@ -184,8 +169,7 @@ TEST(CtlStore, InitSetsAsideOnlyADamagedStoreAndOnlyWhenTheRenameWorked) {
       // No file may grow: the trigger's re-creation cannot be written.
       r = run_program("/bin/sh", {"-c", "trap '' XFSZ; exec prlimit --fsize=0 \"$0\" init", ctl_binary()}, root);
     }
-    EXPECT_EQ(1, r.status);
-    EXPECT_EQ(0u, r.err.find("sharelinkctl init: " + kDb + " could not be initialised: ")) << r.err;
+    EXPECT_EQ(0u, status_err(r).find("1 sharelinkctl init: " + kDb + " could not be initialised: ")) << r.err;
     EXPECT_NE(std::string::npos, r.err.find(damaged ? "; it is damaged and could not be set aside\n"
                                                     : "; the file is kept\n")) << r.err;
     EXPECT_EQ(std::string::npos, r.err.find("set aside as"));
@@ -214,18 +198,17 @@ TEST(CtlStore, CleanUpFlagFallsBackBesideTheStore) {
   insert_links(root, {link("kept"), link("gone1")});
   auto blocked = [&](const std::string& flag) { root.mkdirs(flag + "/x"), root.set_mtime(flag, 1000); };
   blocked("/tmp/.kdx_sf_clean_flag");
-  const std::string keys = "SELECT group_concat(pkey) FROM (SELECT pkey FROM SHARELINK_EVENT ORDER BY pkey)";
-  auto list = [&] { EXPECT_EQ(0, run_program(tool_binary(), {"3", "-u", "ann"}, root).status); };
-  list();
-  EXPECT_EQ("kept", store_value(root, keys));
+  auto list_keys = [&] {
+    EXPECT_EQ(0, run_program(tool_binary(), {"3", "-u", "ann"}, root).status);
+    return store_value(root, "SELECT group_concat(pkey) FROM (SELECT pkey FROM SHARELINK_EVENT ORDER BY pkey)");
+  };
+  EXPECT_EQ("kept", list_keys());
   EXPECT_TRUE(root.exists(kDb + ".clean_flag"));
   insert_links(root, {link("gone2")});
-  list();
-  EXPECT_EQ("gone2,kept", store_value(root, keys));  // within the minute: no second pass
+  EXPECT_EQ("gone2,kept", list_keys());  // within the minute: no second pass
   root.remove(kDb + ".clean_flag");
   blocked(kDb + ".clean_flag");
-  list();
-  EXPECT_EQ("gone2,kept", store_value(root, keys));
+  EXPECT_EQ("gone2,kept", list_keys());
   EXPECT_NE(std::string::npos, root.read("/tmp/parceldeck.log").find("clean-up skipped")) << root.read("/tmp/parceldeck.log");
 }
 
@@ -233,19 +216,14 @@ TEST(CtlStore, CleanUpFlagFallsBackBesideTheStore) {
 TEST(CtlStore, Relocate) {
   ApplianceRoot root;
   ASSERT_EQ(0, ctl(root, {"init"}).status);
-  RunResult r = ctl(root, {"relocate"});
-  EXPECT_EQ(0, r.status);
-  EXPECT_EQ("", r.err);
+  EXPECT_EQ("0 ", status_err(ctl(root, {"relocate"})));
   root.write("/etc/config/Korvix.conf", "[Depot]\nShare_Link_Db = /mnt/usb/share_link.db\n[Storage]\nDefault Volume = /share/V1\n");
   root.write("/mnt/usb/share_link.db", "db");
   root.mkdirs("/share/V1/.@kdx/share_link_db");
   root.script("/bin/mv", "exit 1\n");
-  r = ctl(root, {"relocate"});
-  EXPECT_EQ(1, r.status);
-  EXPECT_EQ("sharelinkctl relocate: the store could not be relocated\n", r.err);
+  EXPECT_EQ("1 sharelinkctl relocate: the store could not be relocated\n", status_err(ctl(root, {"relocate"})));
   root.script("/bin/mv", "exec mv -f \"$SHARELINK_ROOT$2\" \"$SHARELINK_ROOT$3\"\n");
-  r = ctl(root, {"relocate"});
-  EXPECT_EQ(0, r.status) << r.err;
+  EXPECT_EQ("0 ", status_err(ctl(root, {"relocate"})));
   EXPECT_EQ("db", root.read("/share/V1/.@kdx/share_link_db/share_link.db"));
   EXPECT_NE(std::string::npos, root.read("/etc/config/Korvix.conf")
                                    .find("Share_Link_Db = /share/V1/.@kdx/share_link_db/share_link.db\n"));
