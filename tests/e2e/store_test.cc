@@ -27,8 +27,7 @@ std::string status_err(const RunResult& r) {
 // store's tables, the rows kept but the file rows of vanished links, the old
 // indexes dropped, the trigger made; a second init changes nothing.
 TEST(CtlStore, InitMakesSetsAsideOrUpgrades) {
-  ApplianceRoot made;
-  make_store(made);
+  ApplianceRoot made; make_store(made);
   const std::string n = kFixtureNull;
   auto schema = [](const ApplianceRoot& root, const std::string& types) {
     return store_rows(root, "SELECT name, (SELECT group_concat(name) FROM pragma_table_info(m.name)), (SELECT "
@@ -36,8 +35,7 @@ TEST(CtlStore, InitMakesSetsAsideOrUpgrades) {
                                 types + ") ORDER BY name");
   };
   for (const std::string kind : {"missing", "broken", "old"}) {
-    SCOPED_TRACE(kind);
-    ApplianceRoot root;
+    SCOPED_TRACE(kind); ApplianceRoot root;
     if (kind == "broken") root.write(kDb, std::string(2048, '#'));
     if (kind == "old") {
       store_exec(root,
@@ -63,8 +61,7 @@ TEST(CtlStore, InitMakesSetsAsideOrUpgrades) {
                      "10:00:00", n, n, n, n, "k1", "f1", n, "k1", "amy", n, n}}),
               store_rows(root, "SELECT * FROM SHARELINK_EVENT, SHARELINK_FID, SHARELINK_USER"));
     EXPECT_EQ("0", store_value(root, "SELECT COUNT(*) FROM sqlite_master WHERE name IN ('idx_host', 'idx_misc')"));
-    EXPECT_EQ("0 ", status_err(ctl(root, {"init"})));
-    EXPECT_EQ(want, schema(root, "'table'"));
+    EXPECT_EQ("0 ", status_err(ctl(root, {"init"}))); EXPECT_EQ(want, schema(root, "'table'"));
   }
 }
 
@@ -80,15 +77,13 @@ TEST(CtlStore, AStoreThatCannotBeMadeFailsAndIsReported) {
                            {{"SHARELINK_DEBUG_LEVEL", "9"}, {"SHARELINK_DEBUG_FILE", "/tmp/debug.log"}})));
   std::string log = root.read("/tmp/debug.log");
   const std::string line = ", DB OPEN ERROR, Ret=-20, Ssid=amy\n";
-  size_t first = log.find(line);
-  ASSERT_NE(std::string::npos, first) << log;
+  size_t first = log.find(line); ASSERT_NE(std::string::npos, first) << log;
   EXPECT_NE(std::string::npos, log.find(line, first + 1)) << log;
   EXPECT_EQ(0u, log.find("(pid=")) << log;
 }
 
 TEST(CtlStore, AddAndList) {
-  ApplianceRoot root;
-  ASSERT_EQ(0, ctl(root, {"init"}).status);
+  ApplianceRoot root; ASSERT_EQ(0, ctl(root, {"init"}).status);
   EXPECT_EQ("0 ", status_err(ctl(root, {"add", "k2", "/share/Public/b c.txt", "--creator", "Mirra:bob", "--host",
                                         "nas.example", "--ssl", "1", "--expire", "2000", "--createtic", "1000",
                                         "--link-name", "tab\there", "--title", "T", "--accesscode", "secret",
@@ -97,8 +92,7 @@ TEST(CtlStore, AddAndList) {
   EXPECT_EQ("0 ", status_err(ctl(root, {"add", "k1", "/share/Data"})));
   EXPECT_EQ("0 ", status_err(ctl(root, {"add", "k3", "/share/Bob", "--creator", "bob"})));
   const std::string k2 = "k2\tMirra:bob\t2000\t/share/Public/b c.txt\ttab\\there\n", k3 = "k3\tbob\t0\t/share/Bob\t\n";
-  RunResult r = ctl(root, {"list"});
-  EXPECT_EQ(0, r.status);
+  RunResult r = ctl(root, {"list"}); EXPECT_EQ(0, r.status);
   EXPECT_EQ("k1\tsystem\t0\t/share/Data\t\n" + k2 + k3, r.out);
   EXPECT_EQ(k2 + k3, ctl(root, {"list", "--user", "bob"}).out);
   EXPECT_EQ("", ctl(root, {"list", "--user", "amy"}).out);
@@ -111,18 +105,15 @@ TEST(CtlStore, AddAndList) {
 }
 
 TEST(CtlStore, UsageErrorsAndStoreFailures) {
-  ApplianceRoot root;
-  ASSERT_EQ(0, ctl(root, {"init"}).status);
+  ApplianceRoot root; ASSERT_EQ(0, ctl(root, {"init"}).status);
   for (const std::vector<std::string>& args : std::vector<std::vector<std::string>>{
            {"add", "k1"}, {"add", "k1", "/p", "--colour", "red"}, {"add", "k1", "/p", "--ssl", "one"},
            {"add", "k1", "/p", "--expire"}, {"add", "k1", "/p", "--fid", "nocolon"}, {"add", std::string(41, 'k'), "/p"},
            {"list", "--user"}, {"list", "extra"}, {"init", "extra"}, {"relocate", "extra"}}) {
-    std::string got = status_err(ctl(root, args));
-    EXPECT_EQ(0u, got.find("2 ")) << got;
+    std::string got = status_err(ctl(root, args)); EXPECT_EQ(0u, got.find("2 ")) << got;
     EXPECT_NE(std::string::npos, got.find("usage: sharelinkctl " + args[0])) << got;
   }
-  RunResult r = ctl(root, {"add", "--help"});
-  EXPECT_EQ(0, r.status);
+  RunResult r = ctl(root, {"add", "--help"}); EXPECT_EQ(0, r.status);
   EXPECT_EQ(0u, r.out.find("usage: sharelinkctl add KEY SHAREFILE [--creator C]"));
   EXPECT_EQ("1 sharelinkctl add: the link could not be added: -11 (bad parameter)\n",
             status_err(ctl(root, {"add", "k1", "/p", "--ssl", "3"})));
@@ -139,8 +130,7 @@ TEST(CtlStore, AddIsOneTransaction) {
       {"DROP TABLE SHARELINK_USER;", "recipients"},
       {"CREATE TRIGGER no_files BEFORE INSERT ON SHARELINK_FID BEGIN SELECT RAISE(ABORT, 'x'); END;", "files"}};
   for (const auto& c : cases) {
-    ApplianceRoot root;
-    ASSERT_EQ(0, ctl(root, {"init"}).status);
+    ApplianceRoot root; ASSERT_EQ(0, ctl(root, {"init"}).status);
     store_exec(root, std::string(c.first) + "CREATE TRIGGER no_deletes BEFORE DELETE ON SHARELINK_EVENT "
                                             "BEGIN SELECT RAISE(ABORT, 'x'); END;");
     EXPECT_EQ("1 sharelinkctl add: the " + std::string(c.second) + " could not be added: -23 (an insert failed)\n",
@@ -155,12 +145,9 @@ TEST(CtlStore, AddIsOneTransaction) {
 // writes, and a damaged one whose set-aside name is taken by a folder.
 TEST(CtlStore, InitSetsAsideOnlyADamagedStoreAndOnlyWhenTheRenameWorked) {
   for (bool damaged : {false, true}) {
-    SCOPED_TRACE(damaged);
-    ApplianceRoot root;
-    RunResult r;
+    SCOPED_TRACE(damaged); ApplianceRoot root; RunResult r;
     if (damaged) {
-      root.write(kDb, std::string(2048, '#'));
-      root.mkdirs(kDb + ".1/inside");
+      root.write(kDb, std::string(2048, '#')); root.mkdirs(kDb + ".1/inside");
       root.set_mtime(kDb + ".1", 1000);  // too old to move up: removal fails
       r = ctl(root, {"init"});
     } else {
@@ -186,13 +173,10 @@ TEST(CtlStore, InitSetsAsideOnlyADamagedStoreAndOnlyWhenTheRenameWorked) {
 // flag in /tmp cannot be written (a folder stands in its place): the flag
 // beside the store takes over. Without either it is skipped and reported.
 TEST(CtlStore, CleanUpFlagFallsBackBesideTheStore) {
-  ApplianceRoot root;
-  root.write("/etc/config/smb.conf", "[Public]\npath = /share/Public\n");
-  root.write("/share/Public/ann/kept.txt", "x");
-  make_store(root);
+  ApplianceRoot root; root.write("/etc/config/smb.conf", "[Public]\npath = /share/Public\n");
+  root.write("/share/Public/ann/kept.txt", "x"); make_store(root);
   auto link = [&](const std::string& key) {
-    FixtureLink l(key);
-    l.creator = "Mirra:ann", l.sharefile = "/Public/ann/" + key + ".txt";
+    FixtureLink l(key); l.creator = "Mirra:ann", l.sharefile = "/Public/ann/" + key + ".txt";
     return l;
   };
   insert_links(root, {link("kept"), link("gone1")});
@@ -202,24 +186,20 @@ TEST(CtlStore, CleanUpFlagFallsBackBesideTheStore) {
     EXPECT_EQ(0, run_program(tool_binary(), {"3", "-u", "ann"}, root).status);
     return store_value(root, "SELECT group_concat(pkey) FROM (SELECT pkey FROM SHARELINK_EVENT ORDER BY pkey)");
   };
-  EXPECT_EQ("kept", list_keys());
-  EXPECT_TRUE(root.exists(kDb + ".clean_flag"));
+  EXPECT_EQ("kept", list_keys()); EXPECT_TRUE(root.exists(kDb + ".clean_flag"));
   insert_links(root, {link("gone2")});
   EXPECT_EQ("gone2,kept", list_keys());  // within the minute: no second pass
   root.remove(kDb + ".clean_flag");
-  blocked(kDb + ".clean_flag");
-  EXPECT_EQ("gone2,kept", list_keys());
+  blocked(kDb + ".clean_flag"); EXPECT_EQ("gone2,kept", list_keys());
   EXPECT_NE(std::string::npos, root.read("/tmp/parceldeck.log").find("clean-up skipped")) << root.read("/tmp/parceldeck.log");
 }
 
 // The move itself is pinned by the store's unit tests; here its report.
 TEST(CtlStore, Relocate) {
-  ApplianceRoot root;
-  ASSERT_EQ(0, ctl(root, {"init"}).status);
+  ApplianceRoot root; ASSERT_EQ(0, ctl(root, {"init"}).status);
   EXPECT_EQ("0 ", status_err(ctl(root, {"relocate"})));
   root.write("/etc/config/Korvix.conf", "[Depot]\nShare_Link_Db = /mnt/usb/share_link.db\n[Storage]\nDefault Volume = /share/V1\n");
-  root.write("/mnt/usb/share_link.db", "db");
-  root.mkdirs("/share/V1/.@kdx/share_link_db");
+  root.write("/mnt/usb/share_link.db", "db"); root.mkdirs("/share/V1/.@kdx/share_link_db");
   root.script("/bin/mv", "exit 1\n");
   EXPECT_EQ("1 sharelinkctl relocate: the store could not be relocated\n", status_err(ctl(root, {"relocate"})));
   root.script("/bin/mv", "exec mv -f \"$SHARELINK_ROOT$2\" \"$SHARELINK_ROOT$3\"\n");

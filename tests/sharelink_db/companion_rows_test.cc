@@ -23,8 +23,7 @@ ShareLinkUserRecord user(const char* pkey, const char* name, const char* descrip
 // The rc of a select into `n` records, then field `f` of each record read.
 template <class Rows, class Select, class Field>
 std::string picked(int n, Select select, Field f) {
-  std::vector<std::remove_pointer_t<decltype(Rows::rows)>> out(n);
-  Rows read{out.data(), n, 0, 0};
+  std::vector<std::remove_pointer_t<decltype(Rows::rows)>> out(n); Rows read{out.data(), n, 0, 0};
   std::string s = std::to_string(select(&read)) + ":";
   for (int i = 0; i < read.count; ++i) s += std::string(i ? " " : "") + f(out[i]);
   return s;
@@ -36,12 +35,8 @@ struct CompanionTest : StoreTest {
 
 struct Table {
   const char* name;
-  int ncolumns, nsorts;
-  int (*count)();
-  int (*select)(SfRowCallback, int, int, int, void*);
-  int (*delete_by_field)(int, const char*);
-  int (*delete_all)();
-  int (*drop)();
+  int ncolumns, nsorts; int (*count)(); int (*select)(SfRowCallback, int, int, int, void*);
+  int (*delete_by_field)(int, const char*); int (*delete_all)(); int (*drop)();
 };
 const Table kTables[] = {
     {"SHARELINK_EVENT", 19, 38, sf_event_count, sf_event_select,
@@ -107,8 +102,7 @@ TEST_F(CompanionTest, AccessRows) {
   put(k1.pkey, "k1"), put(k1.acx, "rw"), put(k2.pkey, "k2"), put(k2.acx, "rw"), put(r.acx, "r"), put(ro.acx, "ro");
   memset(huge.acx, 'x', sizeof huge.acx);
   EXPECT_EQ((Ints{0, 0, -11, -10}), (Ints{sf_acx_insert(&k1), sf_acx_insert(&k2), sf_acx_update(&none), sf_acx_insert(&huge)}));
-  put(k2.acx, "ro");
-  EXPECT_EQ((Ints{0, 0}), (Ints{sf_acx_update(&k2), sf_acx_count_filter(&r)}));
+  put(k2.acx, "ro"); EXPECT_EQ((Ints{0, 0}), (Ints{sf_acx_update(&k2), sf_acx_count_filter(&r)}));
   EXPECT_EQ("0:k2", picked<SfAcxRows>(2, [&](void* o) { return sf_acx_select_filter(sf_fill_acx_rows, &ro, 0, 0, 0, o); },
                                                [](const ShareLinkAcxRecord& a) { return std::string(a.pkey); }));
   EXPECT_EQ(0, sf_acx_delete_filter(&ro));
@@ -120,8 +114,7 @@ TEST_F(CompanionTest, AccessRows) {
 TEST_F(CompanionTest, RecipientRows) {
   insert_users(root, {{"k1", "amy", "d1", "amy@x.example"}, {"k1", "bob", "d2", "bob@y.example"},
                       {"k2", "cat", "d3", "cat@x.example"}});
-  ShareLinkUserRecord f = user("", "", "", "x.example");
-  EXPECT_EQ(2, sf_user_count_filter(&f));
+  ShareLinkUserRecord f = user("", "", "", "x.example"); EXPECT_EQ(2, sf_user_count_filter(&f));
   const std::tuple<int, int, const char*> cases[] = {
       {0, 0, "0:amy cat"}, {1, 0, "0:cat amy"}, {2, 0, "0:amy cat"}, {3, 0, "0:cat amy"}, {6, 5, "0:amy cat"},
       {7, 0, "0:cat amy"}, {6, 1, "0:amy"},     {4, 0, "-24:"},      {5, 0, "-24:"},      {8, 0, "-11:"}, {-1, 0, "-11:"}};
@@ -147,12 +140,10 @@ TEST_F(CompanionTest, RecipientRows) {
 // the links with their file counts (k3 has none and is left out).
 TEST_F(CompanionTest, JoinedSelectsBringTheLinkAlong) {
   std::vector<FixtureLink> links = {{"k1"}, {"k2"}, {"k3"}};
-  links[0].filesize = "10", links[1].filesize = "20";
-  insert_links(root, links);
+  links[0].filesize = "10", links[1].filesize = "20"; insert_links(root, links);
   insert_fids(root, {{"k1", "f1", "/a"}, {"k1", "f2", "/b"}, {"k2", "f3", "/c"}, {"gone", "f4", "/d"}});
   insert_users(root, {{"k1", "amy", "", "amy@x"}, {"k2", "bob", "", "bob@x"}});
-  ShareLinkFidRecord ff{};
-  ShareLinkUserRecord uf{};
+  ShareLinkFidRecord ff{}; ShareLinkUserRecord uf{};
   EXPECT_EQ("0:f4----0 f3k220 f2k110 f1k110", picked<SfFidJoinRows>(4, [&](void* o) {
               return sf_fid_join_select(sf_fill_fid_join_rows, &ff, 3, 0, 0, o);
             }, [](const ShareLinkFidJoinRecord& j) { return std::string(j.fid.fid) + j.event.pkey + j.event.filesize; }));

@@ -55,9 +55,7 @@ TEST_F(StoreTest, EveryFilterFieldTakesPart) {
       {"early", 'e', [](L& l) { l.expire = 10; }},      {"count", 'p', [](L& l) { l.download_count = 2; }},
       {"limit", 'p', [](L& l) { l.download_limit = 5; }}};
   for (const char* creator : {"al'ice", "Mirra:al'ice"}) {
-    SCOPED_TRACE(creator);
-    make_store(root);
-    store_exec(root, "DELETE FROM SHARELINK_EVENT;");
+    SCOPED_TRACE(creator); make_store(root); store_exec(root, "DELETE FROM SHARELINK_EVENT;");
     L base("k'1", "xhx");
     base.ssl = 1, base.sharefile = "x/sx", base.link_name = "xlnx", base.useraddr = "xux";
     base.creator = creator, base.accesscode = "ac", base.misc = "xmx", base.title = "xtx";
@@ -67,38 +65,31 @@ TEST_F(StoreTest, EveryFilterFieldTakesPart) {
     const char binds = creator[0] == 'a' ? 'm' : 'p';  // the fields the other form binds miss
     Strings counted = {"match"}, selected = {"match"}, left;
     for (const auto& m : misses) {
-      links.push_back(base);
-      std::get<2>(m)(links.back());
-      links.back().filesize = std::get<0>(m);
+      links.push_back(base); std::get<2>(m)(links.back()); links.back().filesize = std::get<0>(m);
       if (std::get<1>(m) == binds || std::get<1>(m) == 'e') counted.push_back(std::get<0>(m));
       if (std::get<1>(m) == binds || (std::get<1>(m) == 'e' && binds == 'p')) selected.push_back(std::get<0>(m));
       if (binds == 'p' || std::get<1>(m) != 'e') left.push_back(std::get<0>(m));
     }
     if (binds == 'p') left.push_back("match");
-    insert_links(root, links);
-    ShareLinkRecord f = empty_filter();
+    insert_links(root, links); ShareLinkRecord f = empty_filter();
     f.ssl = 1, f.createtic = 10, f.expire = 20, f.download_count = 3, f.download_limit = 4, f.type = 2;
     put(f.pkey, "k'1"), put(f.host, "h"), put(f.sharefile, "/s"), put(f.link_name, "ln"), put(f.useraddr, "u");
     put(f.creator, "al'ice"), put(f.accesscode, "ac"), put(f.misc, "m"), put(f.title, "t"), put(f.description, "d");
-    EXPECT_EQ(static_cast<int>(counted.size()), sf_event_count_filter(&f));
-    Strings got;
+    EXPECT_EQ(static_cast<int>(counted.size()), sf_event_count_filter(&f)); Strings got;
     ASSERT_EQ(0, sf_event_select_filter(collect<5>, &f, 0, 0, 0, &got));
     std::sort(got.begin(), got.end()), std::sort(selected.begin(), selected.end()), std::sort(left.begin(), left.end());
-    EXPECT_EQ(selected, got);
-    ASSERT_EQ(0, sf_event_delete_filter(&f));
+    EXPECT_EQ(selected, got); ASSERT_EQ(0, sf_event_delete_filter(&f));
     EXPECT_EQ(left, column(root, "SELECT filesize FROM SHARELINK_EVENT ORDER BY filesize"));
   }
 }
 
 // Every code names real columns, in both selects and the file-count select.
 TEST_F(StoreTest, SortCodes) {
-  make_store(root);
-  std::vector<FixtureLink> links = {{"a", "h2"}, {"b", "h3"}, {"c", "h1"}};
+  make_store(root); std::vector<FixtureLink> links = {{"a", "h2"}, {"b", "h3"}, {"c", "h1"}};
   const char* dates[] = {"2024-01-02", "2024-01-01", "2024-01-01"};
   const char* times[] = {"01:00:00", "03:00:00", "02:00:00"};
   for (int i = 0; i < 3; ++i) links[i].create_date = dates[i], links[i].create_time = times[i], links[i].link_name = "zxy"[i];
-  insert_links(root, links);
-  ShareLinkRecord f = empty_filter();
+  insert_links(root, links); ShareLinkRecord f = empty_filter();
   for (int sort = -1; sort <= 38; ++sort) {
     int rc = sort < 0 || sort > 37 ? -11 : 0;
     EXPECT_EQ((Ints{rc, rc, 0}), (Ints{sf_event_select(nullptr, sort, 0, 0, nullptr),
@@ -114,9 +105,7 @@ TEST_F(StoreTest, SortCodes) {
 
 // Paging of both selects; an empty filter (ssl 2 or -1: any) covers the whole table.
 TEST_F(StoreTest, PagingAndTheEmptyFilter) {
-  make_store(root);
-  insert_numbered_links(root, 20);
-  ShareLinkRecord f = empty_filter();
+  make_store(root); insert_numbered_links(root, 20); ShareLinkRecord f = empty_filter();
   const std::tuple<const ShareLinkRecord*, int, int, int, const char*> cases[] = {
       {nullptr, 0, 5, 8, "0:key00005 key00006 key00007"}, {&f, 1, 0, 3, "0:key00019 key00018 key00017"},
       {nullptr, 0, 5, 5, "0:"}, {nullptr, 0, 3, 2, "-11:"}, {nullptr, 0, -1, 0, "-11:"}, {nullptr, 0, 0, -1, "-11:"},
@@ -125,9 +114,7 @@ TEST_F(StoreTest, PagingAndTheEmptyFilter) {
     EXPECT_EQ(std::get<4>(c), selected(std::get<0>(c), std::get<1>(c), std::get<2>(c), std::get<3>(c)))
         << std::get<2>(c) << ".." << std::get<3>(c);
   }
-  Strings all;
-  ASSERT_EQ(0, sf_event_select(collect<0>, 0, 0, 0, &all));
-  EXPECT_EQ(20u, all.size());
+  Strings all; ASSERT_EQ(0, sf_event_select(collect<0>, 0, 0, 0, &all)); EXPECT_EQ(20u, all.size());
   Ints counts;
   for (int ssl : {0, 1, -1, 2}) f.ssl = ssl, counts.push_back(sf_event_count_filter(&f));
   EXPECT_EQ((Ints{20, 0, 20, 20}), counts);
@@ -135,8 +122,7 @@ TEST_F(StoreTest, PagingAndTheEmptyFilter) {
 }
 
 TEST_F(StoreTest, ChecksComeBeforeTheStoreIsOpened) {
-  make_store_unopenable();
-  ShareLinkRecord r = empty_filter();
+  make_store_unopenable(); ShareLinkRecord r = empty_filter();
   EXPECT_EQ((Ints{-20, -20}), (Ints{sf_event_count_filter(&r), sf_event_count()}));
   // Texts that fill their whole buffer (no terminator) are over the bound;
   // the delete does not check title and description.
@@ -146,16 +132,14 @@ TEST_F(StoreTest, ChecksComeBeforeTheStoreIsOpened) {
       {r.misc, sizeof r.misc}, {r.title, sizeof r.title}, {r.description, sizeof r.description},
       {r.link_name, sizeof r.link_name}};
   for (const auto& c : texts) {
-    r = empty_filter();
-    memset(c.first, 'a', c.second);
+    r = empty_filter(); memset(c.first, 'a', c.second);
     EXPECT_EQ((Ints{-10, -10, -10, c.first != r.title && c.first != r.description ? -10 : -20}),
               (Ints{sf_event_count_filter(&r), sf_event_insert(&r), sf_event_update(&r), sf_event_delete_filter(&r)}));
   }
   r = empty_filter();
   memset(r.create_date, '1', sizeof r.create_date);  // not inserted, not checked there
   EXPECT_EQ((Ints{-10, -20}), (Ints{sf_event_count_filter(&r), sf_event_insert(&r)}));
-  r = empty_filter();
-  r.ssl = 3;
+  r = empty_filter(); r.ssl = 3;
   EXPECT_EQ((Ints{-11, -11, -11, -11}), (Ints{sf_event_count_filter(&r), sf_event_select_filter(nullptr, &r, 0, 0, 0, nullptr),
                                               sf_event_insert(&r), sf_event_delete_filter(&r)}));
   r = empty_filter();
@@ -171,13 +155,11 @@ TEST_F(StoreTest, ChecksComeBeforeTheStoreIsOpened) {
 }
 
 TEST_F(StoreTest, InsertStoresEachFieldAndNullsReadBackAsDefaults) {
-  make_store(root);
-  ShareLinkRecord r = empty_filter();
+  make_store(root); ShareLinkRecord r = empty_filter();
   put(r.pkey, "k'1"), put(r.host, "h"), put(r.sharefile, "/s"), put(r.useraddr, "u"), put(r.filesize, "12");
   put(r.accesscode, "ac"), put(r.misc, "m"), put(r.title, "t"), put(r.description, "d"), put(r.link_name, "ln");
   r.ssl = 1, r.expire = 300, r.createtic = 200, r.download_count = 3, r.download_limit = 4, r.type = 5;
-  ASSERT_EQ(0, sf_event_insert(&r));
-  EXPECT_STREQ("system", r.creator);
+  ASSERT_EQ(0, sf_event_insert(&r)); EXPECT_STREQ("system", r.creator);
   EXPECT_EQ((Rows{{"k'1", "h", "1", "/s", "u", "12", "200", "300", "system", "ac", "3", "4", "m", "1", "8", "t",
                    "d", "5", "ln"}}),
             store_rows(root, "SELECT pkey, host, ssl, sharefile, useraddr, filesize, createtic, expire, creator, "
@@ -186,8 +168,7 @@ TEST_F(StoreTest, InsertStoresEachFieldAndNullsReadBackAsDefaults) {
   std::string nulls = "NULL";
   for (int i = 1; i < 19; ++i) nulls += ", NULL";
   store_exec(root, "DELETE FROM SHARELINK_EVENT; INSERT INTO SHARELINK_EVENT VALUES (" + nulls + ");");
-  std::unique_ptr<ShareLinkRecord> n(new ShareLinkRecord);
-  memset(n.get(), 0x55, sizeof *n);
+  std::unique_ptr<ShareLinkRecord> n(new ShareLinkRecord); memset(n.get(), 0x55, sizeof *n);
   put(n->reserved_key, "mine");
   ASSERT_EQ(0, sf_event_select(sf_fill_record_single, 0, 0, 0, n.get()));
   EXPECT_EQ((Strings{"----", "localhost", "----", "none@none", "0", "UNKNOWN", "mine"}),
@@ -199,11 +180,8 @@ TEST_F(StoreTest, InsertStoresEachFieldAndNullsReadBackAsDefaults) {
 }
 
 TEST_F(StoreTest, RowReadersFillArraysAndSkipOtherShapes) {
-  make_store(root);
-  insert_numbered_links(root, 3);
-  insert_fids(root, {{"key00001", "f", "/p"}});
-  std::vector<ShareLinkRecord> rows(3), two(2);
-  sf_record_array_count = 0, sf_clean_array_count = 0;
+  make_store(root); insert_numbered_links(root, 3); insert_fids(root, {{"key00001", "f", "/p"}});
+  std::vector<ShareLinkRecord> rows(3), two(2); sf_record_array_count = 0, sf_clean_array_count = 0;
   SfRecordArray bounded{two.data(), 2, 0, 0};
   // The file-count select's rows have twenty columns: not link rows.
   EXPECT_EQ((Ints{0, 3, 0, 0, 0, 2, 1}),
@@ -214,29 +192,22 @@ TEST_F(StoreTest, RowReadersFillArraysAndSkipOtherShapes) {
 }
 
 TEST_F(StoreTest, UpdateTargets) {
-  make_store(root);
-  std::vector<FixtureLink> links = {{"a"}, {"b"}, {"c"}};
-  links[1].misc = "----";
-  insert_links(root, links);
-  ShareLinkRecord r = empty_filter(), key = empty_filter();
-  put(r.pkey, "a"), put(r.title, "T'"), put(key.pkey, "a");
-  r.expire = 9, r.ssl = 1;
+  make_store(root); std::vector<FixtureLink> links = {{"a"}, {"b"}, {"c"}}; links[1].misc = "----";
+  insert_links(root, links); ShareLinkRecord r = empty_filter(), key = empty_filter();
+  put(r.pkey, "a"), put(r.title, "T'"), put(key.pkey, "a"); r.expire = 9, r.ssl = 1;
   EXPECT_EQ((Ints{0, -28}), (Ints{sf_event_update(&r), sf_event_update(&key)}));  // key alone: nothing to set
   EXPECT_EQ((Rows{{"a", "9", "1", "T'"}, {"b", "0", "0", ""}, {"c", "0", "0", ""}}),
             store_rows(root, "SELECT pkey, expire, ssl, title FROM SHARELINK_EVENT ORDER BY pkey"));
   r = empty_filter();  // no key: type alone changes every row; misc first changes the "----" rows
   r.type = 4;
   ASSERT_EQ(0, sf_event_update(&r));
-  EXPECT_EQ((Strings{"a", "b", "c"}), keys_of(root, "WHERE type = 4"));
-  r = empty_filter();
-  put(r.misc, "11"), put(r.title, "new");
-  ASSERT_EQ(0, sf_event_update(&r));
+  EXPECT_EQ((Strings{"a", "b", "c"}), keys_of(root, "WHERE type = 4")); r = empty_filter();
+  put(r.misc, "11"), put(r.title, "new"); ASSERT_EQ(0, sf_event_update(&r));
   EXPECT_EQ((Strings{"b"}), keys_of(root, "WHERE title = 'new' AND misc = '11'"));
 }
 
 TEST_F(StoreTest, UpdateListAppliesEachRecordInOneTransaction) {
-  make_store(root);
-  insert_links(root, {{"a"}, {"b"}, {"c"}});
+  make_store(root); insert_links(root, {{"a"}, {"b"}, {"c"}});
   std::vector<ShareLinkListNode> nodes(3);
   for (size_t i = 0; i < 3; ++i) sf_filter_reset(&nodes[i].record), nodes[i].next = i < 2 ? &nodes[i + 1] : nullptr;
   put(nodes[0].record.pkey, "a"), put(nodes[1].record.host, "all"), put(nodes[2].record.pkey, "c");
@@ -258,10 +229,8 @@ TEST_F(StoreTest, UpdateListAppliesEachRecordInOneTransaction) {
 }
 
 TEST_F(StoreTest, DeleteByField) {
-  make_store(root);
-  std::vector<FixtureLink> links = {{"a"}, {"b"}, {"c"}, {"d"}};
-  links[0].expire = 100, links[1].expire = 200, links[3].ssl = 1;
-  insert_links(root, links);
+  make_store(root); std::vector<FixtureLink> links = {{"a"}, {"b"}, {"c"}, {"d"}};
+  links[0].expire = 100, links[1].expire = 200, links[3].ssl = 1; insert_links(root, links);
   int32_t none = -5, when = 200, ssl = 1;
   for (int field = 0; field <= 18; ++field) {  // every code names a real column
     bool integer = field == 2 || field == 6 || field == 7 || field == 10 || field == 11 || field == 17;
@@ -274,16 +243,13 @@ TEST_F(StoreTest, DeleteByField) {
 }
 
 TEST_F(StoreTest, DeleteByFilterIgnoresAFailedCommitAndPlainStatementsRun) {
-  make_store(root);
-  insert_links(root, {{"a"}, {"b"}});
+  make_store(root); insert_links(root, {{"a"}, {"b"}});
   sqlite3* reader = nullptr;  // holding its shared lock, it keeps any commit from finishing
   ASSERT_EQ(SQLITE_OK, sqlite3_open(store_file(root).c_str(), &reader));
   ASSERT_EQ(SQLITE_OK, sqlite3_exec(reader, "BEGIN; SELECT COUNT(*) FROM SHARELINK_EVENT;", nullptr, nullptr, nullptr));
-  ShareLinkRecord f = empty_filter();
-  put(f.pkey, "a");
+  ShareLinkRecord f = empty_filter(); put(f.pkey, "a");
   EXPECT_EQ((Ints{0, -27}), (Ints{sf_event_delete_filter(&f), sf_event_delete_by_field(0, "a")}));
-  sqlite3_exec(reader, "COMMIT;", nullptr, nullptr, nullptr);
-  sqlite3_close(reader);
+  sqlite3_exec(reader, "COMMIT;", nullptr, nullptr, nullptr); sqlite3_close(reader);
   // Neither delete was kept. Plain statements: 1 is SQLITE_ERROR.
   EXPECT_EQ((Ints{2, 0, 1, -11}), (Ints{sf_event_count(), sf_exec_sql("UPDATE SHARELINK_EVENT SET misc = '100%%';"),
                                         sf_exec_sql("no such statement"), sf_exec_sql("SELECT '%s';")}));

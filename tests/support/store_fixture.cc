@@ -20,8 +20,7 @@ struct Db {
     sqlite3_busy_timeout(db, 20000);
   }
   ~Db() { sqlite3_close(db); }
-  Db(const Db&) = delete;
-  Db& operator=(const Db&) = delete;
+  Db(const Db&) = delete; Db& operator=(const Db&) = delete;
   [[noreturn]] void fail(const std::string& what) const {
     throw std::runtime_error("store fixture: " + what + ": " + (db ? sqlite3_errmsg(db) : "?"));
   }
@@ -35,8 +34,7 @@ struct Db {
 // transaction. Integer columns convert the texts by their affinity.
 void insert_rows(const ApplianceRoot& root, const std::string& table, const std::string& columns,
                  const std::string& values, const Table& rows) {
-  Db db(root);
-  db.exec("BEGIN TRANSACTION");
+  Db db(root); db.exec("BEGIN TRANSACTION");
   const std::string sql = "INSERT INTO " + table + " (" + columns + ") VALUES (" + values + ");";
   sqlite3_stmt* stmt = nullptr;
   if (sqlite3_prepare_v2(db.db, sql.c_str(), -1, &stmt, nullptr) != SQLITE_OK) db.fail(sql);
@@ -45,19 +43,16 @@ void insert_rows(const ApplianceRoot& root, const std::string& table, const std:
       sqlite3_bind_text(stmt, static_cast<int>(i + 1), row[i].c_str(), static_cast<int>(row[i].size()),
                         SQLITE_TRANSIENT);
     }
-    int rc = sqlite3_step(stmt);
-    sqlite3_reset(stmt);
+    int rc = sqlite3_step(stmt); sqlite3_reset(stmt);
     if (rc != SQLITE_DONE) sqlite3_finalize(stmt), db.fail(sql);
   }
-  sqlite3_finalize(stmt);
-  db.exec("COMMIT");
+  sqlite3_finalize(stmt); db.exec("COMMIT");
 }
 
 }  // namespace
 
 std::string store_file(const ApplianceRoot& root) {
-  ScopedEnv env{{{"SHARELINK_ROOT", root.dir()}}};
-  char path[256];
+  ScopedEnv env{{{"SHARELINK_ROOT", root.dir()}}}; char path[256];
   sf_get_db_path(path, sizeof path);
   return root.path(path);
 }
@@ -71,8 +66,7 @@ void make_store(const ApplianceRoot& root, bool with_acx, bool with_trigger) {
 }
 
 void insert_links(const ApplianceRoot& root, const std::vector<FixtureLink>& links) {
-  Table rows;
-  auto n = [](int v) { return std::to_string(v); };
+  Table rows; auto n = [](int v) { return std::to_string(v); };
   for (const FixtureLink& l : links) {
     rows.push_back({l.pkey, l.host, n(l.ssl), l.sharefile, l.useraddr, l.filesize, n(l.createtic), n(l.expire),
                     l.creator, l.accesscode, n(l.download_count), n(l.download_limit), l.misc, l.create_date,
@@ -91,10 +85,8 @@ void insert_numbered_links(const ApplianceRoot& root, int n, const std::string& 
   for (int i = 0; i < n; ++i) {
     time_t when = 1704067200 + i;  // 2024-01-01 00:00:00 UTC
     struct tm tm_when;
-    gmtime_r(&when, &tm_when);
-    char key[32], date[16], clock[16];
-    snprintf(key, sizeof key, "key%05d", i);
-    strftime(date, sizeof date, "%Y-%m-%d", &tm_when);
+    gmtime_r(&when, &tm_when); char key[32], date[16], clock[16];
+    snprintf(key, sizeof key, "key%05d", i); strftime(date, sizeof date, "%Y-%m-%d", &tm_when);
     strftime(clock, sizeof clock, "%H:%M:%S", &tm_when);
     FixtureLink& l = links[static_cast<size_t>(i)];
     l.pkey = key, l.creator = creator, l.create_date = date, l.create_time = clock;
@@ -116,8 +108,7 @@ void insert_users(const ApplianceRoot& root, const std::vector<FixtureUser>& use
 }
 
 Table store_rows(const ApplianceRoot& root, const std::string& sql) {
-  Db db(root);
-  Table rows;
+  Db db(root); Table rows;
   auto add = [](void* out, int n, char** values, char**) {
     std::vector<std::string> row;
     for (int i = 0; i < n; ++i) row.emplace_back(values[i] ? values[i] : kFixtureNull);
