@@ -1,15 +1,12 @@
 // sharelinkctl's store commands, run as the real program in a temporary
 // appliance root.
 #include <gtest/gtest.h>
-
 #include <string>
 #include <vector>
-
 #include "support/appliance.h"
 #include "support/store_fixture.h"
 
 namespace {
-
 using Rows = std::vector<std::vector<std::string>>;
 const std::string kDb = "/etc/config/share_link.db";
 
@@ -208,5 +205,4 @@ TEST(CtlStore, Relocate) {
   EXPECT_NE(std::string::npos, root.read("/etc/config/Korvix.conf")
                                    .find("Share_Link_Db = /share/V1/.@kdx/share_link_db/share_link.db\n"));
 }
-
 }  // namespace

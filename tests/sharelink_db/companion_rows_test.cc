@@ -2,7 +2,6 @@
 // and recipient rows' own, and the joined selects.
 #include <cstring>
 #include <type_traits>
-
 #include "sharelink_db/acx_rows.h"
 #include "sharelink_db/event_rows.h"
 #include "sharelink_db/fid_rows.h"
@@ -11,7 +10,6 @@
 #include "store_test_util.h"
 
 namespace {
-
 ShareLinkFidRecord fid(const char* pkey, const char* id, const char* path) {
   ShareLinkFidRecord r{};
   return put(r.pkey, pkey), put(r.fid, id), put(r.sharefile, path), r;
@@ -167,5 +165,4 @@ TEST_F(CompanionTest, JoinedSelectsBringTheLinkAlong) {
   // A key condition names a column both sides of the join have.
   EXPECT_EQ(-24, sf_event_fid_count_select_filter(nullptr, &key, 0, 0, 0, nullptr));
 }
-
 }  // namespace

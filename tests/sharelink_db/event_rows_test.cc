@@ -1,18 +1,15 @@
 // SHARELINK_EVENT operations: filters, sort codes, paging, checks, insert,
 // updates, deletes and the row readers, all read back as rows.
 #include <sqlite3.h>
-
 #include <algorithm>
 #include <cstring>
 #include <functional>
 #include <memory>
-
 #include "sharelink_db/event_rows.h"
 #include "sharelink_db/joined_rows.h"
 #include "store_test_util.h"
 
 namespace {
-
 // Collects column `Col` of the selected rows in order.
 template <int Col>
 int collect(void* out, int, char** values, char**) {
@@ -255,5 +252,4 @@ TEST_F(StoreTest, DeleteByFilterIgnoresAFailedCommitAndPlainStatementsRun) {
                                         sf_exec_sql("no such statement"), sf_exec_sql("SELECT '%s';")}));
   EXPECT_EQ((Strings{"a", "b"}), keys_of(root, "WHERE misc = '100%'"));
 }
-
 }  // namespace

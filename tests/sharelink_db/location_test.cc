@@ -1,12 +1,10 @@
 // Store path, folder creation, relocation onto the default volume.
 #include <sys/stat.h>
-
 #include "sharelink_db/cleanup.h"
 #include "sharelink_db/event_rows.h"
 #include "store_test_util.h"
 
 namespace {
-
 const std::string kExt = "/mnt/ext/share_link.db", kMoved = "/share/Vol1/.@kdx/share_link_db/share_link.db";
 
 // A Korvix.conf naming the store and, when given, the default volume.
@@ -106,5 +104,4 @@ TEST_F(LocationTest, RelocationPassRewritesTheRelayHostFirst) {
   EXPECT_EQ(kExt, path()); EXPECT_TRUE(root.exists(kExt));
   EXPECT_FALSE(root.exists("/tmp/mv.args"));
 }
-
 }  // namespace

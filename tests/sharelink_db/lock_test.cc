@@ -2,15 +2,12 @@
 #include <fcntl.h>
 #include <sys/file.h>
 #include <unistd.h>
-
 #include <cerrno>
 #include <ctime>
-
 #include "diag/debug_log.h"
 #include "store_test_util.h"
 
 namespace {
-
 const char kLock[] = "/tmp/kdx_shareLink.lock";
 
 // Free: taken and released. Fresh: held after seven waits (logged at level
@@ -57,5 +54,4 @@ TEST_F(StoreTest, EmptyStoreCheck) {
   EXPECT_EQ(1, sf_check_empty_db()); EXPECT_FALSE(root.exists(kLock)); root.write(kLock, "");
   EXPECT_EQ(0, sf_check_empty_db());
 }
-
 }  // namespace

@@ -2,21 +2,29 @@
 // the trigger. (The upgrade of an old store: the end-to-end init test.)
 #include <ctime>
 #include <map>
-
 #include "platform/naslog_migrate.h"
 #include "sharelink_db/event_rows.h"
 #include "sharelink_db/result_codes.h"
 #include "store_test_util.h"
 
 namespace {
-
 const std::string kDb = "/etc/config/share_link.db";
 
-TEST_F(StoreTest, TableCreationReportsFailures) {
+TEST_F(StoreTest, CreationAndMigrationReportFailures) {
   root.write(kDb, std::string(4096, 'x'));  // no database: the creation statement fails
-  EXPECT_EQ(-21, sf_create_event_table());
-  EXPECT_EQ(-63, sf_create_tables()); make_store_unopenable();
-  EXPECT_EQ(-20, sf_create_user_table()); EXPECT_EQ(-20, sf_create_trigger(0, 0));
+  EXPECT_EQ((Ints{-21, -63}), (Ints{sf_create_event_table(), sf_create_tables()}));
+  root.remove(kDb), store_exec(root, "CREATE TABLE T ( a TEXT );");
+  const NaslogColumn add_b[] = {{"A", nullptr}, {"b", "ALTER TABLE T ADD COLUMN b TEXT;"}};
+  const NaslogColumn bad_add[] = {{"c", "ALTER TABLE T ADD COLUMN ;"}}, required[] = {{"z", nullptr}};
+  const char* db = kDb.c_str();
+  EXPECT_EQ((Ints{-1, -1, 0, -4, -5, -2, -1}),
+            (Ints{naslog_common_migrate_db("", "T", add_b, 2), naslog_common_migrate_db(db, "T", nullptr, 1),
+                  naslog_common_migrate_db(db, "T", add_b, 2), naslog_common_migrate_db(db, "T", bad_add, 1),
+                  naslog_common_migrate_db(db, "T", required, 1), naslog_common_migrate_db("/nowhere/x.db", "T", add_b, 2),
+                  sf_migrate_tables("")}));
+  EXPECT_EQ((Rows{{"a"}, {"b"}}), store_rows(root, "SELECT name FROM pragma_table_info('T')"));
+  make_store_unopenable();
+  EXPECT_EQ((Ints{-20, -20}), (Ints{sf_create_user_table(), sf_create_trigger(0, 0)}));
 }
 
 // The trigger keeps a limit (dropping the oldest by creation date and time);
@@ -24,41 +32,30 @@ TEST_F(StoreTest, TableCreationReportsFailures) {
 TEST_F(StoreTest, TriggerLimits) {
   make_store(root); insert_links(root, {{"old1"}, {"old2"}});
   store_exec(root, "UPDATE SHARELINK_EVENT SET create_date = '2001-01-01'");
-  ASSERT_EQ(0, sf_create_trigger(2, 2)); ShareLinkRecord r = empty_filter(); put(r.pkey, "new");
-  ASSERT_EQ(0, sf_event_insert(&r));
+  ShareLinkRecord r = empty_filter();
+  put(r.pkey, "new");
+  EXPECT_EQ((Ints{0, 0}), (Ints{sf_create_trigger(2, 2), sf_event_insert(&r)}));
   EXPECT_EQ((Rows{{"new"}}), store_rows(root, "SELECT pkey FROM SHARELINK_EVENT"));
-  EXPECT_EQ(0, sf_drop_trigger()); EXPECT_EQ(-26, sf_drop_trigger());
+  EXPECT_EQ((Ints{0, -26}), (Ints{sf_drop_trigger(), sf_drop_trigger()}));
   store_exec(root, "DELETE FROM SHARELINK_EVENT"); insert_numbered_links(root, 100000);
-  ASSERT_EQ(0, sf_reset_trigger()); put(r.pkey, "newest"); ASSERT_EQ(0, sf_event_insert(&r));
-  EXPECT_EQ(100000, sf_event_count());
+  put(r.pkey, "newest");
+  EXPECT_EQ((Ints{0, 0, 100000}), (Ints{sf_reset_trigger(), sf_event_insert(&r), sf_event_count()}));
   EXPECT_EQ((Rows{{"key00001"}, {"newest"}}),
             store_rows(root, "SELECT pkey FROM SHARELINK_EVENT WHERE pkey IN ('key00000', 'key00001', "
                              "'newest') ORDER BY pkey"));
 }
 
-TEST_F(StoreTest, ColumnMigrationReportsWhatItCannotDo) {
-  store_exec(root, "CREATE TABLE T ( a TEXT );");
-  const NaslogColumn add_b[] = {{"A", nullptr}, {"b", "ALTER TABLE T ADD COLUMN b TEXT;"}};
-  const NaslogColumn bad_add[] = {{"c", "ALTER TABLE T ADD COLUMN ;"}};
-  const NaslogColumn required[] = {{"z", nullptr}};
-  EXPECT_EQ(-1, naslog_common_migrate_db("", "T", add_b, 2));
-  EXPECT_EQ(-1, naslog_common_migrate_db(kDb.c_str(), "T", nullptr, 1));
-  EXPECT_EQ(0, naslog_common_migrate_db(kDb.c_str(), "T", add_b, 2));
-  EXPECT_EQ((Rows{{"a"}, {"b"}}), store_rows(root, "SELECT name FROM pragma_table_info('T')"));
-  EXPECT_EQ(-4, naslog_common_migrate_db(kDb.c_str(), "T", bad_add, 1));
-  EXPECT_EQ(-5, naslog_common_migrate_db(kDb.c_str(), "T", required, 1));
-  EXPECT_EQ(-2, naslog_common_migrate_db("/nowhere/x.db", "T", add_b, 2));
-  EXPECT_EQ(-1, sf_migrate_tables(""));
-}
-
-TEST_F(StoreTest, StartupInitialisesAnExistingStoreAndNeverTakesTheMarkerLock) {
-  make_store(root); insert_links(root, {{"k1"}}); EXPECT_EQ(0, sf_startup());
-  EXPECT_EQ(1, sf_event_count());
+// An existing store is initialised, without the marker lock; when the flock
+// lock cannot be taken nothing is done.
+TEST_F(StoreTest, Startup) {
+  make_store(root); insert_links(root, {{"k1"}});
+  EXPECT_EQ((Ints{0, 1}), (Ints{sf_startup(), sf_event_count()}));
   EXPECT_EQ("1", store_value(root, "SELECT COUNT(*) FROM sqlite_master WHERE type = 'trigger'"));
   EXPECT_FALSE(root.exists("/tmp/kdx_shareLink.lock"));
-  os.flock = [](int, int) { return errno = EWOULDBLOCK, -1; };  // lock taken: nothing done
+  os.flock = [](int, int) { return errno = EWOULDBLOCK, -1; };
   root.remove(kDb);
-  EXPECT_EQ(0, sf_startup()); EXPECT_FALSE(root.exists(kDb));
+  EXPECT_EQ(0, sf_startup());
+  EXPECT_FALSE(root.exists(kDb));
 }
 
 // A broken store becomes generation 1; young generations move up one, those
@@ -72,13 +69,15 @@ TEST_F(StoreTest, StartupRotatesABrokenStore) {
   const Case cases[] = {{{{".10", 0}, {".9", 1}, {".3", 31}}, {{".10", ".9"}}, {".9", ".3", ".4"}},
                         {{{".1", 0}, {".3", 2}}, {{".2", ".1"}, {".4", ".3"}}, {".3"}}};
   for (const Case& c : cases) {
-    ApplianceRoot fresh; ScopedEnv in{{{"SHARELINK_ROOT", fresh.dir()}}}; profile_cache_clear();
-    fresh.write(kDb, std::string(4096, 'x'));
+    ApplianceRoot fresh;
+    ScopedEnv in{{{"SHARELINK_ROOT", fresh.dir()}}};
+    profile_cache_clear(); fresh.write(kDb, std::string(4096, 'x'));
     for (const auto& g : c.gens) {
       fresh.write(kDb + g.first, g.first);
       fresh.set_mtime(kDb + g.first, time(nullptr) - g.second * 86400);
     }
-    EXPECT_EQ(1, sf_startup()); EXPECT_EQ(std::string(4096, 'x'), fresh.read(kDb + ".1"));
+    EXPECT_EQ(1, sf_startup());
+    EXPECT_EQ(std::string(4096, 'x'), fresh.read(kDb + ".1"));
     for (const auto& a : c.after) EXPECT_EQ(a.second, fresh.read(kDb + a.first));
     for (const auto& g : c.gone) EXPECT_FALSE(fresh.exists(kDb + g)) << g;
     EXPECT_EQ((Rows{{"SHARELINK_EVENT"}, {"SHARELINK_FID"}, {"SHARELINK_USER"}}),
@@ -86,5 +85,4 @@ TEST_F(StoreTest, StartupRotatesABrokenStore) {
     EXPECT_EQ(0, sf_event_count());
   }
 }
-
 }  // namespace

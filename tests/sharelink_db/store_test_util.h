@@ -4,11 +4,9 @@
 #define SLT_TESTS_SHARELINK_DB_STORE_TEST_UTIL_H_
 
 #include <gtest/gtest.h>
-
 #include <cstdio>
 #include <string>
 #include <vector>
-
 #include "platform/os.h"
 #include "platform/profile.h"
 #include "sharelink_db/records.h"

@@ -8,18 +8,15 @@
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
-
 #include <algorithm>
 #include <chrono>
 #include <functional>
 #include <filesystem>
 #include <random>
 #include <thread>
-
 #include "support/appliance.h"
 
 namespace {
-
 using std::chrono::microseconds;
 const char kRegistry[] = "/etc/config/shareFileEx.ini";
 constexpr int kLines = 20000, kRuns = 120;
@@ -143,5 +140,4 @@ TEST_F(CrashSafety, KilledRewriteLeavesTheOldOrTheNewRegistry) {
             registry([](int i) { return i == 12345 ? entry(i, "1900000000", "", "nas2.example", "1", "new value") : entry(i); }),
             20250803u);
 }
-
 }  // namespace

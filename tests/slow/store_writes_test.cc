@@ -1,17 +1,14 @@
 // The store's whole writes under load: parallel adds of one key, and the
 // clean-up of twenty thousand links whose files vanished.
 #include <gtest/gtest.h>
-
 #include <cstdio>
 #include <string>
 #include <thread>
 #include <vector>
-
 #include "support/appliance.h"
 #include "support/store_fixture.h"
 
 namespace {
-
 // The links, files and recipients of `key` (all keys when empty), counted.
 std::string counts(const ApplianceRoot& root, const std::string& key) {
   std::string sql = "SELECT ''";
@@ -53,5 +50,4 @@ TEST(SlowStoreWrites, TwentyThousandVanishedLinksAreCleanedUpInBatches) {
   EXPECT_EQ(0, r.status) << r.err; EXPECT_EQ("1,1,1,", counts(root, ""));
   EXPECT_EQ("v20000", store_value(root, "SELECT pkey FROM SHARELINK_EVENT"));
 }
-
 }  // namespace

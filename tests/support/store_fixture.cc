@@ -1,17 +1,13 @@
 #include "support/store_fixture.h"
-
 #include <sqlite3.h>
-
 #include <cstdio>
 #include <ctime>
 #include <stdexcept>
-
 #include "sharelink_db/store.h"
 
 const char kFixtureNull[] = "<null>";
 
 namespace {
-
 using Table = std::vector<std::vector<std::string>>;
 
 struct Db {
@@ -48,7 +44,6 @@ void insert_rows(const ApplianceRoot& root, const std::string& table, const std:
   }
   sqlite3_finalize(stmt); db.exec("COMMIT");
 }
-
 }  // namespace
 
 std::string store_file(const ApplianceRoot& root) {

@@ -8,7 +8,6 @@
 #include <string>
 #include <utility>
 #include <vector>
-
 #include "support/appliance.h"
 
 // One SHARELINK_EVENT row. Empty create_date / create_time take today / now.
