@@ -1,5 +1,4 @@
-// sharelinkctl's store commands, run as the real program in a temporary
-// appliance root.
+// sharelinkctl's store commands, run as the real program in a temporary appliance root.
 #include <gtest/gtest.h>
 #include <string>
 #include <vector>
@@ -19,10 +18,8 @@ std::string status_err(const RunResult& r) {
   return std::to_string(r.status) + (r.out.empty() ? " " : " stdout! ") + r.err;
 }
 
-// init makes a missing store (no trigger yet), sets a broken one aside, and
-// upgrades one of an older release (fewer columns, two old indexes): the new
-// store's tables, the rows kept but the file rows of vanished links, the old
-// indexes dropped, the trigger made; a second init changes nothing.
+// init makes a missing store (no trigger yet), sets a broken one aside, upgrades an old one
+// (a new store's tables, rows kept but orphan files, old indexes dropped, trigger made) once.
 TEST(CtlStore, InitMakesSetsAsideOrUpgrades) {
   ApplianceRoot made; make_store(made);
   const std::string n = kFixtureNull;
@@ -120,8 +117,7 @@ TEST(CtlStore, UsageErrorsAndStoreFailures) {
   EXPECT_EQ("1", store_value(root, "SELECT COUNT(*) FROM SHARELINK_EVENT"));
 }
 
-// A link is added whole or not at all, even when nothing could clean up
-// after a failed part (as after a kill): the store refuses to delete links.
+// A link is added whole or not at all, even with no clean-up possible (deletes refused).
 TEST(CtlStore, AddIsOneTransaction) {
   const std::pair<const char*, const char*> cases[] = {
       {"DROP TABLE SHARELINK_USER;", "recipients"},
@@ -137,9 +133,8 @@ TEST(CtlStore, AddIsOneTransaction) {
   }
 }
 
-// Start-up keeps every store SQLite does not call damaged, and says "set
-// aside" only after the rename: an intact store on a disk that refuses
-// writes, and a damaged one whose set-aside name is taken by a folder.
+// Only a damaged store is set aside, and said so only after the rename: an intact store on a
+// full disk, a damaged one whose set-aside name is a folder.
 TEST(CtlStore, InitSetsAsideOnlyADamagedStoreAndOnlyWhenTheRenameWorked) {
   for (bool damaged : {false, true}) {
     SCOPED_TRACE(damaged); ApplianceRoot root; RunResult r;
@@ -166,9 +161,8 @@ TEST(CtlStore, InitSetsAsideOnlyADamagedStoreAndOnlyWhenTheRenameWorked) {
   }
 }
 
-// The clean-up of vanished links runs at most once a minute even when its
-// flag in /tmp cannot be written (a folder stands in its place): the flag
-// beside the store takes over. Without either it is skipped and reported.
+// With its /tmp flag unwritable the once-a-minute clean-up keeps a flag beside the store;
+// without either it is skipped and reported.
 TEST(CtlStore, CleanUpFlagFallsBackBesideTheStore) {
   ApplianceRoot root; root.write("/etc/config/smb.conf", "[Public]\npath = /share/Public\n");
   root.write("/share/Public/ann/kept.txt", "x"); make_store(root);

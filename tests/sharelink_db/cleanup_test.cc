@@ -4,8 +4,7 @@
 #include "store_test_util.h"
 
 namespace {
-// Links a (expires 100), b (200), c (never), d (300); files of a, b and the
-// gone x; recipients of a and x. keys(): each table's keys.
+// Links a (expiring 100), b (200), c (0), d (300); files of a, b, x; recipients of a, x.
 struct CleanupTest : StoreTest {
   void SetUp() override {
     StoreTest::SetUp(); make_store(root);
@@ -47,8 +46,7 @@ TEST_F(CleanupTest, ExpiryDeletesUpToAndWith) {  // 0 never expires
   EXPECT_EQ("cd abx ax ", keys());
 }
 
-// Mode 7 runs its delete but never commits it; its connection stays open
-// (with the write pending) until the process's next store operation.
+// Mode 7 never commits its delete; its connection stays open until the next store operation.
 TEST_F(CleanupTest, ExpiryModeIsNeverCommitted) {
   const char* list[] = {"250", nullptr};
   const char* empty[] = {nullptr};

@@ -1,5 +1,4 @@
-// The operations every table shares, over all four; then the file, access
-// and recipient rows' own, and the joined selects.
+// What all four tables share, then the file, access and recipient rows' own, and the joins.
 #include <cstring>
 #include <type_traits>
 #include "sharelink_db/acx_rows.h"
@@ -68,8 +67,7 @@ TEST_F(CompanionTest, EveryTableCountsSelectsDeletesAndDrops) {
   for (const Table& t : kTables) EXPECT_EQ(-20, t.count()) << t.name;
 }
 
-// Batches all or none; paths match anywhere inside (case-sensitive); updates
-// without a key go by the fid, by both keys only with both.
+// Batches all or none; paths match inside (case-sensitive); keyless updates go by the fid.
 TEST_F(CompanionTest, FileRows) {
   ShareLinkFidRecord rows[] = {fid("k1", "f1", "/share/A/one"), fid("k1", "f2", "/share/A/two"),
                                fid("k2", "f3", "/share/B/Three")};
@@ -107,8 +105,7 @@ TEST_F(CompanionTest, AccessRows) {
   EXPECT_EQ((Rows{{"k1", "rw"}}), store_rows(root, "SELECT * FROM SHARELINK_ACX"));
 }
 
-// The filtered select keeps its sort texts: "desctiption" fails (4, 5),
-// "ORDER BY email" meets the paging text. Addresses match anywhere inside.
+// The filtered select's sort texts: "desctiption" fails, "ORDER BY email" meets the paging text.
 TEST_F(CompanionTest, RecipientRows) {
   insert_users(root, {{"k1", "amy", "d1", "amy@x.example"}, {"k1", "bob", "d2", "bob@y.example"},
                       {"k2", "cat", "d3", "cat@x.example"}});
@@ -134,8 +131,7 @@ TEST_F(CompanionTest, RecipientRows) {
                                           sf_user_count_filter(&huge)}));
 }
 
-// Files and recipients with their link's columns (NULL when it is gone), and
-// the links with their file counts (k3 has none and is left out).
+// Files and recipients with their link (defaults when gone); links with file counts (k3 has none).
 TEST_F(CompanionTest, JoinedSelectsBringTheLinkAlong) {
   std::vector<FixtureLink> links = {{"k1"}, {"k2"}, {"k3"}};
   links[0].filesize = "10", links[1].filesize = "20"; insert_links(root, links);

@@ -1,5 +1,4 @@
-// SHARELINK_EVENT operations: filters, sort codes, paging, checks, insert,
-// updates, deletes and the row readers, all read back as rows.
+// SHARELINK_EVENT: filters, sort codes, paging, checks, insert, updates, deletes, row readers.
 #include <sqlite3.h>
 #include <algorithm>
 #include <cstring>
@@ -34,11 +33,9 @@ Strings keys_of(const ApplianceRoot& root, const std::string& where = "") {
   return column(root, "SELECT pkey FROM SHARELINK_EVENT " + where + " ORDER BY rowid");
 }
 
-// Every filter field set: a row matching all of them, and one row per field
-// that misses only that field (labelled in filesize, which is no filter).
-// The plain creator binds the fields marked 'p', the Mirra form those marked
-// 'm'; the delete binds the plain form's. An earlier expiry is counted (up
-// to) and selected by the Mirra form (at).
+// A row matching every filter field and one missing each (labelled in filesize). The plain creator
+// binds the 'p' fields, the Mirra form the 'm' ones; an earlier expiry ('e') is counted, selected
+// by the Mirra form only. The delete binds the plain form's.
 TEST_F(StoreTest, EveryFilterFieldTakesPart) {
   using L = FixtureLink;
   const std::tuple<const char*, char, std::function<void(L&)>> misses[] = {
@@ -121,8 +118,7 @@ TEST_F(StoreTest, PagingAndTheEmptyFilter) {
 TEST_F(StoreTest, ChecksComeBeforeTheStoreIsOpened) {
   make_store_unopenable(); ShareLinkRecord r = empty_filter();
   EXPECT_EQ((Ints{-20, -20}), (Ints{sf_event_count_filter(&r), sf_event_count()}));
-  // Texts that fill their whole buffer (no terminator) are over the bound;
-  // the delete does not check title and description.
+  // Texts filling their buffer are over the bound (the delete skips title and description).
   const std::pair<char*, size_t> texts[] = {
       {r.pkey, sizeof r.pkey}, {r.host, sizeof r.host}, {r.useraddr, sizeof r.useraddr},
       {r.filesize, sizeof r.filesize}, {r.creator, sizeof r.creator}, {r.accesscode, sizeof r.accesscode},

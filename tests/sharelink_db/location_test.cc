@@ -48,8 +48,7 @@ TEST_F(LocationTest, DefaultAndConfiguredPaths) {
   EXPECT_TRUE(root.exists("/share/Data/links/x.db"));
 }
 
-// Stores under /etc/config or /share stay; others move onto the default
-// volume (folder made, modes opened) and are managed from then on.
+// Stores under /etc/config or /share stay; others move onto the default volume, modes opened.
 TEST_F(LocationTest, AnUnmanagedStoreMovesOntoTheDefaultVolume) {
   make_store(root); EXPECT_EQ(1, sf_relocate_db());
   configure(conf("/share/Data/x.db", "/share/Vol1")); root.write("/share/Data/x.db", "data");
@@ -64,8 +63,7 @@ TEST_F(LocationTest, AnUnmanagedStoreMovesOntoTheDefaultVolume) {
   EXPECT_EQ(kMoved, path()); EXPECT_EQ(1, sf_relocate_db());
 }
 
-// A failed move, no volume, or a folder that cannot be made: the
-// configuration stays.
+// A failed move, no volume, or a folder that cannot be made: the configuration stays.
 TEST_F(LocationTest, AFailedMoveLeavesTheConfigurationAlone) {
   root.mkdirs("/share/Vol1/.@kdx/share_link_db"); root.script("/bin/mv", "exit 1\n");
   configure(conf(kExt, "/share/Vol1")); root.write(kExt, "data"); EXPECT_EQ(0, sf_relocate_db());
@@ -87,8 +85,7 @@ TEST_F(LocationTest, AMissingUnmanagedStoreIsRepointed) {
   EXPECT_EQ((Ints{0, 0}), (Ints{sf_set_db_location(""), sf_set_db_location(nullptr)}));
 }
 
-// The relay host is rewritten first (only with both domains); a failed
-// rewrite stops the pass before anything moves.
+// The relay host is rewritten first (with both domains); a failed rewrite stops the pass.
 TEST_F(LocationTest, RelocationPassRewritesTheRelayHostFirst) {
   make_store(root);
   insert_links(root, {{"a", "x.relay-old.example"}, {"b", "www.relay-old.example"}, {"c", "nas.lan"}});

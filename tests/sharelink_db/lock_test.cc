@@ -10,8 +10,7 @@
 namespace {
 const char kLock[] = "/tmp/kdx_shareLink.lock";
 
-// Free: taken and released. Fresh: held after seven waits (logged at level
-// 10 only). Stale (past 30 minutes): broken.
+// Free: taken. Fresh: held after seven waits (logged at level 10 only). Past 30 minutes: broken.
 TEST_F(StoreTest, MarkerLock) {
   EXPECT_EQ(0, sf_check_LockFile()); EXPECT_EQ(0, sleep_calls()); EXPECT_EQ(0, sf_Lock());
   EXPECT_TRUE(root.exists(kLock)); EXPECT_EQ(1, sf_UnLock()); EXPECT_FALSE(root.exists(kLock));

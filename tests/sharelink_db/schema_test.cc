@@ -1,5 +1,4 @@
-// Table creation, column migration, start-up with rotation of a broken store,
-// the trigger. (The upgrade of an old store: the end-to-end init test.)
+// Creation, migration, the trigger, start-up (an old store's upgrade: the end-to-end init test).
 #include <ctime>
 #include <map>
 #include "platform/naslog_migrate.h"
@@ -27,8 +26,7 @@ TEST_F(StoreTest, CreationAndMigrationReportFailures) {
   EXPECT_EQ((Ints{-20, -20}), (Ints{sf_create_user_table(), sf_create_trigger(0, 0)}));
 }
 
-// The trigger keeps a limit (dropping the oldest by creation date and time);
-// reset, it holds 100000 links.
+// The trigger drops the oldest links (creation date, time) past its limit; reset, 100000.
 TEST_F(StoreTest, TriggerLimits) {
   make_store(root); insert_links(root, {{"old1"}, {"old2"}});
   store_exec(root, "UPDATE SHARELINK_EVENT SET create_date = '2001-01-01'");
@@ -45,8 +43,7 @@ TEST_F(StoreTest, TriggerLimits) {
                              "'newest') ORDER BY pkey"));
 }
 
-// An existing store is initialised, without the marker lock; when the flock
-// lock cannot be taken nothing is done.
+// A store is initialised without the marker lock; without the flock lock nothing is done.
 TEST_F(StoreTest, Startup) {
   make_store(root); insert_links(root, {{"k1"}});
   EXPECT_EQ((Ints{0, 1}), (Ints{sf_startup(), sf_event_count()}));
@@ -58,8 +55,7 @@ TEST_F(StoreTest, Startup) {
   EXPECT_FALSE(root.exists(kDb));
 }
 
-// A broken store becomes generation 1; young generations move up one, those
-// past 30 days and those that would pass 10 are removed.
+// A broken store becomes .1; young generations move up, those past 30 days or 10 are removed.
 TEST_F(StoreTest, StartupRotatesABrokenStore) {
   struct Case {
     std::vector<std::pair<std::string, int>> gens;  // suffix, age in days

@@ -1,8 +1,6 @@
-// Crash safety of the registry: the tool is killed with SIGKILL at random
-// moments of a refresh, a mode-2 deletion and a mode-4 rewrite of a large
-// registry. After every kill the registry must be byte for byte the old
-// content or the new one, never missing and never cut short. Temporary files
-// a kill leaves in /etc/config are allowed; they are counted and removed.
+// The tool SIGKILLed at random moments of a refresh, a mode-2 deletion and a mode-4 rewrite of
+// a large registry: it is always byte for byte the old or the new one. Left temporary files
+// are allowed (counted and removed).
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -73,9 +71,8 @@ class CrashSafety : public ::testing::Test {
     ASSERT_EQ(0, rename(root.path("/etc/config/.install").c_str(), root.path(kRegistry).c_str()));
   }
 
-  // Three uninterrupted runs must give `after` and time a run; then kRuns
-  // runs from `before`, each killed after a random delay: most anywhere in a
-  // run, many near its end (where the rename is), a few late enough to finish.
+  // Three uninterrupted runs give `after` and a run's time; then kRuns runs killed after a random
+  // delay: most anywhere, many near the end (the rename), a few late enough to finish.
   void kill_runs(const std::vector<std::string>& args, const std::string& before, const std::string& after,
                  unsigned seed) {
     ASSERT_NE(before, after); std::vector<microseconds> took;
@@ -108,8 +105,7 @@ class CrashSafety : public ::testing::Test {
            saw_new, leftovers);
     RecordProperty("killed", killed); RecordProperty("leftover_files", leftovers);
   }
-  // The registry with every line current, and after a change to line i (an
-  // empty text: removed).
+  // The registry of lines `line(i)` (default: all current; empty: removed).
   static std::string registry(std::function<std::string(int)> line = entry_of) {
     std::string s;
     for (int i = 0; i < kLines; ++i) s += line(i);

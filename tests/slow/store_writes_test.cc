@@ -1,5 +1,4 @@
-// The store's whole writes under load: parallel adds of one key, and the
-// clean-up of twenty thousand links whose files vanished.
+// Parallel adds of one key, and the clean-up of twenty thousand links whose files vanished.
 #include <gtest/gtest.h>
 #include <cstdio>
 #include <string>

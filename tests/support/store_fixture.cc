@@ -1,7 +1,5 @@
 #include "support/store_fixture.h"
 #include <sqlite3.h>
-#include <cstdio>
-#include <ctime>
 #include <stdexcept>
 #include "sharelink_db/store.h"
 
@@ -73,21 +71,6 @@ void insert_links(const ApplianceRoot& root, const std::vector<FixtureLink>& lin
               "?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9, ?10, ?11, ?12, ?13, COALESCE(NULLIF(?14, ''), CURRENT_DATE), "
               "COALESCE(NULLIF(?15, ''), CURRENT_TIME), ?16, ?17, ?18, ?19",
               rows);
-}
-
-void insert_numbered_links(const ApplianceRoot& root, int n, const std::string& creator) {
-  std::vector<FixtureLink> links(static_cast<size_t>(n));
-  for (int i = 0; i < n; ++i) {
-    time_t when = 1704067200 + i;  // 2024-01-01 00:00:00 UTC
-    struct tm tm_when;
-    gmtime_r(&when, &tm_when); char key[32], date[16], clock[16];
-    snprintf(key, sizeof key, "key%05d", i); strftime(date, sizeof date, "%Y-%m-%d", &tm_when);
-    strftime(clock, sizeof clock, "%H:%M:%S", &tm_when);
-    FixtureLink& l = links[static_cast<size_t>(i)];
-    l.pkey = key, l.creator = creator, l.create_date = date, l.create_time = clock;
-    l.createtic = static_cast<int>(when);
-  }
-  insert_links(root, links);
 }
 
 void insert_fids(const ApplianceRoot& root, const std::vector<FixtureFid>& fids) {

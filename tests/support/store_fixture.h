@@ -1,7 +1,5 @@
-// Test stores: a share-link store made with the real schema (slt_sharelink_db
-// linked) inside an ApplianceRoot, rows put in quickly through SQLite directly
-// (one prepared statement, one transaction) and read back. Helpers throw
-// std::runtime_error when SQLite fails.
+// Test stores made with the real schema (slt_sharelink_db linked) in an ApplianceRoot, rows put
+// in fast through SQLite and read back. Helpers throw std::runtime_error when SQLite fails.
 #ifndef SLT_TESTS_SUPPORT_STORE_FIXTURE_H_
 #define SLT_TESTS_SUPPORT_STORE_FIXTURE_H_
 
@@ -32,15 +30,11 @@ extern const char kFixtureNull[];  // a NULL column as store_rows() gives it: "<
 
 // The configured store path as a file-system path under the root.
 std::string store_file(const ApplianceRoot& root);
-// The store's tables (EVENT, FID, USER) as start-up makes them for a new
-// store; with `with_acx` also SHARELINK_ACX, with `with_trigger` the trigger.
+// The tables of a new store (EVENT, FID, USER), `with_acx` SHARELINK_ACX, `with_trigger` the trigger.
 void make_store(const ApplianceRoot& root, bool with_acx = false, bool with_trigger = false);
 void insert_links(const ApplianceRoot& root, const std::vector<FixtureLink>& links);
 void insert_fids(const ApplianceRoot& root, const std::vector<FixtureFid>& fids);
 void insert_users(const ApplianceRoot& root, const std::vector<FixtureUser>& users);
-// `n` links "key00000", ... of `creator`, created one second apart from
-// 2024-01-01 00:00:00 UTC on (createtic, create_date and create_time agree).
-void insert_numbered_links(const ApplianceRoot& root, int n, const std::string& creator = "admin");
 // A statement's rows, each column as text (kFixtureNull for NULL).
 std::vector<std::vector<std::string>> store_rows(const ApplianceRoot& root, const std::string& sql);
 std::string store_value(const ApplianceRoot& root, const std::string& sql);  // of one row, one column
