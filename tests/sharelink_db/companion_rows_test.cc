@@ -45,8 +45,7 @@ const Table kTables[] = {
 // Count, sort and field codes, deletes and drop, and their failures.
 TEST_F(CompanionTest, EveryTableCountsSelectsDeletesAndDrops) {
   auto fill = [&] {
-    insert_links(root, {{"k1"}, {"k2"}});
-    insert_fids(root, {{"k1", "f1", "/a"}, {"k2", "f2", "/b"}});
+    insert_links(root, {{"k1"}, {"k2"}}); insert_fids(root, {{"k1", "f1", "/a"}, {"k2", "f2", "/b"}});
     insert_users(root, {{"k1", "amy", "", "a@x"}, {"k2", "bob", "", "b@x"}});
     store_exec(root, "INSERT INTO SHARELINK_ACX VALUES ('k1', 'rw'), ('k2', 'ro');");
   };
@@ -153,8 +152,7 @@ TEST_F(CompanionTest, JoinedSelectsBringTheLinkAlong) {
   EXPECT_EQ("0:k1=2 k2=1", picked<SfCountRows>(3, [](void* o) {
               return sf_event_fid_count_select(sf_fill_count_rows, 0, 0, 0, o);
             }, counted));
-  ShareLinkRecord f = empty_filter(), key = empty_filter();
-  put(f.creator, "admin"), put(key.pkey, "k1");
+  ShareLinkRecord f = empty_filter(), key = empty_filter(); put(f.creator, "admin"), put(key.pkey, "k1");
   EXPECT_EQ("0:k2=1", picked<SfCountRows>(3, [&](void* o) {
               return sf_event_fid_count_select_filter(sf_fill_count_rows, &f, 1, 0, 1, o);
             }, counted));

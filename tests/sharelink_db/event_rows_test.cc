@@ -54,8 +54,7 @@ TEST_F(StoreTest, EveryFilterFieldTakesPart) {
     base.ssl = 1, base.sharefile = "x/sx", base.link_name = "xlnx", base.useraddr = "xux";
     base.creator = creator, base.accesscode = "ac", base.misc = "xmx", base.title = "xtx";
     base.description = "xdx", base.type = 2, base.createtic = 10, base.expire = 20;
-    base.download_count = 3, base.download_limit = 4, base.filesize = "match";
-    std::vector<L> links = {base};
+    base.download_count = 3, base.download_limit = 4, base.filesize = "match"; std::vector<L> links = {base};
     const char binds = creator[0] == 'a' ? 'm' : 'p';  // the fields the other form binds miss
     Strings counted = {"match"}, selected = {"match"}, left;
     for (const auto& m : misses) {
@@ -162,8 +161,7 @@ TEST_F(StoreTest, InsertStoresEachFieldAndNullsReadBackAsDefaults) {
   for (int i = 1; i < 19; ++i) nulls += ", NULL";
   store_exec(root, "DELETE FROM SHARELINK_EVENT; INSERT INTO SHARELINK_EVENT VALUES (" + nulls + ");");
   std::unique_ptr<ShareLinkRecord> n(new ShareLinkRecord); memset(n.get(), 0x55, sizeof *n);
-  put(n->reserved_key, "mine");
-  ASSERT_EQ(0, sf_event_select(sf_fill_record_single, 0, 0, 0, n.get()));
+  put(n->reserved_key, "mine"); ASSERT_EQ(0, sf_event_select(sf_fill_record_single, 0, 0, 0, n.get()));
   EXPECT_EQ((Strings{"----", "localhost", "----", "none@none", "0", "UNKNOWN", "mine"}),
             (Strings{n->pkey, n->host, n->sharefile, n->useraddr, n->filesize, n->creator, n->reserved_key}));
   EXPECT_EQ(Strings(7, "----"), (Strings{n->accesscode, n->misc, n->create_date, n->create_time, n->title,
@@ -200,8 +198,7 @@ TEST_F(StoreTest, UpdateTargets) {
 }
 
 TEST_F(StoreTest, UpdateListAppliesEachRecordInOneTransaction) {
-  make_store(root); insert_links(root, {{"a"}, {"b"}, {"c"}});
-  std::vector<ShareLinkListNode> nodes(3);
+  make_store(root); insert_links(root, {{"a"}, {"b"}, {"c"}}); std::vector<ShareLinkListNode> nodes(3);
   for (size_t i = 0; i < 3; ++i) sf_filter_reset(&nodes[i].record), nodes[i].next = i < 2 ? &nodes[i + 1] : nullptr;
   put(nodes[0].record.pkey, "a"), put(nodes[1].record.host, "all"), put(nodes[2].record.pkey, "c");
   nodes[0].record.expire = 7, nodes[2].record.type = 5;  // node 1 has no key: every row
@@ -209,8 +206,7 @@ TEST_F(StoreTest, UpdateListAppliesEachRecordInOneTransaction) {
   EXPECT_EQ((Rows{{"a", "all", "7", "0"}, {"b", "all", "0", "0"}, {"c", "all", "0", "0"}}),
             store_rows(root, "SELECT pkey, host, expire, type FROM SHARELINK_EVENT ORDER BY pkey"));
   // A bad record stops the list and rolls back what went before.
-  nodes[1].record.host[0] = '\0';
-  memset(nodes[1].record.accesscode, 'x', sizeof nodes[1].record.accesscode);
+  nodes[1].record.host[0] = '\0'; memset(nodes[1].record.accesscode, 'x', sizeof nodes[1].record.accesscode);
   nodes[0].record.expire = 8;
   EXPECT_EQ((Ints{-28, 0}), (Ints{sf_event_update_list(3, &nodes[0]), sf_parked_connection_count()}));
   EXPECT_EQ((Strings{"a"}), keys_of(root, "WHERE expire = 7"));

@@ -42,8 +42,7 @@ TEST_F(LocationTest, DefaultAndConfiguredPaths) {
   EXPECT_EQ((Ints{-1, -1, -1}), (Ints{sf_db_open(nullptr, 256, &db), sf_db_open(small, 0, &db),
                                       sf_db_open(small, sizeof small, nullptr)}));
   configure(conf("/share/Data/links/x.db")); EXPECT_EQ("/share/Data/links/x.db", path());
-  EXPECT_EQ(0, sf_db_file_ready());
-  EXPECT_EQ("-p /share/Data/links\n", root.read("/tmp/mkdir.args"));
+  EXPECT_EQ(0, sf_db_file_ready()); EXPECT_EQ("-p /share/Data/links\n", root.read("/tmp/mkdir.args"));
   EXPECT_EQ((Ints{0, 1}), (Ints{sf_startup(), sf_db_file_ready()}));
   EXPECT_TRUE(root.exists("/share/Data/links/x.db"));
 }
@@ -54,8 +53,7 @@ TEST_F(LocationTest, AnUnmanagedStoreMovesOntoTheDefaultVolume) {
   configure(conf("/share/Data/x.db", "/share/Vol1")); root.write("/share/Data/x.db", "data");
   EXPECT_EQ(1, sf_relocate_db()); EXPECT_TRUE(root.exists("/share/Data/x.db"));
   EXPECT_FALSE(root.exists("/tmp/mv.args")); root.mkdirs("/share/Vol1");
-  configure(conf(kExt, "/share/Vol1")); root.write(kExt, "data", 0600);
-  EXPECT_EQ(1, sf_relocate_db());
+  configure(conf(kExt, "/share/Vol1")); root.write(kExt, "data", 0600); EXPECT_EQ(1, sf_relocate_db());
   EXPECT_EQ("-p /share/Vol1/.@kdx/share_link_db\n", root.read("/tmp/mkdir.args"));
   EXPECT_EQ("-f " + kExt + " " + kMoved + "\n", root.read("/tmp/mv.args"));
   EXPECT_EQ("data", root.read(kMoved));
@@ -78,10 +76,8 @@ TEST_F(LocationTest, AMissingUnmanagedStoreIsRepointed) {
   configure(conf(kExt, "/share/Vol3"));
   EXPECT_EQ(0, sf_relocate_db());  // volume path missing
   root.mkdirs("/share/Vol3");
-  EXPECT_EQ(1, sf_relocate_db());
-  EXPECT_EQ("/share/Vol3/.@kdx/share_link_db/share_link.db", path());
-  EXPECT_TRUE(root.exists("/share/Vol3/.@kdx/share_link_db"));
-  EXPECT_FALSE(root.exists("/tmp/mv.args"));
+  EXPECT_EQ(1, sf_relocate_db()); EXPECT_EQ("/share/Vol3/.@kdx/share_link_db/share_link.db", path());
+  EXPECT_TRUE(root.exists("/share/Vol3/.@kdx/share_link_db")); EXPECT_FALSE(root.exists("/tmp/mv.args"));
   EXPECT_EQ((Ints{0, 0}), (Ints{sf_set_db_location(""), sf_set_db_location(nullptr)}));
 }
 
@@ -89,8 +85,7 @@ TEST_F(LocationTest, AMissingUnmanagedStoreIsRepointed) {
 TEST_F(LocationTest, RelocationPassRewritesTheRelayHostFirst) {
   make_store(root);
   insert_links(root, {{"a", "x.relay-old.example"}, {"b", "www.relay-old.example"}, {"c", "nas.lan"}});
-  configure("[ShareLink]\nRelay Domain Old = .relay-old.example\n");
-  EXPECT_EQ(1, sf_relocate_pass());
+  configure("[ShareLink]\nRelay Domain Old = .relay-old.example\n"); EXPECT_EQ(1, sf_relocate_pass());
   configure("[ShareLink]\nRelay Domain Old = .relay-old.example\nRelay Domain New = .relay-new.example\n");
   EXPECT_EQ(1, sf_relocate_pass());
   EXPECT_EQ((Rows{{"a", "x.relay-new.example"}, {"b", "www.relay-old.example"}, {"c", "nas.lan"}}),
@@ -98,7 +93,6 @@ TEST_F(LocationTest, RelocationPassRewritesTheRelayHostFirst) {
   configure(conf(kExt, "/share/Vol1", "[ShareLink]\nRelay Domain Old = a\nRelay Domain New = b\n"));
   root.mkdirs("/mnt/ext"); root.mkdirs("/share/Vol1");
   store_exec(root, "CREATE TABLE OTHER ( a TEXT );"); EXPECT_EQ(-28, sf_relocate_pass());
-  EXPECT_EQ(kExt, path()); EXPECT_TRUE(root.exists(kExt));
-  EXPECT_FALSE(root.exists("/tmp/mv.args"));
+  EXPECT_EQ(kExt, path()); EXPECT_TRUE(root.exists(kExt)); EXPECT_FALSE(root.exists("/tmp/mv.args"));
 }
 }  // namespace

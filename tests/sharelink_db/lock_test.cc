@@ -23,8 +23,7 @@ TEST_F(StoreTest, MarkerLock) {
   EXPECT_NE(std::string::npos, log.find(", sharelink lock error\n"));
   root.set_mtime(kLock, time(nullptr) - 1801); EXPECT_EQ(0, sf_check_LockFile());
   EXPECT_FALSE(root.exists(kLock)); root.write(kLock, "");
-  root.set_mtime(kLock, time(nullptr) - 3600); EXPECT_EQ(0, sf_Lock());
-  EXPECT_TRUE(root.exists(kLock));
+  root.set_mtime(kLock, time(nullptr) - 3600); EXPECT_EQ(0, sf_Lock()); EXPECT_TRUE(root.exists(kLock));
   os.fopen = [](const char*, const char*) -> FILE* { return errno = EACCES, nullptr; };
   EXPECT_EQ(1, sf_UnLock()); EXPECT_EQ(-102, sf_Lock());
 }
@@ -35,8 +34,7 @@ TEST_F(StoreTest, FlockLockReportsOpenLockAndUnlockFailures) {
   int fd = sf_flock_lock(0666); ASSERT_GE(fd, 0);
   EXPECT_TRUE(root.exists("/tmp/kdx_shareLink_flock.lock")); EXPECT_EQ(0, sf_flock_unlock(fd));
   g_closed = 0; os.close = [](int fd) { return ++g_closed, ::close(fd); };
-  os.flock = [](int, int) { return errno = EINTR, -1; };
-  EXPECT_EQ(kSfFlockLockFailed, sf_flock_lock(0666));
+  os.flock = [](int, int) { return errno = EINTR, -1; }; EXPECT_EQ(kSfFlockLockFailed, sf_flock_lock(0666));
   EXPECT_EQ(1, g_closed);  // the descriptor is not kept
   fd = ::open(root.path("/tmp/kdx_shareLink_flock.lock").c_str(), O_WRONLY);
   ASSERT_GE(fd, 0); EXPECT_EQ(-2, sf_flock_unlock(fd)); EXPECT_EQ(2, g_closed);

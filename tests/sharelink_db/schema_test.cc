@@ -30,13 +30,11 @@ TEST_F(StoreTest, CreationAndMigrationReportFailures) {
 TEST_F(StoreTest, TriggerLimits) {
   make_store(root); insert_links(root, {{"old1"}, {"old2"}});
   store_exec(root, "UPDATE SHARELINK_EVENT SET create_date = '2001-01-01'");
-  ShareLinkRecord r = empty_filter();
-  put(r.pkey, "new");
+  ShareLinkRecord r = empty_filter(); put(r.pkey, "new");
   EXPECT_EQ((Ints{0, 0}), (Ints{sf_create_trigger(2, 2), sf_event_insert(&r)}));
   EXPECT_EQ((Rows{{"new"}}), store_rows(root, "SELECT pkey FROM SHARELINK_EVENT"));
   EXPECT_EQ((Ints{0, -26}), (Ints{sf_drop_trigger(), sf_drop_trigger()}));
-  store_exec(root, "DELETE FROM SHARELINK_EVENT"); insert_numbered_links(root, 100000);
-  put(r.pkey, "newest");
+  store_exec(root, "DELETE FROM SHARELINK_EVENT"); insert_numbered_links(root, 100000); put(r.pkey, "newest");
   EXPECT_EQ((Ints{0, 0, 100000}), (Ints{sf_reset_trigger(), sf_event_insert(&r), sf_event_count()}));
   EXPECT_EQ((Rows{{"key00001"}, {"newest"}}),
             store_rows(root, "SELECT pkey FROM SHARELINK_EVENT WHERE pkey IN ('key00000', 'key00001', "
@@ -49,9 +47,7 @@ TEST_F(StoreTest, Startup) {
   EXPECT_EQ((Ints{0, 1}), (Ints{sf_startup(), sf_event_count()}));
   EXPECT_EQ("1", store_value(root, "SELECT COUNT(*) FROM sqlite_master WHERE type = 'trigger'"));
   EXPECT_FALSE(root.exists("/tmp/kdx_shareLink.lock"));
-  os.flock = [](int, int) { return errno = EWOULDBLOCK, -1; };
-  root.remove(kDb);
-  EXPECT_EQ(0, sf_startup());
+  os.flock = [](int, int) { return errno = EWOULDBLOCK, -1; }; root.remove(kDb); EXPECT_EQ(0, sf_startup());
   EXPECT_FALSE(root.exists(kDb));
 }
 
@@ -65,15 +61,12 @@ TEST_F(StoreTest, StartupRotatesABrokenStore) {
   const Case cases[] = {{{{".10", 0}, {".9", 1}, {".3", 31}}, {{".10", ".9"}}, {".9", ".3", ".4"}},
                         {{{".1", 0}, {".3", 2}}, {{".2", ".1"}, {".4", ".3"}}, {".3"}}};
   for (const Case& c : cases) {
-    ApplianceRoot fresh;
-    ScopedEnv in{{{"SHARELINK_ROOT", fresh.dir()}}};
+    ApplianceRoot fresh; ScopedEnv in{{{"SHARELINK_ROOT", fresh.dir()}}};
     profile_cache_clear(); fresh.write(kDb, std::string(4096, 'x'));
     for (const auto& g : c.gens) {
-      fresh.write(kDb + g.first, g.first);
-      fresh.set_mtime(kDb + g.first, time(nullptr) - g.second * 86400);
+      fresh.write(kDb + g.first, g.first); fresh.set_mtime(kDb + g.first, time(nullptr) - g.second * 86400);
     }
-    EXPECT_EQ(1, sf_startup());
-    EXPECT_EQ(std::string(4096, 'x'), fresh.read(kDb + ".1"));
+    EXPECT_EQ(1, sf_startup()); EXPECT_EQ(std::string(4096, 'x'), fresh.read(kDb + ".1"));
     for (const auto& a : c.after) EXPECT_EQ(a.second, fresh.read(kDb + a.first));
     for (const auto& g : c.gone) EXPECT_FALSE(fresh.exists(kDb + g)) << g;
     EXPECT_EQ((Rows{{"SHARELINK_EVENT"}, {"SHARELINK_FID"}, {"SHARELINK_USER"}}),

@@ -45,8 +45,7 @@ void insert_rows(const ApplianceRoot& root, const std::string& table, const std:
 }  // namespace
 
 std::string store_file(const ApplianceRoot& root) {
-  ScopedEnv env{{{"SHARELINK_ROOT", root.dir()}}}; char path[256];
-  sf_get_db_path(path, sizeof path);
+  ScopedEnv env{{{"SHARELINK_ROOT", root.dir()}}}; char path[256]; sf_get_db_path(path, sizeof path);
   return root.path(path);
 }
 

@@ -13,15 +13,10 @@ struct FixtureLink {
   FixtureLink() = default;
   FixtureLink(std::string key) : pkey(std::move(key)) {}  // NOLINT: brace lists of keys
   FixtureLink(std::string key, std::string host_name) : pkey(std::move(key)), host(std::move(host_name)) {}
-  std::string pkey, host = "nas.example";
-  int ssl = 0;
-  std::string sharefile = "/share/Public/file.txt", useraddr, filesize = "0";
-  int createtic = 0, expire = 0;
-  std::string creator = "admin", accesscode;
-  int download_count = 0, download_limit = 0;
-  std::string misc = "00000001", create_date, create_time, title, description;
-  int type = 0;
+  std::string pkey, host = "nas.example", sharefile = "/share/Public/file.txt", useraddr, filesize = "0";
+  std::string creator = "admin", accesscode, misc = "00000001", create_date, create_time, title, description;
   std::string link_name;
+  int ssl = 0, createtic = 0, expire = 0, download_count = 0, download_limit = 0, type = 0;
 };
 struct FixtureFid { std::string pkey, fid, sharefile; };
 struct FixtureUser { std::string pkey, user, description, email; };
