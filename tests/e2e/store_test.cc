@@ -1,14 +1,11 @@
 // sharelinkctl's store commands, run as the real program in a temporary appliance root.
 #include <gtest/gtest.h>
-#include <string>
-#include <vector>
 #include "support/appliance.h"
 #include "support/store_fixture.h"
 
 namespace {
 using Rows = std::vector<std::vector<std::string>>;
 const std::string kDb = "/etc/config/share_link.db";
-
 RunResult ctl(const ApplianceRoot& root, const std::vector<std::string>& args,
               const std::map<std::string, std::string>& env = {}) {
   return run_program(ctl_binary(), args, root, env);
@@ -17,7 +14,6 @@ RunResult ctl(const ApplianceRoot& root, const std::vector<std::string>& args,
 std::string status_err(const RunResult& r) {
   return std::to_string(r.status) + (r.out.empty() ? " " : " stdout! ") + r.err;
 }
-
 // init makes a missing store (no trigger yet), sets a broken one aside, upgrades an old one
 // (a new store's tables, rows kept but orphan files, old indexes dropped, trigger made) once.
 TEST(CtlStore, InitMakesSetsAsideOrUpgrades) {
@@ -58,7 +54,6 @@ TEST(CtlStore, InitMakesSetsAsideOrUpgrades) {
     EXPECT_EQ("0 ", status_err(ctl(root, {"init"}))); EXPECT_EQ(want, schema(root, "'table'"));
   }
 }
-
 // Reported on standard error and, with the user, twice in the debug log.
 TEST(CtlStore, AStoreThatCannotBeMadeFailsAndIsReported) {
   ApplianceRoot root; root.write("/etc/config/Korvix.conf", "[Depot]\nShare_Link_Db = /nowhere/x.db\n");
@@ -68,13 +63,10 @@ TEST(CtlStore, AStoreThatCannotBeMadeFailsAndIsReported) {
   EXPECT_EQ("1 sharelinkctl list: the links could not be read: -20 (the store could not be opened)\n",
             status_err(ctl(root, {"list", "--user", "amy"},
                            {{"SHARELINK_DEBUG_LEVEL", "9"}, {"SHARELINK_DEBUG_FILE", "/tmp/debug.log"}})));
-  std::string log = root.read("/tmp/debug.log");
-  const std::string line = ", DB OPEN ERROR, Ret=-20, Ssid=amy\n";
-  size_t first = log.find(line); ASSERT_NE(std::string::npos, first) << log;
-  EXPECT_NE(std::string::npos, log.find(line, first + 1)) << log;
+  std::string log = root.read("/tmp/debug.log"), line = ", DB OPEN ERROR, Ret=-20, Ssid=amy\n";
   EXPECT_EQ(0u, log.find("(pid=")) << log;
+  EXPECT_NE(std::string::npos, log.find(line, log.find(line) + 1)) << log;  // twice
 }
-
 TEST(CtlStore, AddAndList) {
   ApplianceRoot root; ASSERT_EQ(0, ctl(root, {"init"}).status);
   EXPECT_EQ("0 ", status_err(ctl(root, {"add", "k2", "/share/Public/b c.txt", "--creator", "Mirra:bob", "--host",
@@ -96,7 +88,6 @@ TEST(CtlStore, AddAndList) {
             store_rows(root, "SELECT * FROM SHARELINK_FID ORDER BY fid"));
   EXPECT_EQ((Rows{{"k2", "amy", "", "amy@x.example"}}), store_rows(root, "SELECT * FROM SHARELINK_USER"));
 }
-
 TEST(CtlStore, UsageErrorsAndStoreFailures) {
   ApplianceRoot root; ASSERT_EQ(0, ctl(root, {"init"}).status);
   for (const std::vector<std::string>& args : std::vector<std::vector<std::string>>{
@@ -115,7 +106,6 @@ TEST(CtlStore, UsageErrorsAndStoreFailures) {
   EXPECT_EQ("1 sharelinkctl add: a link with key k1 exists already\n", status_err(ctl(root, {"add", "k1", "/q"})));
   EXPECT_EQ("1", store_value(root, "SELECT COUNT(*) FROM SHARELINK_EVENT"));
 }
-
 // A link is added whole or not at all, even with no clean-up possible (deletes refused).
 TEST(CtlStore, AddIsOneTransaction) {
   const std::pair<const char*, const char*> cases[] = {
@@ -131,7 +121,6 @@ TEST(CtlStore, AddIsOneTransaction) {
                                        "(SELECT COUNT(*) FROM SHARELINK_FID)"));
   }
 }
-
 // Only a damaged store is set aside, and said so only after the rename: an intact store on a
 // full disk, a damaged one whose set-aside name is a folder.
 TEST(CtlStore, InitSetsAsideOnlyADamagedStoreAndOnlyWhenTheRenameWorked) {
@@ -158,7 +147,6 @@ TEST(CtlStore, InitSetsAsideOnlyADamagedStoreAndOnlyWhenTheRenameWorked) {
     }
   }
 }
-
 // With its /tmp flag unwritable the once-a-minute clean-up keeps a flag beside the store;
 // without either it is skipped and reported.
 TEST(CtlStore, CleanUpFlagFallsBackBesideTheStore) {
@@ -182,7 +170,6 @@ TEST(CtlStore, CleanUpFlagFallsBackBesideTheStore) {
   blocked(kDb + ".clean_flag"); EXPECT_EQ("gone2,kept", list_keys());
   EXPECT_NE(std::string::npos, root.read("/tmp/parceldeck.log").find("clean-up skipped")) << root.read("/tmp/parceldeck.log");
 }
-
 // The move itself is pinned by the store's unit tests; here its report.
 TEST(CtlStore, Relocate) {
   ApplianceRoot root; ASSERT_EQ(0, ctl(root, {"init"}).status);

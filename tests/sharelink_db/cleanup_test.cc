@@ -21,7 +21,6 @@ struct CleanupTest : StoreTest {
     return out;
   }
 };
-
 TEST_F(CleanupTest, DeletesLinksWithTheirFilesAndOrphans) {
   const char* list[] = {"b", "c", nullptr};
   EXPECT_EQ((Ints{0, -11}), (Ints{sf_delete_link(0, "a"), sf_delete_link(0, nullptr)}));
@@ -35,12 +34,10 @@ TEST_F(CleanupTest, DeletesLinksWithTheirFilesAndOrphans) {
   make_store_unopenable();
   EXPECT_EQ((Ints{-20, -20}), (Ints{sf_delete_orphan_fid(), sf_delete_link(0, "e")}));
 }
-
 TEST_F(CleanupTest, ExpiryDeletesUpToAndWith) {  // 0 never expires
   EXPECT_EQ(0, sf_delete_expired(200));
   EXPECT_EQ("cd abx ax ", keys());
 }
-
 // Mode 7 never commits its delete; its connection stays open until the next store operation.
 TEST_F(CleanupTest, ExpiryModeIsNeverCommitted) {
   const char* list[] = {"250", nullptr};

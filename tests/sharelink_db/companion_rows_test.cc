@@ -9,14 +9,10 @@
 #include "store_test_util.h"
 
 namespace {
-ShareLinkFidRecord fid(const char* pkey, const char* id, const char* path) {
-  ShareLinkFidRecord r{};
-  return put(r.pkey, pkey), put(r.fid, id), put(r.sharefile, path), r;
-}
-ShareLinkUserRecord user(const char* pkey, const char* name, const char* description, const char* email) {
-  ShareLinkUserRecord r{};
-  return put(r.pkey, pkey), put(r.user, name), put(r.description, description), put(r.email, email), r;
-}
+ShareLinkFidRecord fid(const char* key, const char* id, const char* path) {
+  ShareLinkFidRecord r{}; return put(r.pkey, key), put(r.fid, id), put(r.sharefile, path), r; }
+ShareLinkUserRecord user(const char* key, const char* name, const char* description, const char* email) {
+  ShareLinkUserRecord r{}; return put(r.pkey, key), put(r.user, name), put(r.description, description), put(r.email, email), r; }
 // The rc of a select into `n` records, then field `f` of each record read.
 template <class Rows, class Select, class Field>
 std::string picked(int n, Select select, Field f) {
@@ -25,11 +21,9 @@ std::string picked(int n, Select select, Field f) {
   for (int i = 0; i < read.count; ++i) s += std::string(i ? " " : "") + f(out[i]);
   return s;
 }
-
 struct CompanionTest : StoreTest {
   void SetUp() override { StoreTest::SetUp(), make_store(root, true); }
 };
-
 struct Table {
   const char* name;
   int ncolumns, nsorts; int (*count)(); int (*select)(SfRowCallback, int, int, int, void*);
@@ -41,7 +35,6 @@ const Table kTables[] = {
     {"SHARELINK_FID", 3, 6, sf_fid_count, sf_fid_select, sf_fid_delete_by_field, sf_fid_delete_all, sf_fid_drop},
     {"SHARELINK_USER", 4, 8, sf_user_count, sf_user_select, sf_user_delete_by_field, sf_user_delete_all, sf_user_drop},
     {"SHARELINK_ACX", 2, 4, sf_acx_count, sf_acx_select, sf_acx_delete_by_field, sf_acx_delete_all, sf_acx_drop}};
-
 // Count, sort and field codes, deletes and drop, and their failures.
 TEST_F(CompanionTest, EveryTableCountsSelectsDeletesAndDrops) {
   auto fill = [&] {
@@ -65,7 +58,6 @@ TEST_F(CompanionTest, EveryTableCountsSelectsDeletesAndDrops) {
   make_store_unopenable();
   for (const Table& t : kTables) EXPECT_EQ(-20, t.count()) << t.name;
 }
-
 // Batches all or none; paths match inside (case-sensitive); keyless updates go by the fid.
 TEST_F(CompanionTest, FileRows) {
   ShareLinkFidRecord rows[] = {fid("k1", "f1", "/share/A/one"), fid("k1", "f2", "/share/A/two"),
@@ -90,7 +82,6 @@ TEST_F(CompanionTest, FileRows) {
             store_rows(root, "SELECT * FROM SHARELINK_FID ORDER BY fid"));
   EXPECT_EQ((Ints{0, 0, 0}), (Ints{sf_fid_delete_by_field(2, "/moved"), sf_fid_delete_filter(&k1), sf_fid_count()}));
 }
-
 // Filters match whole texts; an update needs a key.
 TEST_F(CompanionTest, AccessRows) {
   ShareLinkAcxRecord k1{}, k2{}, none{}, r{}, ro{}, huge{};
@@ -103,7 +94,6 @@ TEST_F(CompanionTest, AccessRows) {
   EXPECT_EQ(0, sf_acx_delete_filter(&ro));
   EXPECT_EQ((Rows{{"k1", "rw"}}), store_rows(root, "SELECT * FROM SHARELINK_ACX"));
 }
-
 // The filtered select's sort texts: "desctiption" fails, "ORDER BY email" meets the paging text.
 TEST_F(CompanionTest, RecipientRows) {
   insert_users(root, {{"k1", "amy", "d1", "amy@x.example"}, {"k1", "bob", "d2", "bob@y.example"},
@@ -129,7 +119,6 @@ TEST_F(CompanionTest, RecipientRows) {
   EXPECT_EQ((Ints{0, 1, -10, -10}), (Ints{sf_user_delete_by_field(2, "only"), sf_user_count(), sf_user_insert(&huge),
                                           sf_user_count_filter(&huge)}));
 }
-
 // Files and recipients with their link (defaults when gone); links with file counts (k3 has none).
 TEST_F(CompanionTest, JoinedSelectsBringTheLinkAlong) {
   std::vector<FixtureLink> links = {{"k1"}, {"k2"}, {"k3"}};

@@ -9,13 +9,8 @@
 #include "store_test_util.h"
 
 namespace {
-// Collects column `Col` of the selected rows in order.
-template <int Col>
-int collect(void* out, int, char** values, char**) {
-  static_cast<Strings*>(out)->push_back(values[Col] ? values[Col] : "NULL");
-  return 0;
-}
-
+template <int Col>  // collects column `Col` of the selected rows in order
+int collect(void* out, int, char** v, char**) { return static_cast<Strings*>(out)->push_back(v[Col] ? v[Col] : "NULL"), 0; }
 Strings column(const ApplianceRoot& root, const std::string& sql) {
   Strings out;
   for (const auto& row : store_rows(root, sql)) out.push_back(row[0]);
@@ -32,7 +27,6 @@ std::string selected(const ShareLinkRecord* f, int sort, int start, int end) {
 Strings keys_of(const ApplianceRoot& root, const std::string& where = "") {
   return column(root, "SELECT pkey FROM SHARELINK_EVENT " + where + " ORDER BY rowid");
 }
-
 // A row matching every filter field and one missing each (labelled in filesize). The plain creator
 // binds the 'p' fields, the Mirra form the 'm' ones; an earlier expiry ('e') is counted, selected
 // by the Mirra form only. The delete binds the plain form's.
@@ -75,7 +69,6 @@ TEST_F(StoreTest, EveryFilterFieldTakesPart) {
     EXPECT_EQ(left, column(root, "SELECT filesize FROM SHARELINK_EVENT ORDER BY filesize"));
   }
 }
-
 // Every code names real columns, in both selects and the file-count select.
 TEST_F(StoreTest, SortCodes) {
   make_store(root); std::vector<FixtureLink> links = {{"a", "h2"}, {"b", "h3"}, {"c", "h1"}};
@@ -95,7 +88,6 @@ TEST_F(StoreTest, SortCodes) {
       {28, &f, "0:a c b"},     {36, nullptr, "0:b c a"}, {37, &f, "0:a c b"}, {26, nullptr, "0:a b c"}};
   for (const auto& c : cases) EXPECT_EQ(std::get<2>(c), selected(std::get<1>(c), std::get<0>(c), 0, 0)) << std::get<0>(c);
 }
-
 // Paging of both selects; an empty filter (ssl 2 or -1: any) covers the whole table.
 TEST_F(StoreTest, PagingAndTheEmptyFilter) {
   make_store(root); insert_numbered_links(root, 20); ShareLinkRecord f = empty_filter();
@@ -113,7 +105,6 @@ TEST_F(StoreTest, PagingAndTheEmptyFilter) {
   EXPECT_EQ((Ints{20, 0, 20, 20}), counts);
   EXPECT_EQ((Ints{0, 0}), (Ints{sf_event_delete_filter(&f), sf_event_count()}));
 }
-
 TEST_F(StoreTest, ChecksComeBeforeTheStoreIsOpened) {
   make_store_unopenable(); ShareLinkRecord r = empty_filter();
   EXPECT_EQ((Ints{-20, -20}), (Ints{sf_event_count_filter(&r), sf_event_count()}));
@@ -145,7 +136,6 @@ TEST_F(StoreTest, ChecksComeBeforeTheStoreIsOpened) {
   r.expire = 5;
   EXPECT_EQ(-28, sf_event_update(&r));
 }
-
 TEST_F(StoreTest, InsertStoresEachFieldAndNullsReadBackAsDefaults) {
   make_store(root); ShareLinkRecord r = empty_filter();
   put(r.pkey, "k'1"), put(r.host, "h"), put(r.sharefile, "/s"), put(r.useraddr, "u"), put(r.filesize, "12");
@@ -169,7 +159,6 @@ TEST_F(StoreTest, InsertStoresEachFieldAndNullsReadBackAsDefaults) {
   EXPECT_EQ(Ints(9, 0), (Ints{n->ssl, n->reserved_size, n->createtic, n->expire, n->download_count, n->download_limit,
                               n->type, n->trailing_a, n->trailing_b}));
 }
-
 TEST_F(StoreTest, RowReadersFillArraysAndSkipOtherShapes) {
   make_store(root); insert_numbered_links(root, 3); insert_fids(root, {{"key00001", "f", "/p"}});
   std::vector<ShareLinkRecord> rows(3), two(2); sf_record_array_count = 0, sf_clean_array_count = 0;
@@ -181,7 +170,6 @@ TEST_F(StoreTest, RowReadersFillArraysAndSkipOtherShapes) {
                   sf_event_select(sf_fill_record_bounded, 0, 0, 0, &bounded), bounded.count, bounded.overflow}));
   EXPECT_EQ((Strings{"key00002", "00:00:00", "key00001"}), (Strings{rows[0].pkey, rows[2].create_time, two[1].pkey}));
 }
-
 TEST_F(StoreTest, UpdateTargets) {
   make_store(root); std::vector<FixtureLink> links = {{"a"}, {"b"}, {"c"}}; links[1].misc = "----";
   insert_links(root, links); ShareLinkRecord r = empty_filter(), key = empty_filter();
@@ -196,7 +184,6 @@ TEST_F(StoreTest, UpdateTargets) {
   put(r.misc, "11"), put(r.title, "new"); ASSERT_EQ(0, sf_event_update(&r));
   EXPECT_EQ((Strings{"b"}), keys_of(root, "WHERE title = 'new' AND misc = '11'"));
 }
-
 TEST_F(StoreTest, UpdateListAppliesEachRecordInOneTransaction) {
   make_store(root); insert_links(root, {{"a"}, {"b"}, {"c"}}); std::vector<ShareLinkListNode> nodes(3);
   for (size_t i = 0; i < 3; ++i) sf_filter_reset(&nodes[i].record), nodes[i].next = i < 2 ? &nodes[i + 1] : nullptr;
@@ -216,7 +203,6 @@ TEST_F(StoreTest, UpdateListAppliesEachRecordInOneTransaction) {
   EXPECT_EQ((Ints{-28, 1, 0, 0}), (Ints{sf_event_update_list(1, &nodes[0]), sf_parked_connection_count(),
                                         sf_event_count(), sf_parked_connection_count()}));
 }
-
 TEST_F(StoreTest, DeleteByField) {
   make_store(root); std::vector<FixtureLink> links = {{"a"}, {"b"}, {"c"}, {"d"}};
   links[0].expire = 100, links[1].expire = 200, links[3].ssl = 1; insert_links(root, links);
@@ -230,7 +216,6 @@ TEST_F(StoreTest, DeleteByField) {
   EXPECT_EQ((Ints{0, 0}), (Ints{sf_event_delete_by_field(2, &ssl), sf_event_delete_by_field(0, "b")}));
   EXPECT_EQ((Strings{"c"}), keys_of(root));
 }
-
 TEST_F(StoreTest, DeleteByFilterIgnoresAFailedCommitAndPlainStatementsRun) {
   make_store(root); insert_links(root, {{"a"}, {"b"}});
   sqlite3* reader = nullptr;  // holding its shared lock, it keeps any commit from finishing

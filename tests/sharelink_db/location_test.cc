@@ -6,12 +6,10 @@
 
 namespace {
 const std::string kExt = "/mnt/ext/share_link.db", kMoved = "/share/Vol1/.@kdx/share_link_db/share_link.db";
-
 // A Korvix.conf naming the store and, when given, the default volume.
 std::string conf(const std::string& db, const std::string& volume = "", const std::string& more = "") {
   return "[Depot]\nShare_Link_Db = " + db + "\n" + (volume.empty() ? "" : "[Storage]\nDefault Volume = " + volume + "\n") + more;
 }
-
 // mkdir and mv log their arguments and work inside the root.
 struct LocationTest : StoreTest {
   void SetUp() override {
@@ -31,7 +29,6 @@ struct LocationTest : StoreTest {
     return st.st_mode & 07777;
   }
 };
-
 // The default needs no folder; a configured path gets its folder made.
 TEST_F(LocationTest, DefaultAndConfiguredPaths) {
   EXPECT_EQ("/etc/config/share_link.db", path()); EXPECT_EQ(0, sf_db_file_ready());
@@ -46,7 +43,6 @@ TEST_F(LocationTest, DefaultAndConfiguredPaths) {
   EXPECT_EQ((Ints{0, 1}), (Ints{sf_startup(), sf_db_file_ready()}));
   EXPECT_TRUE(root.exists("/share/Data/links/x.db"));
 }
-
 // Stores under /etc/config or /share stay; others move onto the default volume, modes opened.
 TEST_F(LocationTest, AnUnmanagedStoreMovesOntoTheDefaultVolume) {
   make_store(root); EXPECT_EQ(1, sf_relocate_db());
@@ -60,7 +56,6 @@ TEST_F(LocationTest, AnUnmanagedStoreMovesOntoTheDefaultVolume) {
   EXPECT_EQ((Ints{0666, 0777}), (Ints{static_cast<int>(mode_of(kMoved)), static_cast<int>(mode_of("/share/Vol1"))}));
   EXPECT_EQ(kMoved, path()); EXPECT_EQ(1, sf_relocate_db());
 }
-
 // A failed move, no volume, or a folder that cannot be made: the configuration stays.
 TEST_F(LocationTest, AFailedMoveLeavesTheConfigurationAlone) {
   root.mkdirs("/share/Vol1/.@kdx/share_link_db"); root.script("/bin/mv", "exit 1\n");
@@ -71,7 +66,6 @@ TEST_F(LocationTest, AFailedMoveLeavesTheConfigurationAlone) {
   root.mkdirs("/share/Vol2"); configure(conf(kExt, "/share/Vol2")); EXPECT_EQ(0, sf_relocate_db());
   EXPECT_EQ(kExt, path());
 }
-
 TEST_F(LocationTest, AMissingUnmanagedStoreIsRepointed) {
   configure(conf(kExt, "/share/Vol3"));
   EXPECT_EQ(0, sf_relocate_db());  // volume path missing
@@ -80,7 +74,6 @@ TEST_F(LocationTest, AMissingUnmanagedStoreIsRepointed) {
   EXPECT_TRUE(root.exists("/share/Vol3/.@kdx/share_link_db")); EXPECT_FALSE(root.exists("/tmp/mv.args"));
   EXPECT_EQ((Ints{0, 0}), (Ints{sf_set_db_location(""), sf_set_db_location(nullptr)}));
 }
-
 // The relay host is rewritten first (with both domains); a failed rewrite stops the pass.
 TEST_F(LocationTest, RelocationPassRewritesTheRelayHostFirst) {
   make_store(root);

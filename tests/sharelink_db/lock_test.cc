@@ -1,6 +1,5 @@
 // The marker lock, the flock lock and the empty-store check.
 #include <fcntl.h>
-#include <sys/file.h>
 #include <unistd.h>
 #include <cerrno>
 #include <ctime>
@@ -9,7 +8,6 @@
 
 namespace {
 const char kLock[] = "/tmp/kdx_shareLink.lock";
-
 // Free: taken. Fresh: held after seven waits (logged at level 10 only). Past 30 minutes: broken.
 TEST_F(StoreTest, MarkerLock) {
   EXPECT_EQ(0, sf_check_LockFile()); EXPECT_EQ(0, sleep_calls()); EXPECT_EQ(0, sf_Lock());
@@ -27,9 +25,7 @@ TEST_F(StoreTest, MarkerLock) {
   os.fopen = [](const char*, const char*) -> FILE* { return errno = EACCES, nullptr; };
   EXPECT_EQ(1, sf_UnLock()); EXPECT_EQ(-102, sf_Lock());
 }
-
 int g_closed = 0;
-
 TEST_F(StoreTest, FlockLockReportsOpenLockAndUnlockFailures) {
   int fd = sf_flock_lock(0666); ASSERT_GE(fd, 0);
   EXPECT_TRUE(root.exists("/tmp/kdx_shareLink_flock.lock")); EXPECT_EQ(0, sf_flock_unlock(fd));
@@ -41,7 +37,6 @@ TEST_F(StoreTest, FlockLockReportsOpenLockAndUnlockFailures) {
   os.open = [](const char*, int, mode_t) { return errno = EACCES, -1; };
   EXPECT_EQ(kSfFlockOpenFailed, sf_flock_lock(0666));
 }
-
 // Missing or empty: nothing to count, and no file is made; a held lock: no check.
 TEST_F(StoreTest, EmptyStoreCheck) {
   const char db[] = "/etc/config/share_link.db";

@@ -3,12 +3,10 @@
 #include <map>
 #include "platform/naslog_migrate.h"
 #include "sharelink_db/event_rows.h"
-#include "sharelink_db/result_codes.h"
 #include "store_test_util.h"
 
 namespace {
 const std::string kDb = "/etc/config/share_link.db";
-
 TEST_F(StoreTest, CreationAndMigrationReportFailures) {
   root.write(kDb, std::string(4096, 'x'));  // no database: the creation statement fails
   EXPECT_EQ((Ints{-21, -63}), (Ints{sf_create_event_table(), sf_create_tables()}));
@@ -25,7 +23,6 @@ TEST_F(StoreTest, CreationAndMigrationReportFailures) {
   make_store_unopenable();
   EXPECT_EQ((Ints{-20, -20}), (Ints{sf_create_user_table(), sf_create_trigger(0, 0)}));
 }
-
 // The trigger drops the oldest links (creation date, time) past its limit; reset, 100000.
 TEST_F(StoreTest, TriggerLimits) {
   make_store(root); insert_links(root, {{"old1"}, {"old2"}});
@@ -40,7 +37,6 @@ TEST_F(StoreTest, TriggerLimits) {
             store_rows(root, "SELECT pkey FROM SHARELINK_EVENT WHERE pkey IN ('key00000', 'key00001', "
                              "'newest') ORDER BY pkey"));
 }
-
 // A store is initialised without the marker lock; without the flock lock nothing is done.
 TEST_F(StoreTest, Startup) {
   make_store(root); insert_links(root, {{"k1"}});
@@ -50,7 +46,6 @@ TEST_F(StoreTest, Startup) {
   os.flock = [](int, int) { return errno = EWOULDBLOCK, -1; }; root.remove(kDb); EXPECT_EQ(0, sf_startup());
   EXPECT_FALSE(root.exists(kDb));
 }
-
 // A broken store becomes .1; young generations move up, those past 30 days or 10 are removed.
 TEST_F(StoreTest, StartupRotatesABrokenStore) {
   struct Case {

@@ -12,12 +12,10 @@
 namespace {
 const char kRegistry[] = "/etc/config/shareFileEx.ini";
 constexpr int kLines = 20000, kRuns = 120;
-
 std::string id_of(int i) {
   char buf[16]; snprintf(buf, sizeof buf, "ID%06d", i);
   return buf;
 }
-
 // Ten fields, as the file manager writes them.
 std::string entry(int i, const std::string& expiry = "0", const std::string& path = "",
                   const std::string& host = "nas", const std::string& https = "0", const std::string& value = "v9") {
@@ -25,14 +23,12 @@ std::string entry(int i, const std::string& expiry = "0", const std::string& pat
          (path.empty() ? "/share/Public/f" + std::to_string(i % 10) : path) + "\tf6\t" + expiry + "\tf8\t" +
          value + "\tf10\n";
 }
-
 // The registry of lines `line(i)` (default: all current; empty: removed).
 std::string registry(const std::function<std::string(int)>& line = [](int i) { return entry(i); }) {
   std::string s;
   for (int i = 0; i < kLines; ++i) s += line(i);
   return s;
 }
-
 struct CrashSafety : ::testing::Test {
   void SetUp() override {
     for (int i = 0; i < 10; ++i) root.write("/share/Public/f" + std::to_string(i), "x");
@@ -55,7 +51,6 @@ struct CrashSafety : ::testing::Test {
     }
     return n;
   }
-
   // Three uninterrupted runs give `after` and a run's time; then kRuns runs killed after a random
   // delay: most anywhere, many near the end (the rename), a few late enough to finish.
   void kill_runs(const std::vector<std::string>& args, const std::string& before, const std::string& after,
@@ -82,10 +77,8 @@ struct CrashSafety : ::testing::Test {
     // Early kills find the old registry, late ones the new.
     EXPECT_GT(saw_old, 0); EXPECT_GT(saw_new, 0);
   }
-
   ApplianceRoot root;
 };
-
 // Every seventh line names a missing file, every eleventh has expired.
 TEST_F(CrashSafety, KilledRefreshLeavesTheOldOrTheNewRegistry) {
   auto kept = [](int i) { return i % 7 == 3 || i % 11 == 5 ? "" : entry(i, i % 2 ? "0" : "4000000000"); };
@@ -93,14 +86,12 @@ TEST_F(CrashSafety, KilledRefreshLeavesTheOldOrTheNewRegistry) {
               return i % 7 == 3 ? entry(i, "0", "/share/Public/gone" + std::to_string(i)) : i % 11 == 5 ? entry(i, "1000") : kept(i);
             }), registry(kept), 20250801u);
 }
-
 TEST_F(CrashSafety, KilledDeletionLeavesTheOldOrTheNewRegistry) {
   kill_runs({"2", "https://nas/share.cgi?ssid=" + id_of(0) + ",http://nas:8080/share.cgi?ssid=" + id_of(10000) +
                       ",https://nas/share.cgi?fid=3&ssid=" + id_of(kLines - 1)},
             registry(), registry([](int i) { return i == 0 || i == 10000 || i == kLines - 1 ? "" : entry(i); }),
             20250802u);
 }
-
 TEST_F(CrashSafety, KilledRewriteLeavesTheOldOrTheNewRegistry) {
   kill_runs({"4", "new value", "1", "https://nas2.example/share.cgi?ssid=" + id_of(12345), "1900000000"}, registry(),
             registry([](int i) { return i == 12345 ? entry(i, "1900000000", "", "nas2.example", "1", "new value") : entry(i); }),

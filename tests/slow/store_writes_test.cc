@@ -1,9 +1,6 @@
 // Parallel adds of one key, and the clean-up of twenty thousand links whose files vanished.
 #include <gtest/gtest.h>
-#include <cstdio>
-#include <string>
 #include <thread>
-#include <vector>
 #include "support/appliance.h"
 #include "support/store_fixture.h"
 
@@ -16,7 +13,6 @@ std::string counts(const ApplianceRoot& root, const std::string& key) {
   }
   return store_value(root, sql);
 }
-
 TEST(SlowStoreWrites, OfTwoParallelAddsOfOneKeyExactlyOneSucceeds) {
   ApplianceRoot root; ASSERT_EQ(0, run_program(ctl_binary(), {"init"}, root).status);
   for (int round = 0; round < 5; ++round) {
@@ -33,7 +29,6 @@ TEST(SlowStoreWrites, OfTwoParallelAddsOfOneKeyExactlyOneSucceeds) {
     EXPECT_EQ("1,1,1,", counts(root, key));  // the files and recipients of one add only
   }
 }
-
 TEST(SlowStoreWrites, TwentyThousandVanishedLinksAreCleanedUpInBatches) {
   ApplianceRoot root; root.write("/etc/config/smb.conf", "[Public]\npath = /share/Public\n");
   root.write("/share/Public/ann/kept.txt", "x"); make_store(root, true, false);

@@ -4,10 +4,8 @@
 #include "sharelink_db/store.h"
 
 const char kFixtureNull[] = "<null>";
-
 namespace {
 using Table = std::vector<std::vector<std::string>>;
-
 struct Db {
   explicit Db(const ApplianceRoot& root) {
     if (sqlite3_open(store_file(root).c_str(), &db) != SQLITE_OK) fail("open");
@@ -23,7 +21,6 @@ struct Db {
   }
   sqlite3* db = nullptr;
 };
-
 // Each row's texts bound to ?1, ?2, ... of `table`'s insert, in one
 // transaction. Integer columns convert the texts by their affinity.
 void insert_rows(const ApplianceRoot& root, const std::string& table, const std::string& columns,
@@ -43,12 +40,10 @@ void insert_rows(const ApplianceRoot& root, const std::string& table, const std:
   sqlite3_finalize(stmt); db.exec("COMMIT");
 }
 }  // namespace
-
 std::string store_file(const ApplianceRoot& root) {
   ScopedEnv env{{{"SHARELINK_ROOT", root.dir()}}}; char path[256]; sf_get_db_path(path, sizeof path);
   return root.path(path);
 }
-
 void make_store(const ApplianceRoot& root, bool with_acx, bool with_trigger) {
   ScopedEnv env{{{"SHARELINK_ROOT", root.dir()}}};
   if (sf_create_tables() != 0 || (with_acx && sf_create_acx_table() != 0) ||
@@ -56,7 +51,6 @@ void make_store(const ApplianceRoot& root, bool with_acx, bool with_trigger) {
     throw std::runtime_error("store fixture: the store's tables cannot be made");
   }
 }
-
 void insert_links(const ApplianceRoot& root, const std::vector<FixtureLink>& links) {
   Table rows; auto n = [](int v) { return std::to_string(v); };
   for (const FixtureLink& l : links) {
@@ -71,19 +65,16 @@ void insert_links(const ApplianceRoot& root, const std::vector<FixtureLink>& lin
               "COALESCE(NULLIF(?15, ''), CURRENT_TIME), ?16, ?17, ?18, ?19",
               rows);
 }
-
 void insert_fids(const ApplianceRoot& root, const std::vector<FixtureFid>& fids) {
   Table rows;
   for (const FixtureFid& f : fids) rows.push_back({f.pkey, f.fid, f.sharefile});
   insert_rows(root, "SHARELINK_FID", "pkey, fid, sharefile", "?1, ?2, ?3", rows);
 }
-
 void insert_users(const ApplianceRoot& root, const std::vector<FixtureUser>& users) {
   Table rows;
   for (const FixtureUser& u : users) rows.push_back({u.pkey, u.user, u.description, u.email});
   insert_rows(root, "SHARELINK_USER", "pkey, user, description, email", "?1, ?2, ?3, ?4", rows);
 }
-
 Table store_rows(const ApplianceRoot& root, const std::string& sql) {
   Db db(root); Table rows;
   auto add = [](void* out, int n, char** values, char**) {
@@ -95,11 +86,9 @@ Table store_rows(const ApplianceRoot& root, const std::string& sql) {
   if (sqlite3_exec(db.db, sql.c_str(), add, &rows, nullptr) != SQLITE_OK) db.fail(sql);
   return rows;
 }
-
 std::string store_value(const ApplianceRoot& root, const std::string& sql) {
   auto rows = store_rows(root, sql);
   if (rows.size() != 1 || rows[0].size() != 1) throw std::runtime_error("store fixture: not a single value: " + sql);
   return rows[0][0];
 }
-
 void store_exec(const ApplianceRoot& root, const std::string& sql) { Db(root).exec(sql); }

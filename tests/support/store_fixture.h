@@ -2,7 +2,6 @@
 // in fast through SQLite and read back. Helpers throw std::runtime_error when SQLite fails.
 #ifndef SLT_TESTS_SUPPORT_STORE_FIXTURE_H_
 #define SLT_TESTS_SUPPORT_STORE_FIXTURE_H_
-
 #include <string>
 #include <utility>
 #include <vector>
@@ -20,9 +19,7 @@ struct FixtureLink {
 };
 struct FixtureFid { std::string pkey, fid, sharefile; };
 struct FixtureUser { std::string pkey, user, description, email; };
-
 extern const char kFixtureNull[];  // a NULL column as store_rows() gives it: "<null>"
-
 // The configured store path as a file-system path under the root.
 std::string store_file(const ApplianceRoot& root);
 // The tables of a new store (EVENT, FID, USER), `with_acx` SHARELINK_ACX, `with_trigger` the trigger.
@@ -34,5 +31,4 @@ void insert_users(const ApplianceRoot& root, const std::vector<FixtureUser>& use
 std::vector<std::vector<std::string>> store_rows(const ApplianceRoot& root, const std::string& sql);
 std::string store_value(const ApplianceRoot& root, const std::string& sql);  // of one row, one column
 void store_exec(const ApplianceRoot& root, const std::string& sql);
-
 #endif  // SLT_TESTS_SUPPORT_STORE_FIXTURE_H_
