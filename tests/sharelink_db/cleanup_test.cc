@@ -1,82 +1,53 @@
 // Link removal by key, the uncommitted expiry mode, and the orphan deletes.
-#include <sqlite3.h>
-
 #include "sharelink_db/cleanup.h"
 #include "sharelink_db/event_rows.h"
 #include "store_test_util.h"
 
 namespace {
-
-using Rows = std::vector<std::vector<std::string>>;
-
-class CleanupTest : public StoreTest {
- protected:
+// Links a (expiring 100), b (200), c (0), d (300); files of a, b, x; recipients of a, x.
+struct CleanupTest : StoreTest {
   void SetUp() override {
-    StoreTest::SetUp();
-    make_store(root);
-    std::vector<FixtureLink> links = {{"a"}, {"b"}, {"c"}, {"d"}};
-    links[0].expire = 100;
-    links[1].expire = 200;
-    links[2].expire = 0;
-    links[3].expire = 300;
-    insert_links(root, links);
+    StoreTest::SetUp(); make_store(root); std::vector<FixtureLink> links = {{"a"}, {"b"}, {"c"}, {"d"}};
+    links[0].expire = 100, links[1].expire = 200, links[3].expire = 300; insert_links(root, links);
     insert_fids(root, {{"a", "1", "/a"}, {"b", "2", "/b"}, {"x", "3", "/x"}});
     insert_users(root, {{"a", "amy", "", ""}, {"x", "bob", "", ""}});
   }
-  std::string keys(const char* table) {
+  std::string keys() {
     std::string out;
-    for (const auto& row : store_rows(root, std::string("SELECT pkey FROM ") + table + " ORDER BY pkey")) {
-      out += row[0];
+    for (const char* t : {"EVENT", "FID", "USER"}) {
+      out += store_value(root, std::string("SELECT ifnull(group_concat(pkey, ''), '') || ' ' FROM (SELECT pkey FROM "
+                                           "SHARELINK_") + t + " ORDER BY pkey)");
     }
     return out;
   }
 };
-
-TEST_F(CleanupTest, DeletesALinkWithItsFiles) {
-  EXPECT_EQ(0, sf_delete_link(0, "a"));
-  EXPECT_EQ("bcd", keys("SHARELINK_EVENT"));
-  EXPECT_EQ("bx", keys("SHARELINK_FID"));
-  EXPECT_EQ(-11, sf_delete_link(0, nullptr));
+TEST_F(CleanupTest, DeletesLinksWithTheirFilesAndOrphans) {
   const char* list[] = {"b", "c", nullptr};
-  EXPECT_EQ(0, sf_delete_links(0, list));
-  EXPECT_EQ("d", keys("SHARELINK_EVENT"));
-  EXPECT_EQ("x", keys("SHARELINK_FID"));
-  EXPECT_EQ(-11, sf_delete_links(0, nullptr));
+  EXPECT_EQ((Ints{0, -11}), (Ints{sf_delete_link(0, "a"), sf_delete_link(0, nullptr)}));
+  EXPECT_EQ("bcd bx ax ", keys());
+  EXPECT_EQ((Ints{0, -11}), (Ints{sf_delete_links(0, list), sf_delete_links(0, nullptr)}));
+  EXPECT_EQ("d x ax ", keys());
+  EXPECT_EQ((Ints{0, 0}), (Ints{sf_delete_orphan_fid(), sf_delete_orphan_user()})); EXPECT_EQ("d   ", keys());
+  insert_links(root, {{"e"}}), insert_fids(root, {{"e", "9", "/e"}});
+  EXPECT_EQ(0, sf_delete_event_without_fid()); EXPECT_EQ("e e  ", keys());
+  store_exec(root, "DROP TABLE SHARELINK_USER;"); EXPECT_EQ(-27, sf_delete_orphan_user());
+  make_store_unopenable();
+  EXPECT_EQ((Ints{-20, -20}), (Ints{sf_delete_orphan_fid(), sf_delete_link(0, "e")}));
 }
-
-// Mode 7 runs its delete but never commits it; its connection stays open
-// (with the write pending) until the process's next store operation.
+TEST_F(CleanupTest, ExpiryDeletesUpToAndWith) {  // 0 never expires
+  EXPECT_EQ(0, sf_delete_expired(200));
+  EXPECT_EQ("cd abx ax ", keys());
+}
+// Mode 7 never commits its delete; its connection stays open until the next store operation.
 TEST_F(CleanupTest, ExpiryModeIsNeverCommitted) {
-  EXPECT_EQ(-11, sf_delete_link(7, "250"));
-  EXPECT_EQ(1, sf_parked_connection_count());
-  EXPECT_EQ("abcd", keys("SHARELINK_EVENT"));  // another connection still sees every link
-  EXPECT_EQ(4, sf_event_count());
-  EXPECT_EQ(0, sf_parked_connection_count());
   const char* list[] = {"250", nullptr};
-  EXPECT_EQ(-11, sf_delete_links(7, list));
-  EXPECT_EQ(-11, sf_delete_link(3, "a"));  // any other mode once the transaction has begun
-  EXPECT_EQ(1, sf_parked_connection_count());
-  sf_release_parked_connections();
-  EXPECT_EQ("abcd", keys("SHARELINK_EVENT"));
   const char* empty[] = {nullptr};
+  EXPECT_EQ((Ints{-11, 1}), (Ints{sf_delete_link(7, "250"), sf_parked_connection_count()}));
+  EXPECT_EQ("abcd abx ax ", keys());  // another connection still sees every link
+  EXPECT_EQ((Ints{4, 0}), (Ints{sf_event_count(), sf_parked_connection_count()}));
+  // Any other mode once the transaction has begun.
+  EXPECT_EQ((Ints{-11, -11, 1}), (Ints{sf_delete_links(7, list), sf_delete_link(3, "a"), sf_parked_connection_count()}));
+  sf_release_parked_connections(); EXPECT_EQ("abcd abx ax ", keys());
   EXPECT_EQ(-11, sf_delete_links(7, empty));
 }
-
-TEST_F(CleanupTest, OrphanAndExpiryDeletes) {
-  EXPECT_EQ(0, sf_delete_expired(200));  // up to and with 200; 0 never expires
-  EXPECT_EQ("cd", keys("SHARELINK_EVENT"));
-  EXPECT_EQ(0, sf_delete_orphan_fid());
-  EXPECT_EQ("", keys("SHARELINK_FID"));
-  EXPECT_EQ(0, sf_delete_orphan_user());
-  EXPECT_EQ("", keys("SHARELINK_USER"));
-  insert_fids(root, {{"c", "9", "/c"}});
-  EXPECT_EQ(0, sf_delete_event_without_fid());
-  EXPECT_EQ("c", keys("SHARELINK_EVENT"));
-  store_exec(root, "DROP TABLE SHARELINK_USER;");
-  EXPECT_EQ(-27, sf_delete_orphan_user());
-  make_store_unopenable();
-  EXPECT_EQ(-20, sf_delete_orphan_fid());
-  EXPECT_EQ(-20, sf_delete_link(0, "c"));
-}
-
 }  // namespace

@@ -1,74 +1,34 @@
-// Test stores: a share-link store made with the real schema inside an
-// ApplianceRoot, rows put in quickly through SQLite directly (one prepared
-// statement, one transaction: thousands of links in well under a second),
-// and rows read back. Helpers throw std::runtime_error when SQLite fails.
-//
-// Link tests need slt_sharelink_db linked (the store library builds the
-// schema).
+// Test stores made with the real schema (slt_sharelink_db linked) in an ApplianceRoot, rows put
+// in fast through SQLite and read back. Helpers throw std::runtime_error when SQLite fails.
 #ifndef SLT_TESTS_SUPPORT_STORE_FIXTURE_H_
 #define SLT_TESTS_SUPPORT_STORE_FIXTURE_H_
-
 #include <string>
 #include <utility>
 #include <vector>
-
 #include "support/appliance.h"
 
-// One SHARELINK_EVENT row. Empty create_date / create_time take the column
-// defaults (today, now).
+// One SHARELINK_EVENT row. Empty create_date / create_time take today / now.
 struct FixtureLink {
   FixtureLink() = default;
-  // A link with the given key (and host); the other columns as below.
   FixtureLink(std::string key) : pkey(std::move(key)) {}  // NOLINT: brace lists of keys
-  FixtureLink(std::string key, std::string host_name)
-      : pkey(std::move(key)), host(std::move(host_name)) {}
-
-  std::string pkey, host = "nas.example";
-  int ssl = 0;
-  std::string sharefile = "/share/Public/file.txt", useraddr, filesize = "0";
-  int createtic = 0, expire = 0;
-  std::string creator = "admin", accesscode;
-  int download_count = 0, download_limit = 0;
-  std::string misc = "00000001", create_date, create_time, title, description;
-  int type = 0;
+  FixtureLink(std::string key, std::string host_name) : pkey(std::move(key)), host(std::move(host_name)) {}
+  std::string pkey, host = "nas.example", sharefile = "/share/Public/file.txt", useraddr, filesize = "0";
+  std::string creator = "admin", accesscode, misc = "00000001", create_date, create_time, title, description;
   std::string link_name;
+  int ssl = 0, createtic = 0, expire = 0, download_count = 0, download_limit = 0, type = 0;
 };
-
-struct FixtureFid {
-  std::string pkey, fid, sharefile;
-};
-
-struct FixtureUser {
-  std::string pkey, user, description, email;
-};
-
-// A NULL column as store_rows() gives it.
-extern const char kFixtureNull[];  // "<null>"
-
-// The configured store path (the default "/etc/config/share_link.db" unless
-// Korvix.conf names another) as a file-system path under the root.
+struct FixtureFid { std::string pkey, fid, sharefile; };
+struct FixtureUser { std::string pkey, user, description, email; };
+extern const char kFixtureNull[];  // a NULL column as store_rows() gives it: "<null>"
+// The configured store path as a file-system path under the root.
 std::string store_file(const ApplianceRoot& root);
-
-// Makes the store's tables (EVENT, FID, USER) as start-up does for a new
-// store. With `with_acx` also SHARELINK_ACX, and with `with_trigger` the
-// size-limiting trigger.
+// The tables of a new store (EVENT, FID, USER), `with_acx` SHARELINK_ACX, `with_trigger` the trigger.
 void make_store(const ApplianceRoot& root, bool with_acx = false, bool with_trigger = false);
-
 void insert_links(const ApplianceRoot& root, const std::vector<FixtureLink>& links);
 void insert_fids(const ApplianceRoot& root, const std::vector<FixtureFid>& fids);
 void insert_users(const ApplianceRoot& root, const std::vector<FixtureUser>& users);
-
-// `n` links "key00000", "key00001", ... of `creator`, created one second apart
-// from 2024-01-01 00:00:00 UTC on (createtic, create_date and create_time
-// agree), in one transaction.
-void insert_numbered_links(const ApplianceRoot& root, int n, const std::string& creator = "admin");
-
-// Runs a statement on the store file and returns its rows, each column as
-// text (kFixtureNull for NULL).
+// A statement's rows, each column as text (kFixtureNull for NULL).
 std::vector<std::vector<std::string>> store_rows(const ApplianceRoot& root, const std::string& sql);
-// The single value of a one-row, one-column query.
-std::string store_value(const ApplianceRoot& root, const std::string& sql);
-// Runs statements on the store file (for building odd stores in tests).
+std::string store_value(const ApplianceRoot& root, const std::string& sql);  // of one row, one column
 void store_exec(const ApplianceRoot& root, const std::string& sql);
-
 #endif  // SLT_TESTS_SUPPORT_STORE_FIXTURE_H_
