@@ -13,17 +13,13 @@
 
 // The program's path on PATH (and the sbin folders), or "".
 std::string find_program(const char* name);
-
-// A port that was free a moment ago; lighttpd may still lose it to a race,
-// which the server start detects and retries.
+// A port that was free a moment ago (the server start retries on a race).
 int free_port();
 
 // lighttpd in the foreground (-D), stopped on destruction. `config` gets the
-// chosen port and returns the whole configuration text; it is written to
-// /web/lighttpd.conf of the root, logs go to /web/logs/.
-// server.username stays unset in the configurations of the tests: the
-// server and its CGI children keep the test's identity, which owns the
-// private temporary root.
+// port and returns the configuration, written to /web/lighttpd.conf of the
+// root; logs go to /web/logs/. server.username stays unset: the server and
+// its CGI children keep the test's identity, which owns the temporary root.
 class WebServer {
  public:
   WebServer(const ApplianceRoot& root, const std::string& lighttpd,
@@ -31,7 +27,6 @@ class WebServer {
   ~WebServer() { stop(); }
   WebServer(const WebServer&) = delete;
   WebServer& operator=(const WebServer&) = delete;
-
   bool running() const { return pid_ > 0; }
   int port() const { return port_; }
   std::string url(const std::string& target) const {
@@ -41,7 +36,6 @@ class WebServer {
  private:
   void start(const ApplianceRoot& root, const std::string& lighttpd);
   void stop();
-
   int port_ = -1;
   pid_t pid_ = -1;
 };

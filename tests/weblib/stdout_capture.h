@@ -7,19 +7,16 @@
 #include <unistd.h>
 
 #include <cstdio>
-#include <fstream>
 #include <functional>
-#include <sstream>
 #include <stdexcept>
 #include <string>
 
 #include "support/appliance.h"
 
 inline std::string capture_stdout(const ApplianceRoot& root, const std::function<void()>& fn) {
-  const std::string file = root.path("/tmp/captured-stdout");
   fflush(stdout);
   int saved = dup(1);
-  int fd = open(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+  int fd = open(root.path("/tmp/captured-stdout").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
   if (saved < 0 || fd < 0 || dup2(fd, 1) < 0) throw std::runtime_error("cannot redirect stdout");
   close(fd);
   clearerr(stdout);
@@ -28,10 +25,7 @@ inline std::string capture_stdout(const ApplianceRoot& root, const std::function
   dup2(saved, 1);
   close(saved);
   clearerr(stdout);
-  std::ifstream in(file, std::ios::binary);
-  std::stringstream ss;
-  ss << in.rdbuf();
-  return ss.str();
+  return root.read("/tmp/captured-stdout");
 }
 
 #endif  // SLT_TESTS_WEBLIB_STDOUT_CAPTURE_H_
