@@ -18,25 +18,22 @@ namespace {
 const char kUnset[] = "\x01unset";
 
 std::string reply(int status) {
-  return "{ \"version\": \"6.0.1.6963\", \"build\": \"20250804\", \"status\": " +
-         std::to_string(status) + ", \"success\": \"true\" }\n";
+  return "{ \"version\": \"6.0.1.6963\", \"build\": \"20250804\", \"status\": " + std::to_string(status) +
+         ", \"success\": \"true\" }\n";
 }
 
 class DbHandler : public ::testing::Test {
  protected:
-  DbHandler() : env_{{{"SHARELINK_ROOT", root_.dir()}, {"REMOTE_USER", kUnset}}} {
-    root_.mkdirs("/share/VOL1/db");
-  }
+  DbHandler() : env_{{{"SHARELINK_ROOT", root_.dir()}, {"REMOTE_USER", kUnset}}} { root_.mkdirs("/share/VOL1/db"); }
   ~DbHandler() override { os_reset(); }
 
-  // Runs the handler on a query string; returns the reply, *result the result.
-  std::string handle(const std::string& query, int* result = nullptr) {
+  // The handler's reply to a query string and its result.
+  std::pair<std::string, int> handle(const std::string& query) {
     CgiRequest req;
     cgi_parse_params(query.data(), query.size(), &req);
     int rc = 99;
     std::string out = capture_stdout(root_, [&] { rc = sf_set_db_handler(&req); });
-    if (result != nullptr) *result = rc;
-    return out;
+    return {out, rc};
   }
   std::string configured() {
     char out[512];
@@ -52,6 +49,10 @@ class DbHandler : public ::testing::Test {
       return -1;
     }
   }
+  mode_t mode_of(const std::string& ap) {
+    struct stat st;
+    return stat(root_.path(ap).c_str(), &st) == 0 ? (st.st_mode & 07777) : 0;
+  }
 
   ApplianceRoot root_;
   ScopedEnv env_;
@@ -62,8 +63,7 @@ TEST_F(DbHandler, RefusalsLeaveTheConfigurationAlone) {
   const struct {
     const char* user;
     std::string query;
-    int status;
-    int result;
+    int status, result;
   } cases[] = {
       {"bob", "share_link_db=/share/VOL1/db/a.db", 4, -1},
       {kUnset, "force_delete=1", 20, 0},
@@ -77,88 +77,67 @@ TEST_F(DbHandler, RefusalsLeaveTheConfigurationAlone) {
   };
   for (const auto& c : cases) {
     ScopedEnv user{{{"REMOTE_USER", c.user}}};
-    int rc = 99;
-    EXPECT_EQ(reply(c.status), handle(c.query, &rc)) << c.query;
-    EXPECT_EQ(c.result, rc) << c.query;
+    EXPECT_EQ(std::make_pair(reply(c.status), c.result), handle(c.query)) << c.query;
   }
   EXPECT_FALSE(root_.exists("/etc/config/Korvix.conf"));
 }
 
 TEST_F(DbHandler, ExistingFileIsKeptCheckedOrReplaced) {
-  // A new path gets all four tables; a valid store keeps its rows even with
-  // force_delete.
-  int rc = 99;
-  ASSERT_EQ(reply(1), handle("share_link_db=/share/VOL1/db/s.db", &rc));
-  EXPECT_EQ(0, rc);
+  // A new path gets all four tables; a valid store keeps its rows even with force_delete.
+  ASSERT_EQ(std::make_pair(reply(1), 0), handle("share_link_db=/share/VOL1/db/s.db"));
   EXPECT_EQ("/share/VOL1/db/s.db", configured());
   EXPECT_EQ(4, tables());
   store_exec(root_, "INSERT INTO SHARELINK_EVENT(pkey) VALUES('k1');");
-  EXPECT_EQ(reply(1), handle("share_link_db=/share/VOL1/db/s.db&force_delete=yes"));
+  EXPECT_EQ(reply(1), handle("share_link_db=/share/VOL1/db/s.db&force_delete=yes").first);
   EXPECT_NE(std::string::npos, root_.read("/share/VOL1/db/s.db").find("k1"));
-
   // A file that is no store: 19, with the configuration already pointing at it.
   root_.write("/share/VOL1/db/text.db", "not a database at all, just some text that is long enough");
-  EXPECT_EQ(reply(19), handle("share_link_db=/share/VOL1/db/text.db&force_delete=1x", &rc));
-  EXPECT_EQ(0, rc);
+  EXPECT_EQ(std::make_pair(reply(19), 0), handle("share_link_db=/share/VOL1/db/text.db&force_delete=1x"));
   EXPECT_EQ("/share/VOL1/db/text.db", configured());
   EXPECT_EQ(-1, tables());
-
   // force_delete counts as a base-10 number: "01" replaces the file.
-  EXPECT_EQ(reply(1), handle("share_link_db=/share/VOL1/db/text.db&force_delete=01"));
+  EXPECT_EQ(reply(1), handle("share_link_db=/share/VOL1/db/text.db&force_delete=01").first);
   EXPECT_EQ(4, tables());
-}
 
-TEST_F(DbHandler, FailedConfigurationWriteIsReported) {
+  // A failed configuration write is reported and leaves no store behind.
   os.rename = [](const char*, const char*) -> int {
     errno = EIO;
     return -1;
   };
-  int rc = 99;
-  EXPECT_EQ(reply(19), handle("share_link_db=/share/VOL1/db/new.db", &rc));
-  EXPECT_EQ(-1, rc);
+  EXPECT_EQ(std::make_pair(reply(19), -1), handle("share_link_db=/share/VOL1/db/new.db"));
   os_reset();
-  EXPECT_EQ("", configured());
+  EXPECT_EQ("/share/VOL1/db/text.db", configured());
   EXPECT_FALSE(root_.exists("/share/VOL1/db/new.db"));
 }
 
-TEST_F(DbHandler, CreateAllTablesIncludesAccessEntries) {
-  root_.write("/etc/config/Korvix.conf", "[Depot]\nShare_Link_Db = /share/VOL1/db/all.db\n");
-  EXPECT_EQ(0, sf_create_all_tables());
-  EXPECT_EQ(4, tables());
+TEST_F(DbHandler, TablesPermissionsAndVolume) {
+  EXPECT_EQ(0, sf_fix_db_permissions());  // nothing configured
+  root_.write("/etc/config/Korvix.conf", "[Depot]\nShare_Link_Db = /share/VOL1/db/p.db\n");
+  EXPECT_EQ(0, sf_fix_db_permissions());  // no such file
   // A store path that names a folder cannot be opened.
   root_.write("/etc/config/Korvix.conf", "[Depot]\nShare_Link_Db = /share/VOL1/db\n");
   profile_cache_clear();
   EXPECT_LT(sf_create_all_tables(), 0);
-}
-
-mode_t mode_of(const ApplianceRoot& root, const std::string& ap) {
-  struct stat st;
-  return stat(root.path(ap).c_str(), &st) == 0 ? (st.st_mode & 07777) : 0;
-}
-
-TEST_F(DbHandler, FixPermissionsOpensFolderThenFile) {
-  EXPECT_EQ(0, sf_fix_db_permissions());  // nothing configured
   root_.write("/etc/config/Korvix.conf", "[Depot]\nShare_Link_Db = /share/VOL1/db/p.db\n");
-  EXPECT_EQ(0, sf_fix_db_permissions());  // no such file
-  root_.write("/share/VOL1/db/p.db", "", 0640);
+  profile_cache_clear();
+  EXPECT_EQ(0, sf_create_all_tables());
+  EXPECT_EQ(4, tables());
+  chmod(root_.path("/share/VOL1/db/p.db").c_str(), 0640);
   chmod(root_.path("/share/VOL1/db").c_str(), 0750);
   EXPECT_EQ(1, sf_fix_db_permissions());
-  EXPECT_EQ(0777u, mode_of(root_, "/share/VOL1/db"));
-  EXPECT_EQ(0777u, mode_of(root_, "/share/VOL1/db/p.db"));
+  EXPECT_EQ(0777u, mode_of("/share/VOL1/db"));
+  EXPECT_EQ(0777u, mode_of("/share/VOL1/db/p.db"));
   // Already writable by others: left as it is.
   chmod(root_.path("/share/VOL1/db/p.db").c_str(), 01666);
   EXPECT_EQ(1, sf_fix_db_permissions());
-  EXPECT_EQ(01666u, mode_of(root_, "/share/VOL1/db/p.db"));
-}
+  EXPECT_EQ(01666u, mode_of("/share/VOL1/db/p.db"));
 
-TEST_F(DbHandler, SetVolumeMakesTheFolderAndPointsTheConfiguration) {
   EXPECT_EQ(0, sf_set_db_volume(nullptr));
   EXPECT_EQ(0, sf_set_db_volume("/"));
   root_.script("/bin/mkdir", "[ \"$1\" = -p ] || exit 2\nexec mkdir -p \"$SHARELINK_ROOT$2\"\n");
   EXPECT_EQ(1, sf_set_db_volume("/share/VOL1"));
-  EXPECT_EQ(0777u, mode_of(root_, "/share/VOL1/.@kdx/share_link_db"));
+  EXPECT_EQ(0777u, mode_of("/share/VOL1/.@kdx/share_link_db"));
   EXPECT_EQ("/share/VOL1/.@kdx/share_link_db/share_link.db", configured());
-
   EXPECT_EQ(-1, sf_set_db_volume(("/share/" + std::string(500, 'v')).c_str()));
   root_.script("/bin/mkdir", "exit 1\n");
   EXPECT_EQ(-1, sf_set_db_volume("/share/VOL2"));
