@@ -1,11 +1,10 @@
-// The defects an attacker and a busy appliance found, each run through the
-// real programs: the CGI's front door, display paths and relocation targets
-// that try to leave their root, registry values that would break its lines,
-// and a rewrite on a disk that refuses to grow. Files an attack aims at live
-// in a second temporary folder, outside the appliance root.
+// The real programs against an attacker and a busy appliance: sharelink.cgi
+// run directly as the web server would (its answers byte for byte), display
+// paths and relocation targets that try to leave their root, registry values
+// that would break its lines, and a rewrite on a disk that refuses to grow.
+// Files an attack aims at live in a second temporary folder, outside the root.
 #include <dirent.h>
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -21,20 +20,18 @@ namespace {
 const char kRegistry[] = "/etc/config/shareFileEx.ini";
 const char kConfig[] = "/etc/config/Korvix.conf";
 const char kSecret[] = "the outside secret\n";
-
-std::string reply(int status) {
-  return "{ \"version\": \"6.0.1.6963\", \"build\": \"20250804\", \"status\": " +
-         std::to_string(status) + ", \"success\": \"true\" }\n";
-}
 const char kJsonHeader[] = "Content-type: application/json; charset=\"UTF-8\"\r\n\r\n";
 
-// ".." steps from the mount point /share/VOL1/rf of `root` up to "/".
+std::string reply(int status) {
+  return "{ \"version\": \"6.0.1.6963\", \"build\": \"20250804\", \"status\": " + std::to_string(status) +
+         ", \"success\": \"true\" }\n";
+}
+
+// ".." steps from a folder `below_root` levels under `root` up to "/".
 std::string climb(const ApplianceRoot& root, int below_root) {
   std::string up;
   for (int i = 0; i < below_root; ++i) up += "../";
-  for (char c : root.dir()) {
-    if (c == '/') up += "../";
-  }
+  for (char c : root.dir()) up += c == '/' ? "../" : "";
   return up;
 }
 
@@ -49,108 +46,91 @@ class SecurityE2E : public ::testing::Test {
     root.mkdirs("/share/VOL1/.db");
     outside.write("/outside.txt", kSecret);
     outside.write("/victim", "victim\n");
-    outside.mkdirs("/.@__thumb/transcode");
     outside.write("/.@__thumb/transcode/outside.txt.original", kSecret);
-    // Links out of a share and out of a remote folder.
-    ASSERT_EQ(0, symlink(outside.dir().c_str(), root.path("/share/VOL1/Public/out").c_str()));
-    ASSERT_EQ(0, symlink(outside.dir().c_str(), root.path("/share/VOL1/rf/out").c_str()));
-    ASSERT_EQ(0, symlink(outside.dir().c_str(), root.path("/share/VOL1/lnk").c_str()));
+    // Links out of a share, out of a remote folder and out of a volume.
+    for (const char* link : {"/share/VOL1/Public/out", "/share/VOL1/rf/out", "/share/VOL1/lnk"}) {
+      ASSERT_EQ(0, symlink(outside.dir().c_str(), root.path(link).c_str()));
+    }
   }
 
-  RunResult cgi(const std::string& query, const char* user = "admin") {
-    return run_program(cgi_binary(), {}, root,
-                       {{"QUERY_STRING", query}, {"REQUEST_METHOD", "GET"},
-                        {"REMOTE_USER", user == nullptr ? "\x01unset" : user}});
+  RunResult cgi(const std::string& query, const char* user = "admin", std::map<std::string, std::string> env = {}) {
+    env.insert({{"QUERY_STRING", query}, {"REQUEST_METHOD", "GET"}, {"REMOTE_USER", user ? user : "\x01unset"}});
+    return run_program(cgi_binary(), {}, root, env);
   }
 
-  ApplianceRoot root;
-  ApplianceRoot outside;
+  ApplianceRoot root, outside;
 };
 
-// Without an authenticated user nothing is served, read or changed; the same
-// requests with one are answered.
+// Without an authenticated user nothing is served, read or changed; with
+// one, the same requests are answered, and unknown ones get status 20.
 TEST_F(SecurityE2E, FrontDoorRefusesRequestsWithoutAUser) {
   const std::string before = root.read(kConfig);
-  const std::string forbidden = std::string("Status: 403 Forbidden\r\n") + kJsonHeader + reply(4);
   const std::vector<std::string> queries = {
-      "func=download&path=/Public/a.txt",
-      "func=transcode&path=/Public/a.txt&variant=mp4_org",
-      "func=mime_table",
-      "func=set_share_link_db&share_link_db=/share/VOL1/.db/new.db&force_delete=1",
-      "func=nothing",
-  };
+      "func=download&path=/Public/a.txt", "func=transcode&path=/Public/a.txt&variant=mp4_org", "func=mime_table",
+      "func=set_share_link_db&share_link_db=/share/VOL1/.db/new.db&force_delete=1", "func=nothing"};
   for (const std::string& q : queries) {
     for (const char* user : {static_cast<const char*>(nullptr), ""}) {
       RunResult r = cgi(q, user);
       EXPECT_EQ(0, r.status) << q;
-      EXPECT_EQ(forbidden, r.out) << q << (user == nullptr ? " (unset)" : " (empty)");
+      EXPECT_EQ(std::string("Status: 403 Forbidden\r\n") + kJsonHeader + reply(4), r.out) << q << (user ? "" : " unset");
     }
   }
   EXPECT_EQ(before, root.read(kConfig));
   EXPECT_FALSE(root.exists("/share/VOL1/.db/new.db"));
-
-  RunResult ok = cgi(queries[0]);
-  EXPECT_NE(std::string::npos, ok.out.find("\r\n\r\ninside\n")) << ok.out;
+  EXPECT_NE(std::string::npos, cgi(queries[0]).out.find("\r\n\r\ninside\n"));
   EXPECT_NE(std::string::npos, cgi(queries[3]).out.find(reply(1))) << root.read(kConfig);
+  for (const char* q : {"", "func=nothing", "func=download", "func=download&path=/Public/none.pdf",
+                        "func=download&path=/Public", "func=download&path=/Nowhere/a.txt"}) {
+    EXPECT_EQ(kJsonHeader + reply(20), cgi(q).out) << q;
+  }
+}
+
+// The MIME table as the web pages and the operator read it.
+TEST_F(SecurityE2E, MimeTableReply) {
+  const std::string cgi_out = cgi("func=mime_table").out;
+  ASSERT_EQ(0u, cgi_out.find(kJsonHeader));
+  RunResult ctl = run_program(ctl_binary(), {"mime"}, root);
+  EXPECT_EQ(0, ctl.status);
+  for (const std::string& out : {cgi_out.substr(strlen(kJsonHeader)), ctl.out}) {
+    EXPECT_EQ(0u, out.find("{ \"datas\": [ { \"ext_name\": \"pdf\", \"mime_type\": \"application\\/pdf\" }, { "));
+    EXPECT_NE(std::string::npos, out.find("{ \"ext_name\": \"mkv\", \"mime_type\": \"video\\/x-matroska\" }"));
+    EXPECT_EQ(" ] }\n", out.substr(out.size() - 5));
+  }
 }
 
 // Display paths that climb out of their folder, follow a link out of it or
 // hide a cut behind a NUL: neither CGI function nor sharelinkctl resolves
-// them; the secret never goes out.
+// them; the secret never goes out. What lies inside is still served.
 TEST_F(SecurityE2E, DisplayPathsStayInside) {
   const std::string out = outside.dir();
-  struct Case {
-    const char* name;
-    std::string path;  // as sent in the query (decoded once by the CGI)
-  };
-  const std::vector<Case> cases = {
-      {"remote ..", "/remote:1@rf/" + climb(root, 3) + out.substr(1) + "/outside.txt"},
-      {"remote .. inside the root", "/remote:1@rf/../Public/a.txt"},
-      {"remote link out", "/remote:1@rf/out/outside.txt"},
-      {"share ..", "/Public/" + climb(root, 3) + out.substr(1) + "/outside.txt"},
-      {"share link out", "/Public/out/outside.txt"},
-      {"share .", "/Public/./a.txt"},
-      {"backslash", "/Public/..\\a.txt"},
-      {"escaped dots", "/Public/%2e%2e/Public/a.txt"},
-      {"NUL", "/Public/a.txt%00/../../x"},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
-    for (const char* func : {"download", "transcode"}) {
-      std::string q = std::string("func=") + func + "&path=" + c.path +
-                      (func[0] == 't' ? "&variant=mp4_org" : "");
-      RunResult r = cgi(q);
-      EXPECT_EQ(kJsonHeader + reply(20), r.out) << func;
-    }
-    if (c.path.find('%') == std::string::npos) {
-      RunResult ctl = run_program(ctl_binary(), {"resolve", c.path}, root);
-      EXPECT_NE(0, ctl.status) << ctl.out;
-      EXPECT_EQ(std::string::npos, ctl.out.find(out)) << ctl.out;
-    }
+  const std::vector<std::string> paths = {  // as sent in the query (decoded once by the CGI)
+      "/remote:1@rf/" + climb(root, 3) + out.substr(1) + "/outside.txt", "/remote:1@rf/../Public/a.txt",
+      "/remote:1@rf/out/outside.txt", "/Public/" + climb(root, 3) + out.substr(1) + "/outside.txt",
+      "/Public/out/outside.txt", "/Public/./a.txt", "/Public/..\\a.txt", "/Public/%2e%2e/Public/a.txt",
+      "/Public/a.txt%00/../../x"};
+  for (const std::string& path : paths) {
+    SCOPED_TRACE(path);
+    EXPECT_EQ(kJsonHeader + reply(20), cgi("func=download&path=" + path).out);
+    EXPECT_EQ(kJsonHeader + reply(20), cgi("func=transcode&path=" + path + "&variant=mp4_org").out);
+    if (path.find('%') != std::string::npos) continue;
+    RunResult ctl = run_program(ctl_binary(), {"resolve", path}, root);
+    EXPECT_NE(0, ctl.status) << ctl.out;
+    EXPECT_EQ(std::string::npos, ctl.out.find(out)) << ctl.out;
   }
-  // The remote folder and the share still serve what lies inside them.
-  EXPECT_NE(std::string::npos, cgi("func=download&path=/remote:1@rf/b.txt").out.find("remote inside"));
-  EXPECT_NE(std::string::npos, cgi("func=download&path=/Public/a.txt").out.find("\r\n\r\ninside\n"));
+  EXPECT_NE(std::string::npos, cgi("func=download&path=/remote:1@rf/b.txt").out.find("\r\n\r\nremote inside\n"));
 }
 
 // Relocation targets outside the configuration folder and the volumes, or
 // reached through "..", a link or a missing folder: status 20, the
 // configuration and every file stay.
 TEST_F(SecurityE2E, RelocationStaysInside) {
-  const std::string out = outside.dir();
   const std::string before = root.read(kConfig);
-  const std::vector<std::string> targets = {
-      "/share/VOL1/" + climb(root, 2) + out.substr(1) + "/victim",
-      "/share/VOL1/lnk/victim",
-      "/share/VOL1/./Public/a.txt",
-      "/tmp/victim",
-      "/share/victim",
-      "/share/VOL1/Public/a.txt/",
-  };
   root.write("/tmp/victim", "victim\n");
-  for (const std::string& t : targets) {
-    RunResult r = cgi("func=set_share_link_db&force_delete=1&share_link_db=" + t);
-    EXPECT_EQ(kJsonHeader + reply(20), r.out) << t;
+  for (const std::string& t : {"/share/VOL1/" + climb(root, 2) + outside.dir().substr(1) + "/victim",
+                               std::string("/share/VOL1/lnk/victim"), std::string("/share/VOL1/./Public/a.txt"),
+                               std::string("/tmp/victim"), std::string("/share/victim"),
+                               std::string("/share/VOL1/Public/a.txt/")}) {
+    EXPECT_EQ(kJsonHeader + reply(20), cgi("func=set_share_link_db&force_delete=1&share_link_db=" + t).out) << t;
   }
   EXPECT_EQ(before, root.read(kConfig));
   EXPECT_EQ("victim\n", outside.read("/victim"));
@@ -159,58 +139,65 @@ TEST_F(SecurityE2E, RelocationStaysInside) {
 
   // Inside a volume, force_delete still replaces the file.
   root.write("/share/VOL1/.db/old.db", "not a store");
-  RunResult r = cgi("func=set_share_link_db&force_delete=1&share_link_db=/share/VOL1/.db/old.db");
-  EXPECT_EQ(kJsonHeader + reply(1), r.out);
+  EXPECT_EQ(kJsonHeader + reply(1), cgi("func=set_share_link_db&force_delete=1&share_link_db=/share/VOL1/.db/old.db").out);
   EXPECT_NE("not a store", root.read("/share/VOL1/.db/old.db"));
 
   // sharelinkctl relocate does not move the store onto a volume through a link.
-  const std::string linked =
-      "[Storage]\nDefault Volume = /share/VOL1/lnk\n[Depot]\nShare_Link_Db = /etc/config/other.db\n";
+  const std::string linked = "[Storage]\nDefault Volume = /share/VOL1/lnk\n[Depot]\nShare_Link_Db = /etc/config/other.db\n";
   root.write(kConfig, linked);
-  RunResult ctl = run_program(ctl_binary(), {"relocate"}, root);
-  EXPECT_NE(0, ctl.status);
+  EXPECT_NE(0, run_program(ctl_binary(), {"relocate"}, root).status);
   EXPECT_EQ(linked, root.read(kConfig));
   EXPECT_FALSE(outside.exists("/.@kdx"));
 }
 
-std::string entry(const std::string& id, const std::string& host = "nas",
-                  const std::string& value = "v9") {
+// Run as the web server would with any query string and hostile headers:
+// the program answers and exits 0, never crashes, and the configuration
+// never takes a value that would break its lines.
+TEST_F(SecurityE2E, AnyQueryStringGetsAnAnswer) {
+  const std::vector<std::string> queries = {
+      "", "&&&", "=", "func", "func=", "func=download&path=", "func=download&path=%", "func=download&path=%ZZ%00",
+      "func=download&path=/Public/../../etc/passwd", "func=download&path=/Public/a.txt",
+      "func=download&path=/Public/" + std::string(70000, 'a'), "func=transcode&path=/Public/a.txt&variant=",
+      "func=transcode&path=/Public/a.txt&variant=mp4_org", "func=transcode&path=tfx://x&variant=mp4_240",
+      "func=download&path=/remote:99@x/y", "func=set_share_link_db&share_link_db=" + std::string(5000, '/'),
+      "func=set_share_link_db&share_link_db=/etc/config/x%0A[Evil]%0Ak=v.db",
+      "func=set_share_link_db&share_link_db=relative.db&force_delete=1", "func=mime_table&func=download"};
+  for (const std::string& q : queries) {
+    RunResult r = cgi(q, "admin", {{"HTTP_RANGE", "bytes=99999999999999999999999999-,"},
+                                   {"HTTP_IF_MODIFIED_SINCE", "garbage"}});
+    EXPECT_EQ(0, r.status) << q.substr(0, 80) << "\n" << r.err;
+    EXPECT_FALSE(r.out.empty()) << q.substr(0, 80);
+  }
+  EXPECT_EQ(std::string::npos, root.read(kConfig).find("[Evil]"));
+}
+
+std::string entry(const std::string& id, const std::string& host = "nas", const std::string& value = "v9") {
   return id + "\t" + host + "\tf3\t0\t/share/VOL1/Public/a.txt\tf6\t0\tf8\t" + value + "\tf10\n";
 }
 
 // A tab, CR or LF in a mode-4 value, host or expiry would split the line:
 // the registry stays byte for byte and one line is logged. A mode-2 id
-// holding one matches nothing.
+// holding one matches nothing. Clean values land.
 TEST_F(SecurityE2E, BadRegistryValuesChangeNothing) {
   const std::string registry = entry("AbC") + "Ab\r\tnas\tf3\t0\t/share/VOL1/Public/a.txt\tf6\t0\tf8\tv\tf10\n";
   const std::string url = "https://nas.example/share.cgi?ssid=AbC";
   const std::vector<std::vector<std::string>> runs = {
-      {"4", "x\ty", "0", url},
-      {"4", "x\ry", "0", url},
-      {"4", "x\ny", "1", url, "0"},
-      {"4", "", "0", "http://na\ts:80/share.cgi?ssid=AbC"},
-      {"4", "", "0", "http://na\ns:80/share.cgi?ssid=AbC"},
-      {"4", "", "0", url, "5\n"},
-      {"4", "", "0", url, "\t5"},
-      {"2", "http://h:1/share.cgi?ssid=Ab\r"},
-      {"2", "http://h:1/share.cgi?ssid=AbC\n"},
-  };
+      {"4", "x\ty", "0", url}, {"4", "x\ry", "0", url}, {"4", "x\ny", "1", url, "0"},
+      {"4", "", "0", "http://na\ts:80/share.cgi?ssid=AbC"}, {"4", "", "0", "http://na\ns:80/share.cgi?ssid=AbC"},
+      {"4", "", "0", url, "5\n"}, {"4", "", "0", url, "\t5"},
+      {"2", "http://h:1/share.cgi?ssid=Ab\r"}, {"2", "http://h:1/share.cgi?ssid=AbC\n"}};
   for (const auto& args : runs) {
     SCOPED_TRACE(args[0] + " " + args[1] + " " + args[3 % args.size()]);
     root.write(kRegistry, registry);
     root.remove("/tmp/parceldeck.log");
-    RunResult r = run_program(tool_binary(), args, root);
-    EXPECT_EQ(0, r.status);
+    EXPECT_EQ(0, run_program(tool_binary(), args, root).status);
     EXPECT_EQ(registry, root.read(kRegistry));
-    if (args[0] == "4") {
-      std::string log = root.exists("/tmp/parceldeck.log") ? root.read("/tmp/parceldeck.log") : "";
-      EXPECT_EQ(1, std::count(log.begin(), log.end(), '\n')) << log;
-    }
+    std::string log = root.exists("/tmp/parceldeck.log") ? root.read("/tmp/parceldeck.log") : "";
+    if (args[0] == "4") EXPECT_EQ(1, std::count(log.begin(), log.end(), '\n')) << log;
   }
-  // The same edits with clean values land.
   root.write(kRegistry, registry);
   run_program(tool_binary(), {"4", "xy", "0", url, "0"}, root);
-  EXPECT_EQ(entry("AbC", "nas.example", "xy"), root.read(kRegistry).substr(0, entry("AbC", "nas.example", "xy").size()));
+  EXPECT_EQ(entry("AbC", "nas.example", "xy") + registry.substr(entry("AbC").size()), root.read(kRegistry));
 }
 
 // A file-size limit makes every write of the new registry fail (SIGXFSZ
@@ -220,37 +207,31 @@ TEST_F(SecurityE2E, BadRegistryValuesChangeNothing) {
 TEST_F(SecurityE2E, RewriteOnADiskThatCannotGrow) {
   std::string registry;
   for (int i = 0; i < 3000; ++i) registry += entry("L" + std::to_string(100000 + i));
-  const std::vector<std::vector<std::string>> runs = {
-      {"9"},  // refresh only
-      {"2", "http://h:1/share.cgi?ssid=L100001"},
-      {"4", "new", "0", "https://HOSTNAME/share.cgi?ssid=L100002"},
-  };
   root.mkdirs("/tmp");
-  for (const auto& args : runs) {
+  const std::string asan = getenv("ASAN_OPTIONS") ? getenv("ASAN_OPTIONS") : "";
+  for (const std::vector<std::string>& args : std::vector<std::vector<std::string>>{
+           {"9"}, {"2", "http://h:1/share.cgi?ssid=L100001"}, {"4", "new", "0", "https://HOSTNAME/share.cgi?ssid=L100002"}}) {
     SCOPED_TRACE(args[0]);
     root.write(kRegistry, registry);
     root.remove("/tmp/syslog.log");
-    std::vector<std::string> argv = {"--fsize=65536", "--", "/bin/sh", "-c",
-                                     "trap '' XFSZ; exec \"$0\" \"$@\"", tool_binary()};
+    std::vector<std::string> argv = {"--fsize=65536", "--", "/bin/sh", "-c", "trap '' XFSZ; exec \"$0\" \"$@\"",
+                                     tool_binary()};
     argv.insert(argv.end(), args.begin(), args.end());
-    const std::string asan = getenv("ASAN_OPTIONS") ? getenv("ASAN_OPTIONS") : "";
     RunResult r = run_program("/usr/bin/prlimit", argv, root,
-                              {{"LD_PRELOAD", SLT_TEST_SYSLOG_LIB},
-                               {"ASAN_OPTIONS", asan + ":verify_asan_link_order=0"}});
+                              {{"LD_PRELOAD", SLT_TEST_SYSLOG_LIB}, {"ASAN_OPTIONS", asan + ":verify_asan_link_order=0"}});
     EXPECT_EQ(0, r.status) << r.err;
     EXPECT_TRUE(root.read(kRegistry) == registry);
     const std::string log = root.exists("/tmp/syslog.log") ? root.read("/tmp/syslog.log") : "";
     // One report (its data, the line, carries a line feed of its own).
-    EXPECT_EQ(log.find("ERROR: "), log.rfind("ERROR: ")) << log.substr(0, 600);
     EXPECT_NE(std::string::npos, log.find("ERROR: ")) << log.substr(0, 600);
+    EXPECT_EQ(log.find("ERROR: "), log.rfind("ERROR: ")) << log.substr(0, 600);
     EXPECT_NE(std::string::npos, log.find("(27:File too large)")) << log.substr(0, 600);
-    DIR* d = opendir(root.path("/etc/config").c_str());
     std::set<std::string> names;
+    DIR* d = opendir(root.path("/etc/config").c_str());
     while (dirent* e = readdir(d)) names.insert(e->d_name);
     closedir(d);
     EXPECT_EQ((std::set<std::string>{".", "..", "Korvix.conf", "remote_folder.conf", "shareFileEx.ini",
-                                     "shareFileEx.ini.lock", "smb.conf"}),
-              names);
+                                     "shareFileEx.ini.lock", "smb.conf"}), names);
   }
 }
 
