@@ -1,0 +1,493 @@
+// The request library: its text formats (JSON replies, the MIME table, HTTP
+// dates, byte ranges), the relocation handler and file delivery, byte for
+// byte with a fixed clock. Whole files, ranges across read chunks and a
+// served variant are checked through the real web server in tests/e2e/web_test.cc.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+#include <functional>
+#include <stdexcept>
+#include <string>
+
+#include "paths/display_path.h"
+#include "platform/cgi.h"
+#include "platform/os.h"
+#include "platform/profile.h"
+#include "support/appliance.h"
+#include "support/store_fixture.h"
+#include "weblib/cgi_front.h"
+#include "weblib/db_handler.h"
+#include "weblib/download_name.h"
+#include "weblib/file_delivery.h"
+#include "weblib/http_date.h"
+#include "weblib/json_reply.h"
+#include "weblib/mime_table.h"
+#include "weblib/range.h"
+#include "weblib/transcode.h"
+
+namespace {
+
+const char kUnset[] = "\x01unset";
+
+// What fn prints on standard output: descriptor 1 points at a file of the root for the call.
+std::string capture_stdout(const ApplianceRoot& root, const std::function<void()>& fn) {
+  fflush(stdout);
+  int saved = dup(1), fd = open(root.path("/tmp/captured-stdout").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+  if (saved < 0 || fd < 0 || dup2(fd, 1) < 0) throw std::runtime_error("cannot redirect stdout");
+  close(fd);
+  fn();
+  fflush(stdout);
+  dup2(saved, 1);
+  close(saved);
+  clearerr(stdout);
+  return root.read("/tmp/captured-stdout");
+}
+
+
+TEST(JsonReply, EnvelopesKeepTheirMemberOrder) {
+  const std::string v = "{ \"version\": \"6.0.1.6963\", \"build\": \"20250804\", ";
+  const struct {
+    void (*print)();
+    std::string out;
+  } cases[] = {
+      // Status leaves the version out for 0, 3, 8 and 15.
+      {[] { print_status(0); }, "{ \"status\": 0, \"success\": \"true\" }\n"},
+      {[] { print_status(8); }, "{ \"status\": 8, \"success\": \"true\" }\n"},
+      {[] { print_status(3); }, "{ \"status\": 3, \"success\": \"true\" }\n"},
+      {[] { print_status(15); }, "{ \"status\": 15, \"success\": \"true\" }\n"},
+      {[] { print_status(9); }, v + "\"status\": 9, \"success\": \"true\" }\n"},
+      {[] { print_status_error(5, 2, "x"); }, "{ \"status\": 5, \"success\": \"true\", \"err_code\": 2, \"err_msg\": \"x\" }\n"},
+      {[] { print_permission(7, 0); }, v + "\"permission\": 7, \"play\": 0, \"success\": \"true\" }\n"},
+      {[] { print_status_result(1, "a \"b\""); }, "{ \"status\": 1, \"result\": \"a \\\"b\\\"\" }\n"},
+      {[] { print_status_result(1, nullptr); }, "{ \"status\": 1, \"result\": \"\" }\n"},
+      {[] { print_html_header(); }, "Content-type: text/html\r\n\r\n"},
+  };
+  ApplianceRoot root;
+  for (const auto& c : cases) EXPECT_EQ(c.out, capture_stdout(root, c.print));
+}
+
+TEST(MimeTable, LookupIgnoresCaseAndTakesTheLastExtension) {
+  const struct {
+    const char* name;
+    int32_t file_class;
+    const char* type;
+  } cases[] = {
+      {"REPORT.PDF", kClassPdf, "application/pdf"},  // the first of two pdf rows wins
+      {"archive.tar.gz", kClassOther, "application/octet-stream"},
+      {"/share/Public/holiday.2019.MKV", kClassVideo, "video/x-matroska"},
+      {"deck.ppam", kClassPresentation, "application/vnd.ms-powerpoint.addin.macroenabled.12"},
+      {"index.html", kClassOther, "text/plain"},
+      {"raw.3FR", kClassImage, "image/3fr"},
+      {"song.flac", kClassAudio, "audio/x-flac"},
+      {"m.eml", kClassMail, "message/rfc822"},
+      {"t.xlsx", kClassSpreadsheet, "application/vnd.openxmlformats-officedocument.spreadsheetml.sheet"},
+      {"sheet.gsheet", kClassOther, "application/vnd.google-apps.spreadsheet"},
+      // Unknown extensions: the default type, zero-filled to the end.
+      {"data.unknownext", 0, "application/octet-stream"}, {"trailing.", 0, "application/octet-stream"},
+      {"a.pdff", 0, "application/octet-stream"},
+  };
+  char out[kMimeTypeSize];
+  for (const auto& c : cases) {
+    memset(out, 'Z', sizeof out);
+    EXPECT_EQ(c.file_class, mime_type_of(c.name, out)) << c.name;
+    EXPECT_STREQ(c.type, out) << c.name;
+    for (size_t i = strlen(out); c.file_class == 0 && i < sizeof out; ++i) ASSERT_EQ('\0', out[i]) << c.name;
+    EXPECT_EQ(c.file_class, file_class_of(c.name)) << c.name;
+  }
+  // No dot: the output is left alone.
+  memset(out, 'Z', sizeof out);
+  EXPECT_EQ(0, mime_type_of("README", out));
+  EXPECT_EQ(0, mime_type_of(nullptr, out));
+  for (char c : out) ASSERT_EQ('Z', c);
+  EXPECT_EQ(0, file_class_of(nullptr));
+}
+
+TEST(HttpDate, FormatsInUtcAndReadsBackOnlyAnExactFixdate) {
+  char out[kHttpDateSize];
+  EXPECT_EQ(0u, format_http_date(784111777, out, 10));
+  EXPECT_STREQ("", out);
+  EXPECT_EQ(29u, format_http_date(784111777, out, sizeof out));
+  EXPECT_STREQ("Sun, 06 Nov 1994 08:49:37 GMT", out);
+  for (time_t t : {time_t{0}, time_t{951782400} /* 2000-02-29 */, time_t{1754265600}, time_t{4102444799}}) {
+    ASSERT_GT(format_http_date(t, out, sizeof out), 0u);
+    time_t back = -1;
+    EXPECT_TRUE(parse_http_date(out, &back)) << out;
+    EXPECT_EQ(t, back) << out;
+  }
+  for (const char* bad : {"", "Sunday, 06-Nov-94 08:49:37 GMT", "Sun Nov  6 08:49:37 1994",
+                          "Mon, 06 Nov 1994 08:49:37 GMT" /* wrong weekday */, "Sun, 06 Nov 1994 08:49:37 UTC",
+                          "Sun, 06 Nov 1994 08:49:37 gmt", "sun, 06 Nov 1994 08:49:37 GMT",
+                          "Sun, 06 Nov 1994 08:49:37 GMT ", " Sun, 06 Nov 1994 08:49:37 GMT",
+                          "Sun, 6 Nov 1994 08:49:37 GMT", "Thu, 29 Feb 2001 08:49:37 GMT" /* no such day */,
+                          "Sun, 06 Nov 1994 24:00:00 GMT", "Sun, 06 Nov 1994 08:60:00 GMT",
+                          "Sun, 06 Xyz 1994 08:49:37 GMT", "Sun, 06 Nov 19x4 08:49:37 GMT", "784111777",
+                          static_cast<const char*>(nullptr)}) {
+    time_t when = 42;
+    EXPECT_FALSE(parse_http_date(bad, &when)) << (bad ? bad : "(null)");
+    EXPECT_EQ(42, when) << (bad ? bad : "(null)");
+  }
+}
+
+// The server's If-Modified-Since becomes seconds; anything else unsets them.
+TEST(HttpDate, IfModifiedSinceBecomesSeconds) {
+  ScopedEnv env{{{"HTTP_IF_MODIFIED_SINCE", "Sun, 09 Sep 2001 01:46:40 GMT"}, {"IF_MODIFIED_SINCE", kUnset}}};
+  EXPECT_TRUE(translate_if_modified_since());
+  ASSERT_NE(nullptr, getenv("IF_MODIFIED_SINCE"));
+  EXPECT_STREQ("1000000000", getenv("IF_MODIFIED_SINCE"));
+  for (const char* bad : {"Sunday, 09-Sep-01 01:46:40 GMT", "1000000000", "", kUnset}) {
+    ScopedEnv b{{{"HTTP_IF_MODIFIED_SINCE", bad}, {"IF_MODIFIED_SINCE", "1000000000"}}};
+    EXPECT_FALSE(translate_if_modified_since()) << bad;
+    EXPECT_EQ(nullptr, getenv("IF_MODIFIED_SINCE")) << bad;
+  }
+}
+
+constexpr unsigned long long kMax = ULLONG_MAX;
+constexpr RangeOutcome W = RangeOutcome::kWhole, P = RangeOutcome::kPartial, U = RangeOutcome::kUnsatisfiable,
+                       M = RangeOutcome::kMultiple;
+
+TEST(ByteRange, Table) {
+  const struct {
+    const char* text;
+    unsigned long long size;
+    RangeOutcome outcome;
+    unsigned long long start, end;
+  } cases[] = {
+      {nullptr, 10, W, 0, 9}, {"bytes=0-", 10, P, 0, 9}, {"bytes=5-100", 10, P, 5, 9}, {"bytes=5-9", 10, P, 5, 9},
+      {"bytes=0-0", 10, P, 0, 0}, {"bytes=9-", 10, P, 9, 9}, {"bytes=0-1,3-4", 10, M, 0, 9}, {"bytes=,", 10, M, 0, 9},
+      // The suffix form keeps its end at 0: only the whole-file suffix is served.
+      {"bytes=-3", 10, U, 0, 9}, {"bytes=-10", 10, P, 0, 0}, {"bytes=-11", 10, U, 0, 9}, {"bytes=-", 10, U, 0, 9},
+      {"-10", 10, P, 0, 0}, {"bytes=7-3", 10, U, 0, 9}, {"bytes=10-", 10, U, 0, 9}, {"bytes=10-20", 10, U, 0, 9},
+      // Digits beyond 64 bits count as the largest value.
+      {"bytes=99999999999999999999999999-", 10, U, 0, 9}, {"bytes=18446744073709551615-", 10, U, 0, 9},
+      {"bytes=18446744073709551616-18446744073709551617", 10, U, 0, 9},
+      {"bytes=2-99999999999999999999999999", 10, P, 2, 9}, {"bytes=-99999999999999999999999999", 10, U, 0, 9},
+      // Missing numbers: the start stays 0, the end becomes the last byte.
+      {"bytes=", 10, P, 0, 9}, {"", 10, P, 0, 9}, {"garbage", 10, P, 0, 9}, {"bytes=x-5", 10, P, 0, 9},
+      {"bytes=3-x", 10, P, 3, 9}, {"bytes=3", 10, P, 3, 9}, {"bytes= 2- 4", 10, P, 2, 4},
+      {"bytes=+2-4", 10, P, 2, 4}, {"bytes=5--3", 10, P, 5, 9}, {"bytes=2-4 junk", 10, P, 2, 4},
+      // An empty file: its last byte is the largest value, and no range fits.
+      {nullptr, 0, W, 0, kMax}, {"bytes=0-", 0, U, 0, kMax}, {"bytes=0-0", 0, U, 0, kMax},
+      {"bytes=-0", 0, U, 0, kMax}, {"bytes=", 0, U, 0, kMax},
+      {"bytes=1099511627775-", 1099511627776ULL, P, 1099511627775ULL, 1099511627775ULL},
+      {"bytes=0-18446744073709551614", kMax, P, 0, kMax - 1},
+  };
+  for (const auto& c : cases) {
+    unsigned long long start = 77, end = 77;
+    SCOPED_TRACE(std::string(c.text ? c.text : "(null)") + " size " + std::to_string(c.size));
+    EXPECT_EQ(c.outcome, parse_byte_range(c.text, c.size, &start, &end));
+    EXPECT_EQ(c.start, start);
+    EXPECT_EQ(c.end, end);
+  }
+}
+
+std::string reply(int status) {
+  return "{ \"version\": \"6.0.1.6963\", \"build\": \"20250804\", \"status\": " + std::to_string(status) +
+         ", \"success\": \"true\" }\n";
+}
+
+// One appliance root as the CGI environment; os seams reset after each test.
+class WebLib : public ::testing::Test {
+ protected:
+  WebLib()
+      : env_{{{"SHARELINK_ROOT", root_.dir()}, {"REMOTE_USER", kUnset}, {"HTTP_RANGE", kUnset},
+              {"IF_MODIFIED_SINCE", kUnset}, {"HTTP_USER_AGENT", "Mozilla/5.0 (X11; Linux x86_64)"}}} {
+    root_.mkdirs("/share/VOL1/db");
+  }
+  ~WebLib() override { os_reset(); }
+  ApplianceRoot root_;
+  ScopedEnv env_;
+};
+
+class DbHandler : public WebLib {
+ protected:
+  // The handler's reply to a query string and its result.
+  std::pair<std::string, int> handle(const std::string& query) {
+    CgiRequest req;
+    cgi_parse_params(query.data(), query.size(), &req);
+    int rc = 99;
+    std::string out = capture_stdout(root_, [&] { rc = sf_set_db_handler(&req); });
+    return {out, rc};
+  }
+  std::string configured() {
+    char out[512];
+    profile_cache_clear();
+    Get_Profile_String("Depot", "Share_Link_Db", "", out, sizeof out);
+    return out;
+  }
+  // Tables of the configured store (-1: not a database).
+  int tables() {
+    try {
+      return std::stoi(store_value(root_, "SELECT COUNT(*) FROM sqlite_master WHERE type = 'table'"));
+    } catch (const std::exception&) {
+      return -1;
+    }
+  }
+  mode_t mode_of(const std::string& ap) {
+    struct stat st;
+    return stat(root_.path(ap).c_str(), &st) == 0 ? (st.st_mode & 07777) : 0;
+  }
+};
+
+TEST_F(DbHandler, RefusalsLeaveTheConfigurationAlone) {
+  root_.write("/share/VOL1/file", "x");
+  const struct {
+    const char* user;
+    std::string query;
+    int status, result;
+  } cases[] = {
+      {"bob", "share_link_db=/share/VOL1/db/a.db", 4, -1}, {kUnset, "force_delete=1", 20, 0},
+      {kUnset, "share_link_db=", 20, 0}, {kUnset, "share_link_db=/share/NOPE/a.db", 20, -1},
+      {kUnset, "share_link_db=/share/VOL1/file/a.db", 20, -1}, {kUnset, "share_link_db=relative/a.db", 20, -1},
+      {kUnset, "share_link_db=/share/VOL1/db/a%0A[Evil]%0Ak=v", 20, -1},
+      // Longer than the store's 256-byte path buffer would hold.
+      {kUnset, "share_link_db=/share/VOL1/db/" + std::string(250, 'x'), 35, -1},
+  };
+  for (const auto& c : cases) {
+    ScopedEnv user{{{"REMOTE_USER", c.user}}};
+    EXPECT_EQ(std::make_pair(reply(c.status), c.result), handle(c.query)) << c.query;
+  }
+  EXPECT_FALSE(root_.exists("/etc/config/Korvix.conf"));
+}
+
+TEST_F(DbHandler, ExistingFileIsKeptCheckedOrReplaced) {
+  // A new path gets all four tables; a valid store keeps its rows even with force_delete.
+  ASSERT_EQ(std::make_pair(reply(1), 0), handle("share_link_db=/share/VOL1/db/s.db"));
+  EXPECT_EQ("/share/VOL1/db/s.db", configured());
+  EXPECT_EQ(4, tables());
+  store_exec(root_, "INSERT INTO SHARELINK_EVENT(pkey) VALUES('k1');");
+  EXPECT_EQ(reply(1), handle("share_link_db=/share/VOL1/db/s.db&force_delete=yes").first);
+  EXPECT_NE(std::string::npos, root_.read("/share/VOL1/db/s.db").find("k1"));
+  // A file that is no store: 19, with the configuration already pointing at it.
+  root_.write("/share/VOL1/db/text.db", "not a database at all, just some text that is long enough");
+  EXPECT_EQ(std::make_pair(reply(19), 0), handle("share_link_db=/share/VOL1/db/text.db&force_delete=1x"));
+  EXPECT_EQ("/share/VOL1/db/text.db", configured());
+  EXPECT_EQ(-1, tables());
+  // force_delete counts as a base-10 number: "01" replaces the file.
+  EXPECT_EQ(reply(1), handle("share_link_db=/share/VOL1/db/text.db&force_delete=01").first);
+  EXPECT_EQ(4, tables());
+  // A failed configuration write is reported and leaves no store behind.
+  os.rename = [](const char*, const char*) -> int { return errno = EIO, -1; };
+  EXPECT_EQ(std::make_pair(reply(19), -1), handle("share_link_db=/share/VOL1/db/new.db"));
+  os_reset();
+  EXPECT_EQ("/share/VOL1/db/text.db", configured());
+  EXPECT_FALSE(root_.exists("/share/VOL1/db/new.db"));
+}
+
+TEST_F(DbHandler, TablesPermissionsAndVolume) {
+  const std::string config = "/etc/config/Korvix.conf";
+  EXPECT_EQ(0, sf_fix_db_permissions());  // nothing configured
+  root_.write(config, "[Depot]\nShare_Link_Db = /share/VOL1/db/p.db\n");
+  EXPECT_EQ(0, sf_fix_db_permissions());  // no such file
+  root_.write(config, "[Depot]\nShare_Link_Db = /share/VOL1/db\n");
+  profile_cache_clear();
+  EXPECT_LT(sf_create_all_tables(), 0);  // a folder cannot be opened as the store
+  root_.write(config, "[Depot]\nShare_Link_Db = /share/VOL1/db/p.db\n");
+  profile_cache_clear();
+  EXPECT_EQ(0, sf_create_all_tables());
+  EXPECT_EQ(4, tables());
+  chmod(root_.path("/share/VOL1/db/p.db").c_str(), 0640);
+  chmod(root_.path("/share/VOL1/db").c_str(), 0750);
+  EXPECT_EQ(1, sf_fix_db_permissions());
+  EXPECT_EQ(0777u, mode_of("/share/VOL1/db"));
+  EXPECT_EQ(0777u, mode_of("/share/VOL1/db/p.db"));
+  chmod(root_.path("/share/VOL1/db/p.db").c_str(), 01666);  // already writable by others: kept
+  EXPECT_EQ(1, sf_fix_db_permissions());
+  EXPECT_EQ(01666u, mode_of("/share/VOL1/db/p.db"));
+
+  EXPECT_EQ(0, sf_set_db_volume(nullptr));
+  EXPECT_EQ(0, sf_set_db_volume("/"));
+  root_.script("/bin/mkdir", "[ \"$1\" = -p ] || exit 2\nexec mkdir -p \"$SHARELINK_ROOT$2\"\n");
+  EXPECT_EQ(1, sf_set_db_volume("/share/VOL1"));
+  EXPECT_EQ(0777u, mode_of("/share/VOL1/.@kdx/share_link_db"));
+  EXPECT_EQ("/share/VOL1/.@kdx/share_link_db/share_link.db", configured());
+  EXPECT_EQ(-1, sf_set_db_volume(("/share/" + std::string(500, 'v')).c_str()));
+  root_.script("/bin/mkdir", "exit 1\n");
+  EXPECT_EQ(-1, sf_set_db_volume("/share/VOL2"));
+  EXPECT_EQ("/share/VOL1/.@kdx/share_link_db/share_link.db", configured());
+}
+
+constexpr time_t kNow = 1700000000;
+const char kThumbs[] = "/share/VOL1/Public/v/.@__thumb/transcode";
+
+time_t fixed_time(time_t* out) {
+  if (out != nullptr) *out = kNow;
+  return kNow;
+}
+
+class Delivery : public WebLib {
+ protected:
+  Delivery() {
+    os.time = fixed_time;
+    put("/share/P/a.txt", "0123456789");
+  }
+  void put(const std::string& ap, const std::string& content) {
+    root_.write(ap, content);
+    root_.set_mtime(ap, 1000000000);
+  }
+  // The output and result of sending ap with the given range (null: none).
+  std::pair<std::string, int> send(const std::string& ap, const char* range = nullptr, int transcoded = 0) {
+    ScopedEnv r{{{"HTTP_RANGE", range != nullptr ? range : kUnset}}};
+    int rc = 99;
+    std::string out = capture_stdout(root_, [&] { rc = send_file_with_ranges(ap.c_str(), transcoded); });
+    return {out, rc};
+  }
+  std::pair<std::string, int> send_variant(const char* display, const char* variant) {
+    int rc = 99;
+    std::string out = capture_stdout(root_, [&] { rc = send_transcoded_file(display, variant); });
+    return {out, rc};
+  }
+};
+
+TEST_F(Delivery, CachingHeadersAndNoModificationTimeForZero) {
+  const std::string cache = "Cache-Control: private, max-age=604800, pre-check=604800\nPragma: private\n"
+                            "Expires: Tue, 21 Nov 2023 22:13:20 GMT\n";
+  EXPECT_EQ(std::make_pair(cache + "Last-Modified: Sun, 09 Sep 2001 01:46:40 GMT\nAccept-Ranges: bytes\r\n"
+                           "Content-Length: 10\r\nContent-Disposition: inline; filename=\"a.txt\"; "
+                           "filename*=utf-8''a.txt\r\nContent-Transfer-Encoding: binary\r\n"
+                           "Content-Type: text/plain\r\n\r\n0123456789", 0),
+            send("/share/P/a.txt"));
+  put("/share/P/empty.bin", "");
+  root_.set_mtime("/share/P/empty.bin", 0);
+  EXPECT_EQ(std::make_pair(cache + "Accept-Ranges: bytes\r\nContent-Length: 0\r\nContent-Disposition: inline; "
+                           "filename=\"empty.bin\"; filename*=utf-8''empty.bin\r\nContent-Transfer-Encoding: binary\r\n"
+                           "Content-Type: application/octet-stream\r\n\r\n", 0),
+            send("/share/P/empty.bin"));
+}
+
+TEST_F(Delivery, NotModifiedOnlyForTheExactTime) {
+  {
+    ScopedEnv ims{{{"IF_MODIFIED_SINCE", "1000000000"}}};
+    EXPECT_EQ(std::make_pair(std::string("Status: 304\r\nContent-Length: 0\r\n\r\n"), 0),
+              send("/share/P/a.txt", "bytes=2-3"));
+  }
+  for (const char* other : {"999999999", "1000000000x", "", " 1000000000"}) {
+    ScopedEnv ims{{{"IF_MODIFIED_SINCE", other}}};
+    std::string out = send("/share/P/a.txt").first;
+    EXPECT_EQ(0u, out.find("Accept-Ranges: bytes\r\n")) << other;  // and no caching headers
+    EXPECT_EQ("0123456789", out.substr(out.size() - 10)) << other;
+  }
+}
+
+TEST_F(Delivery, RangesAnsweredByteForByte) {
+  put("/share/P/empty.txt", "");
+  ScopedEnv ims{{{"IF_MODIFIED_SINCE", "1"}}};  // keeps the caching headers out
+  const struct {
+    const char *file, *range;
+    std::string out;
+  } cases[] = {
+      {"a.txt", "bytes=3-4", "Status: 206\nContent-Transfer-Encoding: binary\r\nContent-Type: text/plain\r\n"
+       "Content-Disposition: inline; filename=\"a.txt\"; filename*=utf-8''a.txt\r\nAccept-Ranges: bytes\r\n"
+       "Content-Range: bytes 3-4/10\r\nContent-Length: 2\r\n\r\n34"},
+      {"a.txt", "bytes=0-1,3-4", "Status: 416\nContent-Range: bytes 0-9/10\r\n\r\n"},
+      {"a.txt", "bytes=7-3", "Status: 416\r\nContent-Range: bytes 0-9/10\r\n\r\n"},
+      {"a.txt", "bytes=10-", "Status: 416\r\nContent-Range: bytes 0-9/10\r\n\r\n"},
+      {"a.txt", "bytes=99999999999999999999999-", "Status: 416\r\nContent-Range: bytes 0-9/10\r\n\r\n"},
+      {"empty.txt", "bytes=0-", "Status: 416\r\nContent-Range: bytes 0-18446744073709551615/0\r\n\r\n"},
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(std::make_pair(c.out, c.out[8] == '2' ? 0 : -1), send(std::string("/share/P/") + c.file, c.range))
+        << c.range;
+  }
+}
+
+TEST_F(Delivery, ContentTypeByNameOrVariant) {
+  ScopedEnv ims{{{"IF_MODIFIED_SINCE", "1"}}};
+  const struct {
+    const char* path;
+    int transcoded;
+    const char* type;
+  } cases[] = {
+      {"/share/P/page.HTML", 0, "text/plain"}, {"/share/P/Makefile", 0, "application/force-download"},
+      {"/share/P/x.unknownext", 0, "application/octet-stream"},
+      {"/share/P/.@__thumb/transcode/clip.avi.mobile240p", 1, "video/mp4"},
+      {"/share/P/.@__thumb/transcode/clip.avi.original", 1, "video/mp4"}, {"/share/P/clip.avi", 1, ""},
+  };
+  for (const auto& c : cases) {
+    put(c.path, "x");
+    const std::string out = send(c.path, nullptr, c.transcoded).first;
+    EXPECT_EQ(std::string("Content-Type: ") + c.type + "\r\n\r\nx", out.substr(out.rfind("Content-Type"))) << c.path;
+  }
+  put("/share/P/r\xc3\xa9sum\xc3\xa9;#-.pdf", "x");
+  EXPECT_NE(std::string::npos, send("/share/P/r\xc3\xa9sum\xc3\xa9;#-.pdf").first.find(
+      "filename=\"r%C3%A9sum%C3%A9%3B%23-.pdf\"; filename*=utf-8''r%C3%A9sum%C3%A9%3B%23-.pdf\r\n"));
+}
+
+TEST_F(Delivery, FailuresBeforeAnyOutputAndAfterTheHeaders) {
+  root_.mkdirs("/share/P/folder");
+  const unsigned long long before = delivery_bytes_written();
+  EXPECT_EQ(std::make_pair(std::string(), -1), send("/share/P/missing.txt"));
+  EXPECT_EQ(std::make_pair(std::string(), -1), send("/share/P/folder"));
+  os.fopen = [](const char*, const char*) -> FILE* { return errno = EACCES, nullptr; };
+  EXPECT_EQ(std::make_pair(std::string(), -4), send("/share/P/a.txt"));
+  EXPECT_EQ(before, delivery_bytes_written());
+  os_reset();
+  os.time = fixed_time;
+  // The client went away: the body write fails after the headers.
+  os.fwrite = [](const void*, size_t, size_t, FILE*) -> size_t { return 0; };
+  auto sent = send("/share/P/a.txt", "bytes=1-2");
+  EXPECT_EQ(-1, sent.second);
+  EXPECT_EQ(sent.first.size(), sent.first.find("Content-Length: 2\r\n\r\n") + strlen("Content-Length: 2\r\n\r\n"));
+  EXPECT_EQ(before + sent.first.size(), delivery_bytes_written());
+}
+
+// A variant that is not there: headers for an empty path and a failure; with
+// a range nothing at all; an unresolved display path sends nothing.
+TEST_F(Delivery, MissingVariantOrPath) {
+  root_.write("/etc/config/smb.conf", "[Public]\npath = /share/VOL1/Public\n");
+  root_.write("/share/VOL1/Public/v/clip.mp4", "the original");
+  root_.write(std::string(kThumbs) + "/clip.mp4.ipad720p", "720p!");
+  root_.write(std::string(kThumbs) + "/clip.mp4.mobile240p", "240");
+  ScopedEnv ims{{{"IF_MODIFIED_SINCE", "1"}}};
+  for (const char* variant : {"mp4_480", "MP4_720" /* names match exactly */, static_cast<const char*>(nullptr)}) {
+    EXPECT_EQ(std::make_pair(std::string("Content-Disposition: attachment; filename=\"clip.mp4\"; filename*=utf-8''"
+                                         "clip.mp4\r\nContent-Length: 0\r\nContent-Type: application/force-download"
+                                         "\r\n\r\n"), -1),
+              send_variant("/Public/v/clip.mp4", variant)) << (variant ? variant : "(null)");
+  }
+  EXPECT_EQ(kPathShare, sf_current_path_kind());
+  EXPECT_EQ(std::make_pair(std::string(), -1), send_variant("/Nowhere/v/clip.mp4", "mp4_720"));
+  EXPECT_EQ(std::make_pair(std::string(), -1), send_variant(nullptr, "mp4_720"));
+  ScopedEnv range{{{"HTTP_RANGE", "bytes=1-2"}}};
+  EXPECT_EQ(std::make_pair(std::string(), -1), send_variant("/Public/v/clip.mp4", "mp4_1080"));
+}
+
+TEST_F(Delivery, NamesFlagsAndRemotePaths) {
+  EXPECT_TRUE(is_ie_user_agent("Mozilla/4.0 (compatible; MSIE 8.0)"));
+  EXPECT_TRUE(is_ie_user_agent("Trident/7.0"));
+  EXPECT_FALSE(is_ie_user_agent("Mozilla/5.0 Firefox/128.0"));
+  EXPECT_FALSE(is_ie_user_agent(nullptr));
+  char out[1024];
+  EXPECT_EQ(20u, CGI_Handle_IE_Filename("a;b#c-d\xff.txt", out, sizeof out));
+  EXPECT_STREQ("a%3Bb%23c%2Dd%ff.txt", out);
+  EXPECT_EQ(5u, CGI_Handle_IE_Filename(";;;", out, 6));
+  EXPECT_STREQ("%3B%3", out);
+  std::string esc;
+  ASSERT_TRUE(url_escape_name("a b/\xc3\xa9~.-_", &esc));
+  EXPECT_EQ("a%20b%2F%C3%A9~.-_", esc);
+
+  root_.write(std::string(kThumbs) + "/m.mkv.mobile480p", "x");
+  root_.write(std::string(kThumbs) + "/m.mkv.original", "x");
+  TranscodeFlags f;
+  ASSERT_EQ(0, sf_transcode_availability("/share/VOL1/Public/v", "m.mkv", &f));
+  EXPECT_TRUE(f.p480 && f.original);
+  EXPECT_FALSE(f.p240 || f.p360 || f.p720 || f.p1080);
+  EXPECT_EQ(-1, sf_transcode_availability(nullptr, "m.mkv", &f));
+  EXPECT_FALSE(f.p480);
+  EXPECT_EQ(nullptr, find_transcode_variant("mp4_72"));
+
+  root_.write("/etc/config/remote_folder.conf", "[1]\nName = cloud\nLocal Path = /share/VOL1/remote1\n");
+  root_.write("/share/VOL1/remote1/a.txt", "x");
+  EXPECT_EQ(kKindFile, sf_display_to_real_path("/remote:1@cloud/a.txt", out, sizeof out));
+  EXPECT_STREQ("/share/VOL1/remote1/a.txt", out);
+  EXPECT_EQ(kPathRemoteFolder, sf_current_path_kind());
+  EXPECT_EQ(-1, sf_display_to_real_path("/remote:2@cloud/a.txt", out, sizeof out));
+  EXPECT_STREQ("", out);
+}
+
+}  // namespace
