@@ -174,48 +174,68 @@ std::string reply(int status) {
          ", \"success\": \"true\" }\n";
 }
 
-// One appliance root as the CGI environment; os seams reset after each test.
+constexpr time_t kNow = 1700000000;
+const char kThumbs[] = "/share/VOL1/Public/v/.@__thumb/transcode";
+const char kConfig[] = "/etc/config/Korvix.conf";
+time_t fixed_time(time_t* out) { return out != nullptr ? (*out = kNow) : kNow; }
+
+// One appliance root as the CGI environment, with a fixed clock.
 class WebLib : public ::testing::Test {
  protected:
   WebLib()
       : env_{{{"SHARELINK_ROOT", root_.dir()}, {"REMOTE_USER", kUnset}, {"HTTP_RANGE", kUnset},
               {"IF_MODIFIED_SINCE", kUnset}, {"HTTP_USER_AGENT", "Mozilla/5.0 (X11; Linux x86_64)"}}} {
+    os.time = fixed_time;
     root_.mkdirs("/share/VOL1/db");
+    put("/share/P/a.txt", "0123456789");
   }
   ~WebLib() override { os_reset(); }
-  ApplianceRoot root_;
-  ScopedEnv env_;
-};
-
-class DbHandler : public WebLib {
- protected:
-  // The handler's reply to a query string and its result.
+  void put(const std::string& ap, const std::string& content) {
+    root_.write(ap, content);
+    root_.set_mtime(ap, 1000000000);
+  }
+  // The output and the result of one call.
+  std::pair<std::string, int> run(const std::function<int()>& call) {
+    int rc = 99;
+    std::string out = capture_stdout(root_, [&] { rc = call(); });
+    return {out, rc};
+  }
   std::pair<std::string, int> handle(const std::string& query) {
     CgiRequest req;
     cgi_parse_params(query.data(), query.size(), &req);
-    int rc = 99;
-    std::string out = capture_stdout(root_, [&] { rc = sf_set_db_handler(&req); });
-    return {out, rc};
+    return run([&] { return sf_set_db_handler(&req); });
   }
-  std::string configured() {
+  // Sends ap with the given range (null: none).
+  std::pair<std::string, int> send(const std::string& ap, const char* range = nullptr, int transcoded = 0) {
+    ScopedEnv r{{{"HTTP_RANGE", range != nullptr ? range : kUnset}}};
+    return run([&] { return send_file_with_ranges(ap.c_str(), transcoded); });
+  }
+  std::pair<std::string, int> variant(const char* display, const char* name) {
+    return run([=] { return send_transcoded_file(display, name); });
+  }
+  // The configured store path and its table count.
+  std::pair<std::string, std::string> store() {
     char out[512];
     profile_cache_clear();
     Get_Profile_String("Depot", "Share_Link_Db", "", out, sizeof out);
-    return out;
-  }
-  // Tables of the configured store.
-  std::string tables() try {
-    return store_value(root_, "SELECT COUNT(*) FROM sqlite_master WHERE type = 'table'");
-  } catch (const std::exception&) {
-    return "not a database";
+    try {
+      return {out, store_value(root_, "SELECT COUNT(*) FROM sqlite_master WHERE type = 'table'")};
+    } catch (const std::exception&) {
+      return {out, "not a store"};
+    }
   }
   mode_t mode_of(const std::string& ap) {
     struct stat st;
     return stat(root_.path(ap).c_str(), &st) == 0 ? (st.st_mode & 07777) : 0;
   }
-};
 
-TEST_F(DbHandler, RefusalsLeaveTheConfigurationAlone) {
+  ApplianceRoot root_;
+  ScopedEnv env_;
+};
+using Pair = std::pair<std::string, std::string>;
+const std::pair<std::string, int> kNothing = {"", -1};
+
+TEST_F(WebLib, RelocationRefusalsLeaveTheConfigurationAlone) {
   root_.write("/share/VOL1/file", "x");
   const struct { const char* user; std::string query; int status, result; } cases[] = {
       {"bob", "share_link_db=/share/VOL1/db/a.db", 4, -1}, {kUnset, "force_delete=1", 20, 0},
@@ -229,50 +249,46 @@ TEST_F(DbHandler, RefusalsLeaveTheConfigurationAlone) {
     ScopedEnv user{{{"REMOTE_USER", c.user}}};
     EXPECT_EQ(std::make_pair(reply(c.status), c.result), handle(c.query)) << c.query;
   }
-  EXPECT_FALSE(root_.exists("/etc/config/Korvix.conf"));
+  EXPECT_FALSE(root_.exists(kConfig));
 }
 
-TEST_F(DbHandler, ExistingFileIsKeptCheckedOrReplaced) {
+TEST_F(WebLib, RelocationKeepsChecksOrReplacesAnExistingFile) {
   // A new path gets all four tables; a valid store keeps its rows even with force_delete.
   ASSERT_EQ(std::make_pair(reply(1), 0), handle("share_link_db=/share/VOL1/db/s.db"));
-  EXPECT_EQ("/share/VOL1/db/s.db", configured());
-  EXPECT_EQ("4", tables());
+  EXPECT_EQ(Pair("/share/VOL1/db/s.db", "4"), store());
   store_exec(root_, "INSERT INTO SHARELINK_EVENT(pkey) VALUES('k1');");
   EXPECT_EQ(reply(1), handle("share_link_db=/share/VOL1/db/s.db&force_delete=yes").first);
   EXPECT_NE(std::string::npos, root_.read("/share/VOL1/db/s.db").find("k1"));
   // A file that is no store: 19, with the configuration already pointing at it.
   root_.write("/share/VOL1/db/text.db", "not a database at all, just some text that is long enough");
   EXPECT_EQ(std::make_pair(reply(19), 0), handle("share_link_db=/share/VOL1/db/text.db&force_delete=1x"));
-  EXPECT_EQ("/share/VOL1/db/text.db", configured());
-  EXPECT_EQ("not a database", tables());
+  EXPECT_EQ(Pair("/share/VOL1/db/text.db", "not a store"), store());
   // force_delete counts as a base-10 number: "01" replaces the file.
   EXPECT_EQ(reply(1), handle("share_link_db=/share/VOL1/db/text.db&force_delete=01").first);
-  EXPECT_EQ("4", tables());
+  EXPECT_EQ(Pair("/share/VOL1/db/text.db", "4"), store());
   // A failed configuration write is reported and leaves no store behind.
-  os.rename = [](const char*, const char*) -> int { return errno = EIO, -1; };
+  os.rename = [](const char*, const char*) { return errno = EIO, -1; };
   EXPECT_EQ(std::make_pair(reply(19), -1), handle("share_link_db=/share/VOL1/db/new.db"));
   os_reset();
-  EXPECT_EQ("/share/VOL1/db/text.db", configured());
+  EXPECT_EQ(Pair("/share/VOL1/db/text.db", "4"), store());
   EXPECT_FALSE(root_.exists("/share/VOL1/db/new.db"));
 }
 
-TEST_F(DbHandler, TablesPermissionsAndVolume) {
-  const std::string config = "/etc/config/Korvix.conf";
+TEST_F(WebLib, StoreTablesPermissionsAndVolume) {
   EXPECT_EQ(0, sf_fix_db_permissions());  // nothing configured
-  root_.write(config, "[Depot]\nShare_Link_Db = /share/VOL1/db/p.db\n");
+  root_.write(kConfig, "[Depot]\nShare_Link_Db = /share/VOL1/db/p.db\n");
   EXPECT_EQ(0, sf_fix_db_permissions());  // no such file
-  root_.write(config, "[Depot]\nShare_Link_Db = /share/VOL1/db\n");
+  root_.write(kConfig, "[Depot]\nShare_Link_Db = /share/VOL1/db\n");
   profile_cache_clear();
   EXPECT_LT(sf_create_all_tables(), 0);  // a folder cannot be opened as the store
-  root_.write(config, "[Depot]\nShare_Link_Db = /share/VOL1/db/p.db\n");
+  root_.write(kConfig, "[Depot]\nShare_Link_Db = /share/VOL1/db/p.db\n");
   profile_cache_clear();
   EXPECT_EQ(0, sf_create_all_tables());
-  EXPECT_EQ("4", tables());
+  EXPECT_EQ(Pair("/share/VOL1/db/p.db", "4"), store());
   chmod(root_.path("/share/VOL1/db/p.db").c_str(), 0640);
   chmod(root_.path("/share/VOL1/db").c_str(), 0750);
   EXPECT_EQ(1, sf_fix_db_permissions());
-  EXPECT_EQ(0777u, mode_of("/share/VOL1/db"));
-  EXPECT_EQ(0777u, mode_of("/share/VOL1/db/p.db"));
+  EXPECT_EQ(std::make_pair(0777u, 0777u), std::make_pair(mode_of("/share/VOL1/db"), mode_of("/share/VOL1/db/p.db")));
   chmod(root_.path("/share/VOL1/db/p.db").c_str(), 01666);  // already writable by others: kept
   EXPECT_EQ(1, sf_fix_db_permissions());
   EXPECT_EQ(01666u, mode_of("/share/VOL1/db/p.db"));
@@ -282,46 +298,14 @@ TEST_F(DbHandler, TablesPermissionsAndVolume) {
   root_.script("/bin/mkdir", "[ \"$1\" = -p ] || exit 2\nexec mkdir -p \"$SHARELINK_ROOT$2\"\n");
   EXPECT_EQ(1, sf_set_db_volume("/share/VOL1"));
   EXPECT_EQ(0777u, mode_of("/share/VOL1/.@kdx/share_link_db"));
-  EXPECT_EQ("/share/VOL1/.@kdx/share_link_db/share_link.db", configured());
+  EXPECT_EQ("/share/VOL1/.@kdx/share_link_db/share_link.db", store().first);
   EXPECT_EQ(-1, sf_set_db_volume(("/share/" + std::string(500, 'v')).c_str()));
   root_.script("/bin/mkdir", "exit 1\n");
   EXPECT_EQ(-1, sf_set_db_volume("/share/VOL2"));
-  EXPECT_EQ("/share/VOL1/.@kdx/share_link_db/share_link.db", configured());
+  EXPECT_EQ("/share/VOL1/.@kdx/share_link_db/share_link.db", store().first);
 }
 
-constexpr time_t kNow = 1700000000;
-const char kThumbs[] = "/share/VOL1/Public/v/.@__thumb/transcode";
-
-time_t fixed_time(time_t* out) {
-  if (out != nullptr) *out = kNow;
-  return kNow;
-}
-
-class Delivery : public WebLib {
- protected:
-  Delivery() {
-    os.time = fixed_time;
-    put("/share/P/a.txt", "0123456789");
-  }
-  void put(const std::string& ap, const std::string& content) {
-    root_.write(ap, content);
-    root_.set_mtime(ap, 1000000000);
-  }
-  // The output and result of sending ap with the given range (null: none).
-  std::pair<std::string, int> send(const std::string& ap, const char* range = nullptr, int transcoded = 0) {
-    ScopedEnv r{{{"HTTP_RANGE", range != nullptr ? range : kUnset}}};
-    int rc = 99;
-    std::string out = capture_stdout(root_, [&] { rc = send_file_with_ranges(ap.c_str(), transcoded); });
-    return {out, rc};
-  }
-  std::pair<std::string, int> send_variant(const char* display, const char* variant) {
-    int rc = 99;
-    std::string out = capture_stdout(root_, [&] { rc = send_transcoded_file(display, variant); });
-    return {out, rc};
-  }
-};
-
-TEST_F(Delivery, CachingHeadersAndNoModificationTimeForZero) {
+TEST_F(WebLib, CachingHeadersAndNotModifiedOnlyForTheExactTime) {
   const std::string cache = "Cache-Control: private, max-age=604800, pre-check=604800\nPragma: private\n"
                             "Expires: Tue, 21 Nov 2023 22:13:20 GMT\n";
   EXPECT_EQ(std::make_pair(cache + "Last-Modified: Sun, 09 Sep 2001 01:46:40 GMT\nAccept-Ranges: bytes\r\n"
@@ -330,28 +314,22 @@ TEST_F(Delivery, CachingHeadersAndNoModificationTimeForZero) {
                            "Content-Type: text/plain\r\n\r\n0123456789", 0),
             send("/share/P/a.txt"));
   put("/share/P/empty.bin", "");
-  root_.set_mtime("/share/P/empty.bin", 0);
+  root_.set_mtime("/share/P/empty.bin", 0);  // no Last-Modified
   EXPECT_EQ(std::make_pair(cache + "Accept-Ranges: bytes\r\nContent-Length: 0\r\nContent-Disposition: inline; "
                            "filename=\"empty.bin\"; filename*=utf-8''empty.bin\r\nContent-Transfer-Encoding: binary\r\n"
                            "Content-Type: application/octet-stream\r\n\r\n", 0),
             send("/share/P/empty.bin"));
-}
-
-TEST_F(Delivery, NotModifiedOnlyForTheExactTime) {
-  {
-    ScopedEnv ims{{{"IF_MODIFIED_SINCE", "1000000000"}}};
-    EXPECT_EQ(std::make_pair(std::string("Status: 304\r\nContent-Length: 0\r\n\r\n"), 0),
-              send("/share/P/a.txt", "bytes=2-3"));
-  }
   for (const char* other : {"999999999", "1000000000x", "", " 1000000000"}) {
     ScopedEnv ims{{{"IF_MODIFIED_SINCE", other}}};
     std::string out = send("/share/P/a.txt").first;
     EXPECT_EQ(0u, out.find("Accept-Ranges: bytes\r\n")) << other;  // and no caching headers
     EXPECT_EQ("0123456789", out.substr(out.size() - 10)) << other;
   }
+  ScopedEnv ims{{{"IF_MODIFIED_SINCE", "1000000000"}}};
+  EXPECT_EQ(std::make_pair(std::string("Status: 304\r\nContent-Length: 0\r\n\r\n"), 0), send("/share/P/a.txt", "bytes=2-3"));
 }
 
-TEST_F(Delivery, RangesAnsweredByteForByte) {
+TEST_F(WebLib, RangesAnsweredByteForByte) {
   put("/share/P/empty.txt", "");
   ScopedEnv ims{{{"IF_MODIFIED_SINCE", "1"}}};  // keeps the caching headers out
   const struct { const char *file, *range; std::string out; } cases[] = {
@@ -370,7 +348,7 @@ TEST_F(Delivery, RangesAnsweredByteForByte) {
   }
 }
 
-TEST_F(Delivery, ContentTypeByNameOrVariant) {
+TEST_F(WebLib, ContentTypeByNameOrVariant) {
   ScopedEnv ims{{{"IF_MODIFIED_SINCE", "1"}}};
   const struct { const char* path; int transcoded; const char* type; } cases[] = {
       {"/share/P/page.HTML", 0, "text/plain"}, {"/share/P/Makefile", 0, "application/force-download"},
@@ -388,17 +366,17 @@ TEST_F(Delivery, ContentTypeByNameOrVariant) {
       "filename=\"r%C3%A9sum%C3%A9%3B%23-.pdf\"; filename*=utf-8''r%C3%A9sum%C3%A9%3B%23-.pdf\r\n"));
 }
 
-TEST_F(Delivery, FailuresBeforeAnyOutputAndAfterTheHeaders) {
+TEST_F(WebLib, FailuresBeforeAnyOutputAndAfterTheHeaders) {
   root_.mkdirs("/share/P/folder");
   const unsigned long long before = delivery_bytes_written();
-  EXPECT_EQ(std::make_pair(std::string(), -1), send("/share/P/missing.txt"));
-  EXPECT_EQ(std::make_pair(std::string(), -1), send("/share/P/folder"));
+  EXPECT_EQ(kNothing, send("/share/P/missing.txt"));
+  EXPECT_EQ(kNothing, send("/share/P/folder"));
   os.fopen = [](const char*, const char*) -> FILE* { return errno = EACCES, nullptr; };
   EXPECT_EQ(std::make_pair(std::string(), -4), send("/share/P/a.txt"));
   EXPECT_EQ(before, delivery_bytes_written());
+  // The client went away: the body write fails after the headers.
   os_reset();
   os.time = fixed_time;
-  // The client went away: the body write fails after the headers.
   os.fwrite = [](const void*, size_t, size_t, FILE*) -> size_t { return 0; };
   auto sent = send("/share/P/a.txt", "bytes=1-2");
   EXPECT_EQ(-1, sent.second);
@@ -408,26 +386,26 @@ TEST_F(Delivery, FailuresBeforeAnyOutputAndAfterTheHeaders) {
 
 // A variant that is not there: headers for an empty path and a failure; with
 // a range nothing at all; an unresolved display path sends nothing.
-TEST_F(Delivery, MissingVariantOrPath) {
+TEST_F(WebLib, MissingVariantOrPath) {
   root_.write("/etc/config/smb.conf", "[Public]\npath = /share/VOL1/Public\n");
   root_.write("/share/VOL1/Public/v/clip.mp4", "the original");
   root_.write(std::string(kThumbs) + "/clip.mp4.ipad720p", "720p!");
   root_.write(std::string(kThumbs) + "/clip.mp4.mobile240p", "240");
   ScopedEnv ims{{{"IF_MODIFIED_SINCE", "1"}}};
-  for (const char* variant : {"mp4_480", "MP4_720" /* names match exactly */, static_cast<const char*>(nullptr)}) {
+  for (const char* name : {"mp4_480", "MP4_720" /* names match exactly */, static_cast<const char*>(nullptr)}) {
     EXPECT_EQ(std::make_pair(std::string("Content-Disposition: attachment; filename=\"clip.mp4\"; filename*=utf-8''"
                                          "clip.mp4\r\nContent-Length: 0\r\nContent-Type: application/force-download"
                                          "\r\n\r\n"), -1),
-              send_variant("/Public/v/clip.mp4", variant)) << (variant ? variant : "(null)");
+              variant("/Public/v/clip.mp4", name)) << (name ? name : "(null)");
   }
   EXPECT_EQ(kPathShare, sf_current_path_kind());
-  EXPECT_EQ(std::make_pair(std::string(), -1), send_variant("/Nowhere/v/clip.mp4", "mp4_720"));
-  EXPECT_EQ(std::make_pair(std::string(), -1), send_variant(nullptr, "mp4_720"));
+  EXPECT_EQ(kNothing, variant("/Nowhere/v/clip.mp4", "mp4_720"));
+  EXPECT_EQ(kNothing, variant(nullptr, "mp4_720"));
   ScopedEnv range{{{"HTTP_RANGE", "bytes=1-2"}}};
-  EXPECT_EQ(std::make_pair(std::string(), -1), send_variant("/Public/v/clip.mp4", "mp4_1080"));
+  EXPECT_EQ(kNothing, variant("/Public/v/clip.mp4", "mp4_1080"));
 }
 
-TEST_F(Delivery, NamesFlagsAndRemotePaths) {
+TEST_F(WebLib, NamesFlagsAndRemotePaths) {
   EXPECT_TRUE(is_ie_user_agent("Mozilla/4.0 (compatible; MSIE 8.0)") && is_ie_user_agent("Trident/7.0"));
   EXPECT_FALSE(is_ie_user_agent("Mozilla/5.0 Firefox/128.0") || is_ie_user_agent(nullptr));
   char out[1024];
