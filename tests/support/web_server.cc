@@ -32,12 +32,8 @@ static int loopback(int port, bool connect_to) {
   addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
   socklen_t len = sizeof addr;
   sockaddr* a = reinterpret_cast<sockaddr*>(&addr);
-  int result = -1;
-  if (connect_to) {
-    result = connect(fd, a, sizeof addr) == 0 ? 1 : 0;
-  } else if (bind(fd, a, sizeof addr) == 0 && getsockname(fd, a, &len) == 0) {
-    result = ntohs(addr.sin_port);
-  }
+  int result = connect_to ? (connect(fd, a, len) == 0 ? 1 : 0)
+                          : (bind(fd, a, len) == 0 && getsockname(fd, a, &len) == 0 ? ntohs(addr.sin_port) : -1);
   close(fd);
   return result;
 }
@@ -64,14 +60,12 @@ void WebServer::start(const ApplianceRoot& root, const std::string& lighttpd) {
     execl(lighttpd.c_str(), "lighttpd", "-D", "-f", conf.c_str(), static_cast<char*>(nullptr));
     _exit(127);
   }
-  for (int i = 0; i < 200; ++i) {
+  for (int i = 0; i < 200 && pid_ < 0; ++i) {
     if (waitpid(pid, nullptr, WNOHANG) == pid) return;  // it gave up (port taken?)
-    if (loopback(port_, true) == 1) {
-      pid_ = pid;
-      return;
-    }
+    if (loopback(port_, true) == 1) pid_ = pid;
     usleep(50 * 1000);
   }
+  if (pid_ > 0) return;
   kill(pid, SIGKILL);
   waitpid(pid, nullptr, 0);
 }

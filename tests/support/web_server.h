@@ -13,8 +13,7 @@
 
 // The program's path on PATH (and the sbin folders), or "".
 std::string find_program(const char* name);
-// A port that was free a moment ago (the server start retries on a race).
-int free_port();
+int free_port();  // free a moment ago: the server start retries on a race
 
 // lighttpd in the foreground (-D), stopped on destruction. `config` gets the
 // port and returns the configuration, written to /web/lighttpd.conf of the
@@ -29,9 +28,7 @@ class WebServer {
   WebServer& operator=(const WebServer&) = delete;
   bool running() const { return pid_ > 0; }
   int port() const { return port_; }
-  std::string url(const std::string& target) const {
-    return "http://127.0.0.1:" + std::to_string(port_) + target;
-  }
+  std::string url(const std::string& target) const { return "http://127.0.0.1:" + std::to_string(port_) + target; }
 
  private:
   void start(const ApplianceRoot& root, const std::string& lighttpd);
@@ -46,10 +43,7 @@ struct Response {
   std::map<std::string, std::string> headers;  // lower-case names
   std::string body;
   bool has(const std::string& name) const { return headers.count(name) != 0; }
-  std::string header(const std::string& name) const {
-    auto it = headers.find(name);
-    return it == headers.end() ? std::string() : it->second;
-  }
+  std::string header(const std::string& name) const { return has(name) ? headers.at(name) : std::string(); }
 };
 
 // Reads curl -i output: the status, the header lines and the body.
