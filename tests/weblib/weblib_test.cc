@@ -33,40 +33,6 @@ namespace {
 
 const char kUnset[] = "\x01unset";
 
-// What fn prints on standard output: descriptor 1 points at a file of the root for the call.
-std::string capture_stdout(const ApplianceRoot& root, const std::function<void()>& fn) {
-  fflush(stdout);
-  int saved = dup(1), fd = open(root.path("/tmp/captured-stdout").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-  if (saved < 0 || fd < 0 || dup2(fd, 1) < 0) throw std::runtime_error("cannot redirect stdout");
-  close(fd);
-  fn();
-  fflush(stdout);
-  dup2(saved, 1);
-  close(saved);
-  clearerr(stdout);
-  return root.read("/tmp/captured-stdout");
-}
-
-TEST(JsonReply, EnvelopesKeepTheirMemberOrder) {
-  const std::string v = "{ \"version\": \"6.0.1.6963\", \"build\": \"20250804\", ";
-  const std::pair<void (*)(), std::string> cases[] = {
-      // Status leaves the version out for 0, 3, 8 and 15.
-      {[] { print_status(0); }, "{ \"status\": 0, \"success\": \"true\" }\n"},
-      {[] { print_status(8); }, "{ \"status\": 8, \"success\": \"true\" }\n"},
-      {[] { print_status(3); }, "{ \"status\": 3, \"success\": \"true\" }\n"},
-      {[] { print_status(15); }, "{ \"status\": 15, \"success\": \"true\" }\n"},
-      {[] { print_status(9); }, v + "\"status\": 9, \"success\": \"true\" }\n"},
-      {[] { print_status_error(5, 2, "x"); },
-       "{ \"status\": 5, \"success\": \"true\", \"err_code\": 2, \"err_msg\": \"x\" }\n"},
-      {[] { print_permission(7, 0); }, v + "\"permission\": 7, \"play\": 0, \"success\": \"true\" }\n"},
-      {[] { print_status_result(1, "a \"b\""); }, "{ \"status\": 1, \"result\": \"a \\\"b\\\"\" }\n"},
-      {[] { print_status_result(1, nullptr); }, "{ \"status\": 1, \"result\": \"\" }\n"},
-      {[] { print_html_header(); }, "Content-type: text/html\r\n\r\n"},
-  };
-  ApplianceRoot root;
-  for (const auto& c : cases) EXPECT_EQ(c.second, capture_stdout(root, c.first));
-}
-
 TEST(MimeTable, LookupIgnoresCaseAndTakesTheLastExtension) {
   const struct { const char* name; int32_t file_class; const char* type; } cases[] = {
       {"REPORT.PDF", kClassPdf, "application/pdf"},  // the first of two pdf rows wins
@@ -186,11 +152,18 @@ class WebLib : public ::testing::Test {
     root_.write(ap, content);
     root_.set_mtime(ap, 1000000000);
   }
-  // The output and the result of one call.
+  // What one call prints on standard output (pointed at a file of the root for it) and its result.
   std::pair<std::string, int> run(const std::function<int()>& call) {
-    int rc = 99;
-    std::string out = capture_stdout(root_, [&] { rc = call(); });
-    return {out, rc};
+    fflush(stdout);
+    int saved = dup(1), fd = open(root_.path("/tmp/captured-stdout").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    if (saved < 0 || fd < 0 || dup2(fd, 1) < 0) throw std::runtime_error("cannot redirect stdout");
+    close(fd);
+    int rc = call();
+    fflush(stdout);
+    dup2(saved, 1);
+    close(saved);
+    clearerr(stdout);
+    return {root_.read("/tmp/captured-stdout"), rc};
   }
   std::pair<std::string, int> handle(const std::string& query) {
     CgiRequest req;
@@ -226,6 +199,25 @@ class WebLib : public ::testing::Test {
 };
 using Pair = std::pair<std::string, std::string>;
 const std::pair<std::string, int> kNothing = {"", -1};
+
+TEST_F(WebLib, JsonEnvelopesKeepTheirMemberOrder) {
+  const std::string v = "{ \"version\": \"6.0.1.6963\", \"build\": \"20250804\", ";
+  const std::pair<int (*)(), std::string> cases[] = {
+      // Status leaves the version out for 0, 3, 8 and 15.
+      {[] { return print_status(0); }, "{ \"status\": 0, \"success\": \"true\" }\n"},
+      {[] { return print_status(8); }, "{ \"status\": 8, \"success\": \"true\" }\n"},
+      {[] { return print_status(3); }, "{ \"status\": 3, \"success\": \"true\" }\n"},
+      {[] { return print_status(15); }, "{ \"status\": 15, \"success\": \"true\" }\n"},
+      {[] { return print_status(9); }, v + "\"status\": 9, \"success\": \"true\" }\n"},
+      {[] { return print_status_error(5, 2, "x"); },
+       "{ \"status\": 5, \"success\": \"true\", \"err_code\": 2, \"err_msg\": \"x\" }\n"},
+      {[] { return print_permission(7, 0); }, v + "\"permission\": 7, \"play\": 0, \"success\": \"true\" }\n"},
+      {[] { return print_status_result(1, "a \"b\""); }, "{ \"status\": 1, \"result\": \"a \\\"b\\\"\" }\n"},
+      {[] { return print_status_result(1, nullptr); }, "{ \"status\": 1, \"result\": \"\" }\n"},
+      {[] { return print_html_header(); }, "Content-type: text/html\r\n\r\n"},
+  };
+  for (const auto& c : cases) EXPECT_EQ(std::make_pair(c.second, 0), run(c.first));
+}
 
 TEST_F(WebLib, RelocationRefusalsLeaveTheConfigurationAlone) {
   root_.write("/share/VOL1/file", "x");
