@@ -51,9 +51,8 @@ const std::vector<Case> kCases = {
     {"no_mode", {}, 1}, {"empty_mode", {""}, 0}, {"mode_beyond_32_bits", {"4294967297", "x"}, 0},
     {"mode_beyond_64_bits", {"99999999999999999999999", "x"}, 0}, {"negative_mode", {"-1"}, 0},
     {"mode_7", {"7", "a", "b"}, 0}, {"mode_invalid_utf8", {kUtf8}, 0}, {"mode_huge", {repeat("9", kMaxArg)}, 0},
-    {"mode_shell", {kShell}, 0},
-
-    {"mail_no_arguments", {"1"}, 3}, {"mail_eight_elements", {"1", "1", "0", "AbC", "a@b.example", "s", "m"}, 3},
+    {"mode_shell", {kShell}, 0}, {"mail_no_arguments", {"1"}, 3},
+    {"mail_eight_elements", {"1", "1", "0", "AbC", "a@b.example", "s", "m"}, 3},
     {"mail_empty_strings", {"1", "", "", "", "", "", "", ""}, 2},
     {"mail_recipient_without_at", {"1", "1", "0", "AbC", "nobody", "s", "m", "----"}, 2},
     {"mail_recipient_crlf_without_at", {"1", "1", "0", "AbC", "x\r\ny", "s", "m", "----"}, 2},
@@ -61,18 +60,21 @@ const std::vector<Case> kCases = {
     {"mail_only_commas", {"1", "3", "0", ",,,,,", "a@b.example", "s", "m", "----"}, 0},
     {"mail_many_commas", {"1", "3", "0", repeat(",", kMaxArg), "a@b.example", "s", "m", "l"}, 0},
     {"mail_negative_count", {"1", "-5", "-1", "AbC", "a@b.example", "s", "m", "----"}, 0, 1},
-    {"mail_count_beyond_32_bits", {"1", "4294967297", "99999999999", "AbC,DeF", "a@b.example", "s", "m", "l1", "l2"}, 0, 1},
-    {"mail_unknown_and_long_ids", {"1", "2", "0", "Nope," + std::string(300, 'i'), "a@b.example", "s", "m", "----"}, 0},
+    {"mail_count_beyond_32_bits",
+     {"1", "4294967297", "99999999999", "AbC,DeF", "a@b.example", "s", "m", "l1", "l2"}, 0, 1},
+    {"mail_unknown_and_long_ids",
+     {"1", "2", "0", "Nope," + std::string(300, 'i'), "a@b.example", "s", "m", "----"}, 0},
     {"mail_null_items", {"1", "2", "1", "NULL,AbC,NULL", "a@b.example", "s", "m", "l1", "l2"}, 0, 1},
-    {"mail_crlf_and_dollar", {"1", "1", "1", "AbC", "a@b.example,\r\n" + kCrLf + "@x", kCrLf + kDollar, kDollar + kCrLf,
-                              kDollar, kCrLf, "personal\r\n", "root\r\nBcc: v@example.org", kCrLf}, 0, 3},
-    {"mail_invalid_utf8", {"1", "1", "0", "AbC", kUtf8 + "@" + kUtf8, kUtf8, kUtf8, kUtf8, kUtf8, kUtf8, kUtf8, kUtf8}, 0, 1},
+    {"mail_crlf_and_dollar", {"1", "1", "1", "AbC", "a@b.example,\r\n" + kCrLf + "@x", kCrLf + kDollar,
+                              kDollar + kCrLf, kDollar, kCrLf, "personal\r\n", "root\r\nBcc: v@example.org", kCrLf},
+     0, 3},
+    {"mail_invalid_utf8",
+     {"1", "1", "0", "AbC", kUtf8 + "@" + kUtf8, kUtf8, kUtf8, kUtf8, kUtf8, kUtf8, kUtf8, kUtf8}, 0, 1},
     {"mail_shell_and_format", {"1", "1", "0", "AbC", "a@b.example", kShell + kFormat, kShell, kFormat, kShell, kFormat,
-                               kShell, kShell + "@x"}, 0, 1},
+                              kShell, kShell + "@x"}, 0, 1},
     {"mail_none_at_none", {"1", "1", "0", "AbC", "none@none", kBig, kBig, kBig}, 0},
-    {"mail_one_mebibyte", {"1", "3", "1", "NULL,AbC,DeF", repeat("a@b.example,", kMaxArg), kBig, kBig, kBig, kBig, kBig,
-                           kBig, kBig + "@x"}, 0, 20},
-
+    {"mail_one_mebibyte", {"1", "3", "1", "NULL,AbC,DeF", repeat("a@b.example,", kMaxArg), kBig, kBig, kBig, kBig,
+                          kBig, kBig, kBig + "@x"}, 0, 20},
     {"delete_no_arguments", {"2"}, 4}, {"delete_empty_list", {"2", ""}, 0, 0, ""},
     {"delete_without_ssid", {"2", "https://nas/share.cgi?id=AbC,http://nas:80/x"}, 0},
     {"delete_ssid_of_nothing", {"2", "https://nas/share.cgi?ssid="}, 0},
@@ -82,26 +84,25 @@ const std::vector<Case> kCases = {
     {"delete_huge_id", {"2", "http://nas:80/share.cgi?ssid=" + repeat("AbC", kMaxArg - 40)}, 0, 0, nullptr, true},
     {"delete_hostile_texts", {"2", kUtf8 + "," + kCrLf + "," + kDollar + "," + kShell + "," + kFormat + "ssid=Q"}, 0},
     {"delete_extra_arguments", {"2", "http://nas:80/x?ssid=Nope", "x", "y", "z"}, 0},
-    {"delete_big_mixed", {"2", kBig}, 0, 0, nullptr, true},
-
-    {"list_no_options", {"3"}, 0}, {"list_unknown_option", {"3", "-x"}, 1}, {"list_missing_value", {"3", "-u"}, 1},
+    {"delete_big_mixed", {"2", kBig}, 0, 0, nullptr, true}, {"list_no_options", {"3"}, 0},
+    {"list_unknown_option", {"3", "-x"}, 1}, {"list_missing_value", {"3", "-u"}, 1},
     {"list_empty_values", {"3", "-m", "", "-s", "", "-n", "", "-u", "", "-f", ""}, 0},
     {"list_sort_minus_one", {"3", "-m", "-1", "-n", "10", "-u", "ann"}, 0},
     {"list_sort_38", {"3", "-m", "38", "-n", "10", "-u", "ann"}, 0},
     {"list_negative_start_and_size", {"3", "-s", "-5", "-n", "-10", "-u", "ann"}, 0},
     {"list_negative_start", {"3", "-s", "-2147483648", "-n", "10", "-u", "ann"}, 0},
-    {"list_numbers_beyond_32_bits", {"3", "-m", "4294967302", "-s", "4294967296", "-n", "99999999999", "-u", "ann"}, 0},
+    {"list_numbers_beyond_32_bits",
+     {"3", "-m", "4294967302", "-s", "4294967296", "-n", "99999999999", "-u", "ann"}, 0},
     {"list_size_int_max", {"3", "-s", "2147483647", "-n", "2147483647", "-u", "ann"}, 0},
     {"list_hostile_user_and_filter", {"3", "-n", "5", "-u", kSql + kCrLf + kDollar, "-f", kSql + "%_" + kShell}, 0},
     {"list_invalid_utf8", {"3", "-n", "5", "-u", kUtf8, "-f", kUtf8}, 0},
     {"list_huge_values", {"3", "-n", "5", "-u", kBig, "-f", kBig}, 0},
-    {"list_stray_argument", {"3", "stray", "-n", "1", "-u", "ann"}, 0},
-
-    {"rewrite_no_arguments", {"4"}, 0}, {"rewrite_empty_strings", {"4", "", "", "", ""}, 0},
+    {"list_stray_argument", {"3", "stray", "-n", "1", "-u", "ann"}, 0}, {"rewrite_no_arguments", {"4"}, 0},
+    {"rewrite_empty_strings", {"4", "", "", "", ""}, 0},
     {"rewrite_without_ssid", {"4", "v", "1", "https://nas/share.cgi?id=AbC", "0"}, 0},
     {"rewrite_unknown_id", {"4", kCrLf, "1", "https://nas/share.cgi?ssid=Nope", "99999999999"}, 0},
     {"rewrite_huge_arguments", {"4", kBig, "4294967297", "https://nas/share.cgi?ssid=" + repeat("Q", kMaxArg - 40),
-                                repeat("9", kMaxArg)}, 0},
+                               repeat("9", kMaxArg)}, 0},
     {"rewrite_hostile_url", {"4", "", "1", kShell + kFormat + kUtf8, "-1"}, 0},
     {"rewrite_expiry_beyond_32_bits", {"4", "", "0", kHost, "99999999999"}, 0, 0, "1215752191"},
     {"rewrite_value_with_crlf_and_dollar", {"4", "x\r\n$y$", "0", kHost}, 0, 0, "0"},
@@ -114,7 +115,8 @@ std::set<std::string> walk(const std::string& dir) {
   static size_t prefix;
   found.clear();
   prefix = dir.size();
-  nftw(dir.c_str(), [](const char* p, const struct stat*, int, FTW*) { return found.insert(p + prefix), 0; }, 16, FTW_PHYS);
+  nftw(dir.c_str(), [](const char* p, const struct stat*, int, FTW*) { return found.insert(p + prefix), 0; }, 16,
+       FTW_PHYS);
   return found;
 }
 
@@ -178,13 +180,14 @@ TEST_P(HostileInput, EndsWithItsStatusAndChangesOnlyWhatItMay) {
   std::vector<std::string> args;
   for (std::string a : c.args) {
     const size_t size = a.size();
-    for (size_t pos = a.find(kSentinelMark); pos != std::string::npos; pos = a.find(kSentinelMark, pos + sentinel.size())) {
-      a.replace(pos, strlen(kSentinelMark), sentinel);
+    for (size_t at = a.find(kSentinelMark); at != std::string::npos; at = a.find(kSentinelMark, at + sentinel.size())) {
+      a.replace(at, strlen(kSentinelMark), sentinel);
     }
     args.push_back(a.substr(0, size > kMaxArg - 64 ? kMaxArg : std::string::npos));
   }
   const std::set<std::string> outside_before = walk(outside.dir()), before = walk(root.dir());
-  RunResult r = run_program(tool_binary(), args, root, {{"HOME", root.path("/home/tester")}, {"TMPDIR", root.path("/tmpdir")}});
+  RunResult r =
+      run_program(tool_binary(), args, root, {{"HOME", root.path("/home/tester")}, {"TMPDIR", root.path("/tmpdir")}});
   EXPECT_EQ(c.status, r.status) << r.err.substr(0, 4000);
   EXPECT_TRUE(r.err.find("Sanitizer") == std::string::npos && r.err.find("runtime error") == std::string::npos)
       << r.err.substr(0, 4000);
@@ -198,12 +201,12 @@ TEST_P(HostileInput, EndsWithItsStatusAndChangesOnlyWhatItMay) {
   EXPECT_EQ(outside_before, walk(outside.dir()));
 
   const std::set<std::string> after = walk(root.dir());
-  const std::set<std::string> may_appear = {
-      "/tmp/parceldeck.log", "/tmp/parceldeck.log.old", "/tmp/kdx_shareLink.lock", "/tmp/kdx_shareLink_flock.lock",
-      "/tmp/.kdx_sf_clean_flag", "/etc/config/shareFileEx.ini.lock", c.may_leave_del ? "/etc/config/shareFileEx.ini.del" : ""};
+  const std::set<std::string> may_appear = {"/tmp/parceldeck.log", "/tmp/parceldeck.log.old", "/tmp/kdx_shareLink.lock",
+      "/tmp/kdx_shareLink_flock.lock", "/tmp/.kdx_sf_clean_flag", "/etc/config/shareFileEx.ini.lock",
+      c.may_leave_del ? "/etc/config/shareFileEx.ini.del" : ""};
   int messages = 0;
   for (const auto& p : after) {
-    EXPECT_TRUE(before.count(p) || may_appear.count(p) || p.compare(0, 10, "/var/mail/") == 0) << "unexpected file " << p;
+    EXPECT_TRUE(before.count(p) || may_appear.count(p) || p.compare(0, 10, "/var/mail/") == 0) << "new file " << p;
     if (p.compare(0, 14, "/var/mail/msg.") != 0) continue;
     ++messages;
     const std::string msg = root.read(p), head = msg.substr(0, msg.find("\n\n"));

@@ -116,7 +116,8 @@ TEST_F(SecurityE2E, RelocationStaysInside) {
   const std::string before = root.read(kConfig);
   root.write("/tmp/victim", "victim\n");
   const std::vector<std::string> targets = {"/share/VOL1/" + climb(root, 2) + outside.dir().substr(1) + "/victim",
-      "/share/VOL1/lnk/victim", "/share/VOL1/./Public/a.txt", "/tmp/victim", "/share/victim", "/share/VOL1/Public/a.txt/"};
+      "/share/VOL1/lnk/victim", "/share/VOL1/./Public/a.txt", "/tmp/victim", "/share/victim",
+      "/share/VOL1/Public/a.txt/"};
   for (const std::string& t : targets) {
     EXPECT_EQ(reply(20), cgi("func=set_share_link_db&force_delete=1&share_link_db=" + t)) << t;
   }
@@ -186,14 +187,15 @@ TEST_F(SecurityE2E, RewriteOnADiskThatCannotGrow) {
   std::string registry;
   for (int i = 0; i < 3000; ++i) registry += entry("L" + std::to_string(100000 + i));
   const std::string asan = getenv("ASAN_OPTIONS") ? getenv("ASAN_OPTIONS") : "";
-  for (std::vector<std::string> args : std::vector<std::vector<std::string>>{
-           {"9"}, {"2", "http://h:1/share.cgi?ssid=L100001"}, {"4", "new", "0", "https://HOSTNAME/share.cgi?ssid=L100002"}}) {
+  for (std::vector<std::string> args : std::vector<std::vector<std::string>>{{"9"},
+           {"2", "http://h:1/share.cgi?ssid=L100001"}, {"4", "new", "0", "https://HOSTNAME/share.cgi?ssid=L100002"}}) {
     SCOPED_TRACE(args[0]);
     root.write(kRegistry, registry);
     root.remove("/tmp/syslog.log");
-    args.insert(args.begin(), {"--fsize=65536", "--", "/bin/sh", "-c", "trap '' XFSZ; exec \"$0\" \"$@\"", tool_binary()});
-    RunResult r = run_program("/usr/bin/prlimit", args, root,
-                              {{"LD_PRELOAD", SLT_TEST_SYSLOG_LIB}, {"ASAN_OPTIONS", asan + ":verify_asan_link_order=0"}});
+    args.insert(args.begin(), {"--fsize=65536", "--", "/bin/sh", "-c", "trap '' XFSZ; exec \"$0\" \"$@\"",
+                               tool_binary()});
+    RunResult r = run_program("/usr/bin/prlimit", args, root, {{"LD_PRELOAD", SLT_TEST_SYSLOG_LIB},
+                                                               {"ASAN_OPTIONS", asan + ":verify_asan_link_order=0"}});
     EXPECT_EQ(0, r.status) << r.err;
     EXPECT_TRUE(root.read(kRegistry) == registry);
     const std::string log = root.exists("/tmp/syslog.log") ? root.read("/tmp/syslog.log") : "";

