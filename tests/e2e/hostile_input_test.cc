@@ -136,13 +136,9 @@ std::string store_dump(const ApplianceRoot& root) {
 class HostileInput : public ::testing::TestWithParam<Case> {
  protected:
   void SetUp() override {
-    root.write("/share/Public/a.txt", "a");
-    root.write("/share/Public/b.txt", "b");
-    root.write(kRegistry, registry);
-    root.write("/tmp/.kdx_sf_clean_flag", "");
-    root.mkdirs("/home/tester");
-    root.mkdirs("/tmpdir");
-    root.mkdirs("/var/mail");
+    root.write("/share/Public/a.txt", "a"); root.write("/share/Public/b.txt", "b");
+    root.write(kRegistry, registry); root.write("/tmp/.kdx_sf_clean_flag", ""); root.mkdirs("/home/tester");
+    root.mkdirs("/tmpdir"); root.mkdirs("/var/mail");
     root.write("/etc/config/Korvix.conf", "[System]\nWeb Access Port = 8080\n[Alert]\nSMTP Server = 127.0.0.1\n"
                                           "SMTP Enable = TRUE\nSender = alert@nas.example\n");
     root.write("/etc/config/ssmtp/ssmtp.conf", "AuthUser = mailer\n");
@@ -215,8 +211,7 @@ TEST_P(HostileInput, EndsWithItsStatusAndChangesOnlyWhatItMay) {
         << head.substr(0, 2000);
   }
   for (const auto& p : before) EXPECT_TRUE(after.count(p)) << "file vanished: " << p;
-  EXPECT_EQ(c.messages, messages);
-  EXPECT_TRUE(store_dump(root) == store) << store_dump(root).substr(0, 2000);
+  EXPECT_EQ(c.messages, messages); EXPECT_TRUE(store_dump(root) == store) << store_dump(root).substr(0, 2000);
   const std::string expected = c.expiry == nullptr ? registry
                                : c.expiry[0] == '\0' ? ""
                                                      : line("AbC", "/share/Public/a.txt", c.expiry) + rest;

@@ -42,12 +42,10 @@ int free_port() { return loopback(0, false); }
 
 WebServer::WebServer(const ApplianceRoot& root, const std::string& lighttpd,
                      const std::function<std::string(int port)>& config) {
-  root.mkdirs("/web/htdocs");
-  root.mkdirs("/web/logs");
+  root.mkdirs("/web/htdocs"); root.mkdirs("/web/logs");
   for (int attempt = 0; attempt < 3 && pid_ < 0; ++attempt) {
     if ((port_ = free_port()) <= 0) continue;
-    root.write("/web/lighttpd.conf", config(port_));
-    start(root, lighttpd);
+    root.write("/web/lighttpd.conf", config(port_)); start(root, lighttpd);
   }
 }
 
@@ -57,8 +55,7 @@ void WebServer::start(const ApplianceRoot& root, const std::string& lighttpd) {
   if (pid < 0) return;
   if (pid == 0) {
     if (freopen(log.c_str(), "a", stdout) != nullptr) dup2(fileno(stdout), 2);
-    execl(lighttpd.c_str(), "lighttpd", "-D", "-f", conf.c_str(), static_cast<char*>(nullptr));
-    _exit(127);
+    execl(lighttpd.c_str(), "lighttpd", "-D", "-f", conf.c_str(), static_cast<char*>(nullptr)); _exit(127);
   }
   for (int i = 0; i < 200 && pid_ < 0; ++i) {
     if (waitpid(pid, nullptr, WNOHANG) == pid) return;  // it gave up (port taken?)
@@ -66,8 +63,7 @@ void WebServer::start(const ApplianceRoot& root, const std::string& lighttpd) {
     usleep(50 * 1000);
   }
   if (pid_ > 0) return;
-  kill(pid, SIGKILL);
-  waitpid(pid, nullptr, 0);
+  kill(pid, SIGKILL); waitpid(pid, nullptr, 0);
 }
 
 void WebServer::stop() {
@@ -76,8 +72,7 @@ void WebServer::stop() {
   bool gone = false;
   for (int i = 0; i < 100 && !(gone = waitpid(pid_, nullptr, WNOHANG) == pid_); ++i) usleep(50 * 1000);
   if (!gone) {
-    kill(pid_, SIGKILL);
-    waitpid(pid_, nullptr, 0);
+    kill(pid_, SIGKILL); waitpid(pid_, nullptr, 0);
   }
   pid_ = -1;
 }

@@ -49,8 +49,7 @@ TEST(MimeTable, LookupIgnoresCaseAndTakesTheLastExtension) {
   };
   char out[kMimeTypeSize];
   for (const auto& c : cases) {
-    memset(out, 'Z', sizeof out);
-    EXPECT_EQ(c.file_class, mime_type_of(c.name, out)) << c.name;
+    memset(out, 'Z', sizeof out); EXPECT_EQ(c.file_class, mime_type_of(c.name, out)) << c.name;
     EXPECT_STREQ(c.type, out) << c.name;
     for (size_t i = strlen(out); c.file_class == 0 && i < sizeof out; ++i) ASSERT_EQ('\0', out[i]) << c.name;
     EXPECT_EQ(c.file_class, file_class_of(c.name)) << c.name;
@@ -62,10 +61,8 @@ TEST(MimeTable, LookupIgnoresCaseAndTakesTheLastExtension) {
 
 TEST(HttpDate, FormatsInUtcAndReadsBackOnlyAnExactFixdate) {
   char out[kHttpDateSize];
-  EXPECT_EQ(0u, format_http_date(784111777, out, 10));
-  EXPECT_STREQ("", out);
-  format_http_date(784111777, out, sizeof out);
-  EXPECT_STREQ("Sun, 06 Nov 1994 08:49:37 GMT", out);
+  EXPECT_EQ(0u, format_http_date(784111777, out, 10)); EXPECT_STREQ("", out);
+  format_http_date(784111777, out, sizeof out); EXPECT_STREQ("Sun, 06 Nov 1994 08:49:37 GMT", out);
   for (time_t t : {time_t{0}, time_t{951782400} /* 2000-02-29 */, time_t{1754265600}, time_t{4102444799}}) {
     time_t back = -1;
     EXPECT_TRUE(format_http_date(t, out, sizeof out) == 29 && parse_http_date(out, &back) && back == t) << out;
@@ -144,13 +141,11 @@ class WebLib : public ::testing::Test {
       : env_{{{"SHARELINK_ROOT", root_.dir()}, {"REMOTE_USER", kUnset}, {"HTTP_RANGE", kUnset},
               {"IF_MODIFIED_SINCE", kUnset}, {"HTTP_USER_AGENT", "Mozilla/5.0 (X11; Linux x86_64)"}}} {
     os.time = fixed_time;
-    root_.mkdirs("/share/VOL1/db");
-    put("/share/P/a.txt", "0123456789");
+    root_.mkdirs("/share/VOL1/db"); put("/share/P/a.txt", "0123456789");
   }
   ~WebLib() override { os_reset(); }
   void put(const std::string& ap, const std::string& content) {
-    root_.write(ap, content);
-    root_.set_mtime(ap, 1000000000);
+    root_.write(ap, content); root_.set_mtime(ap, 1000000000);
   }
   // What one call prints on standard output (pointed at a file of the root for it) and its result.
   std::pair<std::string, int> run(const std::function<int()>& call) {
@@ -159,9 +154,7 @@ class WebLib : public ::testing::Test {
     if (saved < 0 || fd < 0 || dup2(fd, 1) < 0) throw std::runtime_error("cannot redirect stdout");
     close(fd);
     int rc = call();
-    fflush(stdout);
-    dup2(saved, 1);
-    close(saved);
+    fflush(stdout); dup2(saved, 1); close(saved);
     clearerr(stdout);
     return {root_.read("/tmp/captured-stdout"), rc};
   }
@@ -181,8 +174,7 @@ class WebLib : public ::testing::Test {
   // The configured store path and its table count.
   std::pair<std::string, std::string> store() {
     char out[512];
-    profile_cache_clear();
-    Get_Profile_String("Depot", "Share_Link_Db", "", out, sizeof out);
+    profile_cache_clear(); Get_Profile_String("Depot", "Share_Link_Db", "", out, sizeof out);
     try {
       return {out, store_value(root_, "SELECT COUNT(*) FROM sqlite_master WHERE type = 'table'")};
     } catch (const std::exception&) {
@@ -251,8 +243,7 @@ TEST_F(WebLib, RelocationKeepsChecksOrReplacesAnExistingFile) {
   EXPECT_EQ(Pair("/share/VOL1/db/text.db", "4"), store());
   os.rename = [](const char*, const char*) { return errno = EIO, -1; };
   EXPECT_EQ(std::make_pair(reply(19), -1), handle("share_link_db=/share/VOL1/db/new.db"));  // reported, no store
-  os_reset();
-  EXPECT_EQ(Pair("/share/VOL1/db/text.db", "4"), store());
+  os_reset(); EXPECT_EQ(Pair("/share/VOL1/db/text.db", "4"), store());
   EXPECT_FALSE(root_.exists("/share/VOL1/db/new.db"));
 }
 
@@ -260,29 +251,22 @@ TEST_F(WebLib, StoreTablesPermissionsAndVolume) {
   EXPECT_EQ(0, sf_fix_db_permissions());  // nothing configured
   root_.write(kConfig, "[Depot]\nShare_Link_Db = /share/VOL1/db/p.db\n");
   EXPECT_EQ(0, sf_fix_db_permissions());  // no such file
-  root_.write(kConfig, "[Depot]\nShare_Link_Db = /share/VOL1/db\n");
-  profile_cache_clear();
+  root_.write(kConfig, "[Depot]\nShare_Link_Db = /share/VOL1/db\n"); profile_cache_clear();
   EXPECT_LT(sf_create_all_tables(), 0);  // a folder cannot be opened as the store
-  root_.write(kConfig, "[Depot]\nShare_Link_Db = /share/VOL1/db/p.db\n");
-  profile_cache_clear();
-  EXPECT_EQ(0, sf_create_all_tables());
-  EXPECT_EQ(Pair("/share/VOL1/db/p.db", "4"), store());
-  chmod(root_.path("/share/VOL1/db/p.db").c_str(), 0640);
-  chmod(root_.path("/share/VOL1/db").c_str(), 0750);
+  root_.write(kConfig, "[Depot]\nShare_Link_Db = /share/VOL1/db/p.db\n"); profile_cache_clear();
+  EXPECT_EQ(0, sf_create_all_tables()); EXPECT_EQ(Pair("/share/VOL1/db/p.db", "4"), store());
+  chmod(root_.path("/share/VOL1/db/p.db").c_str(), 0640); chmod(root_.path("/share/VOL1/db").c_str(), 0750);
   EXPECT_EQ(1, sf_fix_db_permissions());
   EXPECT_EQ(std::make_pair(0777u, 0777u), std::make_pair(mode_of("/share/VOL1/db"), mode_of("/share/VOL1/db/p.db")));
   chmod(root_.path("/share/VOL1/db/p.db").c_str(), 01666);  // already writable by others: kept
-  EXPECT_EQ(1, sf_fix_db_permissions());
-  EXPECT_EQ(01666u, mode_of("/share/VOL1/db/p.db"));
+  EXPECT_EQ(1, sf_fix_db_permissions()); EXPECT_EQ(01666u, mode_of("/share/VOL1/db/p.db"));
 
   EXPECT_EQ(0, sf_set_db_volume(nullptr) + sf_set_db_volume("/"));
   root_.script("/bin/mkdir", "[ \"$1\" = -p ] || exit 2\nexec mkdir -p \"$SHARELINK_ROOT$2\"\n");
-  EXPECT_EQ(1, sf_set_db_volume("/share/VOL1"));
-  EXPECT_EQ(0777u, mode_of("/share/VOL1/.@kdx/share_link_db"));
+  EXPECT_EQ(1, sf_set_db_volume("/share/VOL1")); EXPECT_EQ(0777u, mode_of("/share/VOL1/.@kdx/share_link_db"));
   EXPECT_EQ("/share/VOL1/.@kdx/share_link_db/share_link.db", store().first);
   EXPECT_EQ(-1, sf_set_db_volume(("/share/" + std::string(500, 'v')).c_str()));
-  root_.script("/bin/mkdir", "exit 1\n");
-  EXPECT_EQ(-1, sf_set_db_volume("/share/VOL2"));
+  root_.script("/bin/mkdir", "exit 1\n"); EXPECT_EQ(-1, sf_set_db_volume("/share/VOL2"));
   EXPECT_EQ("/share/VOL1/.@kdx/share_link_db/share_link.db", store().first);
 }
 
@@ -351,8 +335,7 @@ TEST_F(WebLib, ContentTypeByNameOrVariant) {
 TEST_F(WebLib, FailuresBeforeAnyOutputAndAfterTheHeaders) {
   root_.mkdirs("/share/P/folder");
   const unsigned long long before = delivery_bytes_written();
-  EXPECT_EQ(kNothing, send("/share/P/missing.txt"));
-  EXPECT_EQ(kNothing, send("/share/P/folder"));
+  EXPECT_EQ(kNothing, send("/share/P/missing.txt")); EXPECT_EQ(kNothing, send("/share/P/folder"));
   os.fopen = [](const char*, const char*) -> FILE* { return errno = EACCES, nullptr; };
   EXPECT_EQ(std::make_pair(std::string(), -4), send("/share/P/a.txt"));
   EXPECT_EQ(before, delivery_bytes_written());
@@ -368,11 +351,13 @@ TEST_F(WebLib, FailuresBeforeAnyOutputAndAfterTheHeaders) {
 
 // A variant that is not there: headers for an empty path and a failure; with
 // a range nothing at all; an unresolved display path sends nothing.
-TEST_F(WebLib, MissingVariantOrPath) {
+TEST_F(WebLib, VariantsAndMissingPaths) {
   root_.write("/etc/config/smb.conf", "[Public]\npath = /share/VOL1/Public\n");
   root_.write("/share/VOL1/Public/v/clip.mp4", "the original");
   root_.write(std::string(kThumbs) + "/clip.mp4.ipad720p", "720p!");
   root_.write(std::string(kThumbs) + "/clip.mp4.mobile240p", "240");
+  root_.write("/share/VOL1/Public/v/a-b;c.mp4", "the original");
+  root_.write(std::string(kThumbs) + "/a-b;c.mp4.ipad720p", "720p!");
   ScopedEnv ims{{{"IF_MODIFIED_SINCE", "1"}}};
   for (const char* name : {"mp4_480", "MP4_720" /* names match exactly */, static_cast<const char*>(nullptr)}) {
     EXPECT_EQ(std::make_pair(std::string("Content-Disposition: attachment; filename=\"clip.mp4\"; filename*=utf-8''"
@@ -381,6 +366,19 @@ TEST_F(WebLib, MissingVariantOrPath) {
               variant("/Public/v/clip.mp4", name)) << (name ? name : "(null)");
   }
   EXPECT_EQ(kPathShare, sf_current_path_kind());
+  // An available variant is an attachment under the original's name (made safe for Microsoft browsers).
+  const std::string tail = "\r\nContent-Length: 5\r\nContent-Type: application/force-download\r\n\r\n720p!";
+  EXPECT_EQ(std::make_pair("Content-Disposition: attachment; filename=\"a-b%3Bc.mp4\"; filename*=utf-8''a-b%3Bc.mp4" +
+                           tail, 1), variant("/Public/v/a-b;c.mp4", "mp4_720"));
+  {
+    ScopedEnv ie{{{"HTTP_USER_AGENT", "Mozilla/5.0 (Windows NT 10.0; Trident/7.0)"}}};
+    EXPECT_EQ(std::make_pair("Content-Disposition: attachment; filename=\"a%252Db%253Bc.mp4\"; filename*=utf-8''"
+                             "a%252Db%253Bc.mp4" + tail, 1), variant("/Public/v/a-b;c.mp4", "mp4_720"));
+    ScopedEnv range{{{"HTTP_RANGE", "bytes=1-2"}}};
+    const std::string part = variant("/Public/v/a-b;c.mp4", "mp4_720").first;
+    EXPECT_EQ("Content-Type: video/mp4\r\n", part.substr(part.find("Content-Type"), 25));
+    EXPECT_EQ("Content-Range: bytes 1-2/5\r\nContent-Length: 2\r\n\r\n20", part.substr(part.find("Content-Range")));
+  }
   EXPECT_EQ(kNothing, variant("/Nowhere/v/clip.mp4", "mp4_720"));
   EXPECT_EQ(kNothing, variant(nullptr, "mp4_720"));
   ScopedEnv range{{{"HTTP_RANGE", "bytes=1-2"}}};
@@ -393,18 +391,15 @@ TEST_F(WebLib, DownloadNamesAndVariantFlags) {
   char out[1024];
   EXPECT_EQ(20u, CGI_Handle_IE_Filename("a;b#c-d\xff.txt", out, sizeof out));
   EXPECT_STREQ("a%3Bb%23c%2Dd%ff.txt", out);
-  EXPECT_EQ(5u, CGI_Handle_IE_Filename(";;;", out, 6));
-  EXPECT_STREQ("%3B%3", out);
+  EXPECT_EQ(5u, CGI_Handle_IE_Filename(";;;", out, 6)); EXPECT_STREQ("%3B%3", out);
   std::string esc;
-  EXPECT_TRUE(url_escape_name("a b/\xc3\xa9~.-_", &esc));
-  EXPECT_EQ("a%20b%2F%C3%A9~.-_", esc);
+  EXPECT_TRUE(url_escape_name("a b/\xc3\xa9~.-_", &esc)); EXPECT_EQ("a%20b%2F%C3%A9~.-_", esc);
   root_.write(std::string(kThumbs) + "/m.mkv.mobile480p", "x");
   root_.write(std::string(kThumbs) + "/m.mkv.original", "x");
   TranscodeFlags f;
   ASSERT_EQ(0, sf_transcode_availability("/share/VOL1/Public/v", "m.mkv", &f));
   EXPECT_TRUE(f.p480 && f.original && !(f.p240 || f.p360 || f.p720 || f.p1080));
-  EXPECT_EQ(-1, sf_transcode_availability(nullptr, "m.mkv", &f));
-  EXPECT_FALSE(f.p480 || f.original);
+  EXPECT_EQ(-1, sf_transcode_availability(nullptr, "m.mkv", &f)); EXPECT_FALSE(f.p480 || f.original);
   EXPECT_EQ(nullptr, find_transcode_variant("mp4_72"));
 }
 
