@@ -1,8 +1,11 @@
-// Hostile command lines: documented status, nothing written outside the root, registry and store intact.
+// Hostile command lines and values, and a disk that cannot grow: documented status, nothing written outside
+// the root, registry and store intact.
 #include <ftw.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cstdlib>
 #include <cstring>
 #include <ostream>
 #include <regex>
@@ -220,5 +223,58 @@ TEST_P(HostileInput, EndsWithItsStatusAndChangesOnlyWhatItMay) {
 
 INSTANTIATE_TEST_SUITE_P(AllModes, HostileInput, ::testing::ValuesIn(kCases),
                          [](const ::testing::TestParamInfo<Case>& info) { return info.param.name; });
+
+
+std::string entry(const std::string& id, const std::string& host = "nas", const std::string& value = "v9") {
+  return id + "\t" + host + "\tf3\t0\t/share/VOL1/Public/a.txt\tf6\t0\tf8\t" + value + "\tf10\n";
+}
+
+// A tab, CR or LF in a mode-4 value, host or expiry would split the line: the registry stays byte for byte and
+// one line is logged. A mode-2 id holding one matches nothing. Clean values land.
+TEST(RegistryValues, BadOnesChangeNothing) {
+  ApplianceRoot root;
+  root.write("/share/VOL1/Public/a.txt", "inside\n");  // lines of missing files are dropped
+  const std::string registry = entry("AbC") + "Ab\r\tnas\tf3\t0\t/share/VOL1/Public/a.txt\tf6\t0\tf8\tv\tf10\n";
+  const std::string url = "https://nas.example/share.cgi?ssid=AbC";
+  const std::vector<std::vector<std::string>> runs = {
+      {"4", "x\ty", "0", url}, {"4", "x\ry", "0", url}, {"4", "x\ny", "1", url, "0"},
+      {"4", "", "0", "http://na\ts:80/share.cgi?ssid=AbC"}, {"4", "", "0", "http://na\ns:80/share.cgi?ssid=AbC"},
+      {"4", "", "0", url, "5\n"}, {"4", "", "0", url, "\t5"},
+      {"2", "http://h:1/share.cgi?ssid=Ab\r"}, {"2", "http://h:1/share.cgi?ssid=AbC\n"}};
+  for (const auto& args : runs) {
+    SCOPED_TRACE(args[0] + " " + args[1] + " " + args[3 % args.size()]);
+    root.write(kRegistry, registry); root.remove("/tmp/parceldeck.log");
+    EXPECT_EQ(0, run_program(tool_binary(), args, root).status); EXPECT_EQ(registry, root.read(kRegistry));
+    std::string log = root.exists("/tmp/parceldeck.log") ? root.read("/tmp/parceldeck.log") : "";
+    if (args[0] == "4") EXPECT_EQ(1, std::count(log.begin(), log.end(), '\n')) << log;
+  }
+  root.write(kRegistry, registry); run_program(tool_binary(), {"4", "xy", "0", url, "0"}, root);
+  EXPECT_EQ(entry("AbC", "nas.example", "xy") + registry.substr(entry("AbC").size()), root.read(kRegistry));
+}
+
+// With every write of the new registry failing (EFBIG under a file-size limit, SIGXFSZ ignored) each writer
+// stops at the first failure with one report, keeps the registry and leaves no companion behind.
+TEST(RegistryValues, RewriteOnADiskThatCannotGrow) {
+  ApplianceRoot root;
+  root.write("/share/VOL1/Public/a.txt", "inside\n");
+  std::string registry;
+  for (int i = 0; i < 3000; ++i) registry += entry("L" + std::to_string(100000 + i));
+  const std::string asan = getenv("ASAN_OPTIONS") ? getenv("ASAN_OPTIONS") : "";
+  for (std::vector<std::string> args : std::vector<std::vector<std::string>>{{"9"},
+           {"2", "http://h:1/share.cgi?ssid=L100001"}, {"4", "new", "0", "https://HOSTNAME/share.cgi?ssid=L100002"}}) {
+    SCOPED_TRACE(args[0]);
+    root.write(kRegistry, registry); root.remove("/tmp/syslog.log");
+    args.insert(args.begin(), {"--fsize=65536", "--", "/bin/sh", "-c", "trap '' XFSZ; exec \"$0\" \"$@\"",
+                               tool_binary()});
+    RunResult r = run_program("/usr/bin/prlimit", args, root, {{"LD_PRELOAD", SLT_TEST_SYSLOG_LIB},
+                                                               {"ASAN_OPTIONS", asan + ":verify_asan_link_order=0"}});
+    EXPECT_EQ(0, r.status) << r.err; EXPECT_TRUE(root.read(kRegistry) == registry);
+    const std::string log = root.exists("/tmp/syslog.log") ? root.read("/tmp/syslog.log") : "";
+    EXPECT_NE(std::string::npos, log.find("ERROR: ")) << log.substr(0, 600);
+    EXPECT_EQ(log.find("ERROR: "), log.rfind("ERROR: ")) << log.substr(0, 600);  // one report (its line has a LF)
+    EXPECT_NE(std::string::npos, log.find("(27:File too large)")) << log.substr(0, 600);
+    EXPECT_EQ("shareFileEx.ini\nshareFileEx.ini.lock\n", run_program("/bin/ls", {"-A", root.path("/etc/config")}, root).out);
+  }
+}
 
 }  // namespace
