@@ -337,8 +337,7 @@ TEST_F(WebLib, FailuresBeforeAnyOutputAndAfterTheHeaders) {
   const unsigned long long before = delivery_bytes_written();
   EXPECT_EQ(kNothing, send("/share/P/missing.txt")); EXPECT_EQ(kNothing, send("/share/P/folder"));
   os.fopen = [](const char*, const char*) -> FILE* { return errno = EACCES, nullptr; };
-  EXPECT_EQ(std::make_pair(std::string(), -4), send("/share/P/a.txt"));
-  EXPECT_EQ(before, delivery_bytes_written());
+  EXPECT_EQ(std::make_pair(std::string(), -4), send("/share/P/a.txt")); EXPECT_EQ(before, delivery_bytes_written());
   // The client went away: the body write fails after the headers.
   os_reset();
   os.time = fixed_time;
@@ -379,8 +378,7 @@ TEST_F(WebLib, VariantsAndMissingPaths) {
     EXPECT_EQ("Content-Type: video/mp4\r\n", part.substr(part.find("Content-Type"), 25));
     EXPECT_EQ("Content-Range: bytes 1-2/5\r\nContent-Length: 2\r\n\r\n20", part.substr(part.find("Content-Range")));
   }
-  EXPECT_EQ(kNothing, variant("/Nowhere/v/clip.mp4", "mp4_720"));
-  EXPECT_EQ(kNothing, variant(nullptr, "mp4_720"));
+  EXPECT_EQ(kNothing, variant("/Nowhere/v/clip.mp4", "mp4_720")); EXPECT_EQ(kNothing, variant(nullptr, "mp4_720"));
   ScopedEnv range{{{"HTTP_RANGE", "bytes=1-2"}}};
   EXPECT_EQ(kNothing, variant("/Public/v/clip.mp4", "mp4_1080"));
 }
