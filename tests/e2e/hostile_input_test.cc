@@ -22,8 +22,9 @@ const char kRegistry[] = "/etc/config/shareFileEx.ini";
 const char kSentinelMark[] = "@SENTINEL@";
 constexpr size_t kMaxArg = 128 * 1024 - 1;
 
-std::string line(const std::string& id, const std::string& path, const std::string& expiry = "0") {
-  return id + "\tnas\tf3\t0\t" + path + "\tf6\t" + expiry + "\tf8\tv9\tf10\n";
+std::string line(const std::string& id, const std::string& path, const std::string& expiry = "0",
+                 const std::string& host = "nas", const std::string& value = "v9") {
+  return id + "\t" + host + "\tf3\t0\t" + path + "\tf6\t" + expiry + "\tf8\t" + value + "\tf10\n";
 }
 std::string repeat(const std::string& unit, size_t size) {
   std::string s;
@@ -123,17 +124,9 @@ std::set<std::string> walk(const std::string& dir) {
   return found;
 }
 
+// The whole store, schema and rows.
 std::string store_dump(const ApplianceRoot& root) {
-  std::string dump;
-  for (const auto& t : store_rows(root, "SELECT name, sql FROM sqlite_master ORDER BY name")) {
-    dump += t[0] + "|" + t[1] + "\n";
-    if (t[1].compare(0, 12, "CREATE TABLE") != 0) continue;
-    for (const auto& row : store_rows(root, "SELECT * FROM \"" + t[0] + "\" ORDER BY rowid")) {
-      for (const auto& col : row) dump += col + "\x1f";
-      dump += "\n";
-    }
-  }
-  return dump;
+  return run_program("/usr/bin/sqlite3", {store_file(root), ".dump"}, root).out;
 }
 
 class HostileInput : public ::testing::TestWithParam<Case> {
@@ -153,18 +146,14 @@ class HostileInput : public ::testing::TestWithParam<Case> {
                                       "printf '%s\\n' \"$@\" > \"$SHARELINK_ROOT/var/mail/args.$n\"\n");
     make_store(root, true, true);
     FixtureLink a("AbC"), d("DeF"), m("MiR");
-    a.sharefile = m.sharefile = "/share/Public/a.txt";
-    a.link_name = "a.txt";
-    m.link_name = "report";
-    m.creator = "Mirra:ann";
-    d.sharefile = "/share/Public/b.txt";
-    d.ssl = 1;
-    d.expire = 2000000000;
+    a.sharefile = m.sharefile = "/share/Public/a.txt"; a.link_name = "a.txt";
+    m.link_name = "report"; m.creator = "Mirra:ann";
+    d.sharefile = "/share/Public/b.txt"; d.ssl = 1; d.expire = 2000000000;
     insert_links(root, {a, d, m});
     insert_fids(root, {{"AbC", "1", "/share/Public/a.txt"}, {"MiR", "1", "/share/Public/a.txt"}});
     insert_users(root, {{"AbC", "bob", "", "bob@example.org"}});
     store = store_dump(root);
-    ASSERT_NE(std::string::npos, store.find("MiR\x1f")) << store;
+    ASSERT_NE(std::string::npos, store.find("'MiR'")) << store;
   }
 
   ApplianceRoot root, outside;
@@ -224,16 +213,14 @@ INSTANTIATE_TEST_SUITE_P(AllModes, HostileInput, ::testing::ValuesIn(kCases),
                          [](const ::testing::TestParamInfo<Case>& info) { return info.param.name; });
 
 
-std::string entry(const std::string& id, const std::string& host = "nas", const std::string& value = "v9") {
-  return id + "\t" + host + "\tf3\t0\t/share/VOL1/Public/a.txt\tf6\t0\tf8\t" + value + "\tf10\n";
-}
+const char kA[] = "/share/VOL1/Public/a.txt";
 
 // A tab, CR or LF in a mode-4 value, host or expiry would split the line: the registry stays byte for byte and
 // one line is logged. A mode-2 id holding one matches nothing. Clean values land.
 TEST(RegistryValues, BadOnesChangeNothing) {
   ApplianceRoot root;
   root.write("/share/VOL1/Public/a.txt", "inside\n");  // lines of missing files are dropped
-  const std::string registry = entry("AbC") + "Ab\r\tnas\tf3\t0\t/share/VOL1/Public/a.txt\tf6\t0\tf8\tv\tf10\n";
+  const std::string registry = line("AbC", kA) + line("Ab\r", kA, "0", "nas", "v");
   const std::string url = "https://nas.example/share.cgi?ssid=AbC";
   const std::vector<std::vector<std::string>> runs = {
       {"4", "x\ty", "0", url}, {"4", "x\ry", "0", url}, {"4", "x\ny", "1", url, "0"},
@@ -248,7 +235,7 @@ TEST(RegistryValues, BadOnesChangeNothing) {
     if (args[0] == "4") EXPECT_EQ(1, std::count(log.begin(), log.end(), '\n')) << log;
   }
   root.write(kRegistry, registry); run_program(tool_binary(), {"4", "xy", "0", url, "0"}, root);
-  EXPECT_EQ(entry("AbC", "nas.example", "xy") + registry.substr(entry("AbC").size()), root.read(kRegistry));
+  EXPECT_EQ(line("AbC", kA, "0", "nas.example", "xy") + registry.substr(line("AbC", kA).size()), root.read(kRegistry));
 }
 
 // With every write of the new registry failing (EFBIG under a file-size limit, SIGXFSZ ignored) each writer
@@ -257,7 +244,7 @@ TEST(RegistryValues, RewriteOnADiskThatCannotGrow) {
   ApplianceRoot root;
   root.write("/share/VOL1/Public/a.txt", "inside\n");
   std::string registry;
-  for (int i = 0; i < 3000; ++i) registry += entry("L" + std::to_string(100000 + i));
+  for (int i = 0; i < 3000; ++i) registry += line("L" + std::to_string(100000 + i), kA);
   const std::string asan = getenv("ASAN_OPTIONS") ? getenv("ASAN_OPTIONS") : "";
   for (std::vector<std::string> args : std::vector<std::vector<std::string>>{{"9"},
            {"2", "http://h:1/share.cgi?ssid=L100001"}, {"4", "new", "0", "https://HOSTNAME/share.cgi?ssid=L100002"}}) {
