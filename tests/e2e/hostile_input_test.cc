@@ -1,5 +1,4 @@
-// Hostile command lines and values, and a disk that cannot grow: documented status, nothing written outside
-// the root, registry and store intact.
+// Hostile command lines and a disk that cannot grow: documented status, nothing outside the root, data intact.
 #include <ftw.h>
 #include <gtest/gtest.h>
 #include <unistd.h>

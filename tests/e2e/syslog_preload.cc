@@ -1,6 +1,5 @@
-// The system log as a file: preloaded into the tool by end-to-end tests, it
-// appends each message as one line to $SHARELINK_ROOT/tmp/syslog.log, so a
-// test can count what a run reported.
+// The system log as a file, preloaded into the tool by end-to-end tests: each message becomes one line of
+// $SHARELINK_ROOT/tmp/syslog.log, so a test can count what a run reported.
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -15,10 +14,6 @@ static void append(const char* format, va_list ap) {
   fclose(f);
 }
 
-#define SLT_FORWARD(last)    \
-  va_list ap;                \
-  va_start(ap, last);        \
-  append(last, ap);          \
-  va_end(ap)
+#define SLT_FORWARD(last) va_list ap; va_start(ap, last); append(last, ap); va_end(ap)
 extern "C" void syslog(int, const char* format, ...) { SLT_FORWARD(format); }
 extern "C" void __syslog_chk(int, int, const char* format, ...) { SLT_FORWARD(format); }

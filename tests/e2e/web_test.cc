@@ -1,6 +1,5 @@
-// sharelink.cgi against an attacker: behind the real lighttpd with the shipped
-// data/lighttpd/sharelink-admin.conf (basic authentication in front, curl as client), and run directly as the
-// server would (its answers byte for byte). Files an attack aims at live in a second temporary folder.
+// sharelink.cgi behind lighttpd with the shipped data/lighttpd/sharelink-admin.conf (basic authentication, curl
+// as client), and run directly as the server would (answers byte for byte; attacked files lie outside the root).
 #include <gtest/gtest.h>
 #include <unistd.h>
 

@@ -1,5 +1,4 @@
-// lighttpd on 127.0.0.1 as a child of a test, with the configuration the
-// test gives, and curl's answers read back.
+// lighttpd on 127.0.0.1 as a child of a test, with the test's configuration, and curl's answers read back.
 #ifndef SLT_TESTS_SUPPORT_WEB_SERVER_H_
 #define SLT_TESTS_SUPPORT_WEB_SERVER_H_
 
@@ -15,10 +14,9 @@
 std::string find_program(const char* name);
 int free_port();  // free a moment ago: the server start retries on a race
 
-// lighttpd in the foreground (-D), stopped on destruction. `config` gets the
-// port and returns the configuration, written to /web/lighttpd.conf of the
-// root; logs go to /web/logs/. server.username stays unset: the server and
-// its CGI children keep the test's identity, which owns the temporary root.
+// lighttpd in the foreground (-D), stopped on destruction. `config(port)` gives the configuration, written to
+// /web/lighttpd.conf of the root; logs go to /web/logs/. server.username stays unset: the server and its CGI
+// children keep the test's identity, which owns the temporary root.
 class WebServer {
  public:
   WebServer(const ApplianceRoot& root, const std::string& lighttpd,
@@ -29,7 +27,6 @@ class WebServer {
   bool running() const { return pid_ > 0; }
   int port() const { return port_; }
   std::string url(const std::string& target) const { return "http://127.0.0.1:" + std::to_string(port_) + target; }
-
  private:
   void start(const ApplianceRoot& root, const std::string& lighttpd);
   void stop();
