@@ -65,7 +65,7 @@ class WebTest : public ::testing::Test {
 };
 
 // Every byte, also of a range across read chunks (the server leaves ranges to the CGI); the date sent back gets a 304.
-TEST_F(WebTest, DownloadsRangesAndNotModified) {
+TEST_F(WebTest, DownloadsRangesCredentialsAndRelocation) {
   Response r = get(kDownload);
   EXPECT_EQ(200, r.status) << r.head; EXPECT_EQ("20000", r.header("content-length"));
   EXPECT_EQ("Sun, 09 Sep 2001 01:46:40 GMT", r.header("last-modified"));
@@ -75,11 +75,7 @@ TEST_F(WebTest, DownloadsRangesAndNotModified) {
   Response part = get(kDownload, {"-H", "Range: bytes=100-8700"});
   EXPECT_EQ(206, part.status) << part.head; EXPECT_EQ("bytes 100-8700/20000", part.header("content-range"));
   EXPECT_EQ("8601", part.header("content-length")); EXPECT_TRUE(report_.substr(100, 8601) == part.body);
-}
-
-// The server asks for credentials before the program runs and passes the
-// user on: any user may download, only the administrator relocates the store.
-TEST_F(WebTest, CredentialsAreAskedAndOnlyTheAdministratorRelocates) {
+  // Credentials are asked before the program runs; any user may download, only the administrator relocates.
   Response anonymous = get(kDownload, {}, "");
   EXPECT_EQ(401, anonymous.status) << anonymous.head;
   EXPECT_NE(std::string::npos, anonymous.header("www-authenticate").find("Basic"));
@@ -128,7 +124,7 @@ class Cgi : public ::testing::Test {
 };
 
 // Without an authenticated user nothing is served, read or changed.
-TEST_F(Cgi, FrontDoorRefusesRequestsWithoutAUser) {
+TEST_F(Cgi, FrontDoorAndMimeTable) {
   const std::string before = root.read(kConfig);
   const std::vector<std::string> queries = {
       "func=download&path=/Public/a.txt", "func=transcode&path=/Public/a.txt&variant=mp4_org", "func=mime_table",
@@ -158,10 +154,7 @@ TEST_F(Cgi, FrontDoorRefusesRequestsWithoutAUser) {
   EXPECT_EQ(reply(35), cgi("func=set_share_link_db&share_link_db=" + std::string(5000, '/')));  // too long
   EXPECT_EQ(before, root.read(kConfig));
   EXPECT_EQ(reply(1), cgi(queries[3])) << root.read(kConfig);
-}
-
-// The MIME table as the web pages read it; the operator's command prints the same.
-TEST_F(Cgi, MimeTableReply) {
+  // The MIME table as the web pages read it; the operator's command prints the same.
   const std::string out = cgi("func=mime_table");
   EXPECT_EQ(0u, out.find(kJsonHeader + std::string("{ \"datas\": [ { \"ext_name\": \"pdf\", \"mime_type\": \"application\\/pdf\" }, { ")));
   EXPECT_NE(std::string::npos, out.find("{ \"ext_name\": \"mkv\", \"mime_type\": \"video\\/x-matroska\" }"));
@@ -170,7 +163,7 @@ TEST_F(Cgi, MimeTableReply) {
 }
 
 // Paths that climb out, follow a link out or hide a cut behind a NUL: no CGI function nor sharelinkctl resolves them.
-TEST_F(Cgi, DisplayPathsStayInside) {
+TEST_F(Cgi, DisplayPathsAndRelocationsStayInside) {
   const std::string out = outside.dir();
   const std::vector<std::string> paths = {  // as sent in the query (decoded once by the CGI)
       "/remote:1@rf/" + climb(root, 3) + out.substr(1) + "/outside.txt", "/remote:1@rf/../Public/a.txt",
@@ -186,11 +179,8 @@ TEST_F(Cgi, DisplayPathsStayInside) {
     EXPECT_NE(0, ctl.status) << ctl.out; EXPECT_EQ(std::string::npos, ctl.out.find(out)) << ctl.out;
   }
   EXPECT_NE(std::string::npos, cgi("func=download&path=/remote:1@rf/b.txt").find("\r\n\r\nremote inside\n"));
-}
-
-// Relocation targets outside the configuration folder and the volumes, or reached through "..", a link or a
-// missing folder: status 20, every file stays; inside a volume force_delete still replaces the file.
-TEST_F(Cgi, RelocationStaysInside) {
+  // Relocation targets outside the configuration folder and the volumes, or reached through "..", a link or a
+  // missing folder: status 20, every file stays; inside a volume force_delete still replaces the file.
   const std::string before = root.read(kConfig);
   root.write("/tmp/victim", "victim\n");
   const std::vector<std::string> targets = {"/share/VOL1/" + climb(root, 2) + outside.dir().substr(1) + "/victim",

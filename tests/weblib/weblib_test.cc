@@ -209,7 +209,7 @@ TEST_F(WebLib, JsonEnvelopesKeepTheirMemberOrder) {
   for (const auto& c : cases) EXPECT_EQ(std::make_pair(c.second, 0), run(c.first));
 }
 
-TEST_F(WebLib, RelocationRefusalsLeaveTheConfigurationAlone) {
+TEST_F(WebLib, RelocationRefusesKeepsChecksOrReplaces) {
   root_.write("/share/VOL1/file", "x");
   const struct { const char* user; std::string query; int status, result; } cases[] = {
       {"bob", "share_link_db=/share/VOL1/db/a.db", 4, -1}, {kUnset, "force_delete=1", 20, 0},
@@ -224,9 +224,6 @@ TEST_F(WebLib, RelocationRefusalsLeaveTheConfigurationAlone) {
     EXPECT_EQ(std::make_pair(reply(c.status), c.result), handle(c.query)) << c.query;
   }
   EXPECT_FALSE(root_.exists(kConfig));
-}
-
-TEST_F(WebLib, RelocationKeepsChecksOrReplacesAnExistingFile) {
   // A new path gets all four tables; a valid store keeps its rows even with force_delete; a file that is no
   // store gets 19 with the configuration already pointing at it; force_delete is a number ("01" replaces).
   ASSERT_EQ(std::make_pair(reply(1), 0), handle("share_link_db=/share/VOL1/db/s.db"));
