@@ -209,7 +209,7 @@ TEST_F(WebLib, JsonEnvelopesKeepTheirMemberOrder) {
   for (const auto& c : cases) EXPECT_EQ(std::make_pair(c.second, 0), run(c.first));
 }
 
-TEST_F(WebLib, RelocationRefusesKeepsChecksOrReplaces) {
+TEST_F(WebLib, RelocationTablesPermissionsAndVolume) {
   root_.write("/share/VOL1/file", "x");
   const struct { const char* user; std::string query; int status, result; } cases[] = {
       {"bob", "share_link_db=/share/VOL1/db/a.db", 4, -1}, {kUnset, "force_delete=1", 20, 0},
@@ -240,9 +240,7 @@ TEST_F(WebLib, RelocationRefusesKeepsChecksOrReplaces) {
   EXPECT_EQ(std::make_pair(reply(19), -1), handle("share_link_db=/share/VOL1/db/new.db"));  // reported, no store
   os_reset(); EXPECT_EQ(Pair("/share/VOL1/db/text.db", "4"), store());
   EXPECT_FALSE(root_.exists("/share/VOL1/db/new.db"));
-}
-
-TEST_F(WebLib, StoreTablesPermissionsAndVolume) {
+  root_.remove(kConfig); profile_cache_clear();
   EXPECT_EQ(0, sf_fix_db_permissions());  // nothing configured
   root_.write(kConfig, "[Depot]\nShare_Link_Db = /share/VOL1/db/p.db\n");
   EXPECT_EQ(0, sf_fix_db_permissions());  // no such file
@@ -265,7 +263,7 @@ TEST_F(WebLib, StoreTablesPermissionsAndVolume) {
   EXPECT_EQ("/share/VOL1/.@kdx/share_link_db/share_link.db", store().first);
 }
 
-TEST_F(WebLib, CachingHeadersAndNotModifiedOnlyForTheExactTime) {
+TEST_F(WebLib, DeliveryHeadersRangesAndTypes) {
   const std::string cache = "Cache-Control: private, max-age=604800, pre-check=604800\nPragma: private\n"
                             "Expires: Tue, 21 Nov 2023 22:13:20 GMT\n";
   EXPECT_EQ(std::make_pair(cache + "Last-Modified: Sun, 09 Sep 2001 01:46:40 GMT\nAccept-Ranges: bytes\r\n"
@@ -285,12 +283,9 @@ TEST_F(WebLib, CachingHeadersAndNotModifiedOnlyForTheExactTime) {
     EXPECT_EQ(0u, out.find("Accept-Ranges: bytes\r\n")) << other;  // and no caching headers
     EXPECT_EQ("0123456789", out.substr(out.size() - 10)) << other;
   }
-  ScopedEnv ims{{{"IF_MODIFIED_SINCE", "1000000000"}}};
+  ScopedEnv exact{{{"IF_MODIFIED_SINCE", "1000000000"}}};
   EXPECT_EQ(std::make_pair(std::string("Status: 304\r\nContent-Length: 0\r\n\r\n"), 0),
             send("/share/P/a.txt", "bytes=2-3"));
-}
-
-TEST_F(WebLib, RangesAnsweredByteForByte) {
   put("/share/P/empty.txt", "");
   ScopedEnv ims{{{"IF_MODIFIED_SINCE", "1"}}};  // keeps the caching headers out
   const struct { const char *file, *range; std::string out; } cases[] = {
@@ -307,17 +302,13 @@ TEST_F(WebLib, RangesAnsweredByteForByte) {
     EXPECT_EQ(std::make_pair(c.out, c.out[8] == '2' ? 0 : -1), send(std::string("/share/P/") + c.file, c.range))
         << c.range;
   }
-}
-
-TEST_F(WebLib, ContentTypeByNameOrVariant) {
-  ScopedEnv ims{{{"IF_MODIFIED_SINCE", "1"}}};
-  const struct { const char* path; int transcoded; const char* type; } cases[] = {
+  const struct { const char* path; int transcoded; const char* type; } types[] = {
       {"/share/P/page.HTML", 0, "text/plain"}, {"/share/P/Makefile", 0, "application/force-download"},
       {"/share/P/x.unknownext", 0, "application/octet-stream"},
       {"/share/P/.@__thumb/transcode/clip.avi.mobile240p", 1, "video/mp4"},
       {"/share/P/.@__thumb/transcode/clip.avi.original", 1, "video/mp4"}, {"/share/P/clip.avi", 1, ""},
   };
-  for (const auto& c : cases) {
+  for (const auto& c : types) {
     put(c.path, "x");
     const std::string out = send(c.path, nullptr, c.transcoded).first;
     EXPECT_EQ(std::string("Content-Type: ") + c.type + "\r\n\r\nx", out.substr(out.rfind("Content-Type"))) << c.path;
@@ -327,25 +318,8 @@ TEST_F(WebLib, ContentTypeByNameOrVariant) {
       "filename=\"r%C3%A9sum%C3%A9%3B%23-.pdf\"; filename*=utf-8''r%C3%A9sum%C3%A9%3B%23-.pdf\r\n"));
 }
 
-TEST_F(WebLib, FailuresBeforeAnyOutputAndAfterTheHeaders) {
-  root_.mkdirs("/share/P/folder");
-  const unsigned long long before = delivery_bytes_written();
-  EXPECT_EQ(kNothing, send("/share/P/missing.txt")); EXPECT_EQ(kNothing, send("/share/P/folder"));
-  os.fopen = [](const char*, const char*) -> FILE* { return errno = EACCES, nullptr; };
-  EXPECT_EQ(std::make_pair(std::string(), -4), send("/share/P/a.txt")); EXPECT_EQ(before, delivery_bytes_written());
-  // The client went away: the body write fails after the headers.
-  os_reset();
-  os.time = fixed_time;
-  os.fwrite = [](const void*, size_t, size_t, FILE*) -> size_t { return 0; };
-  auto sent = send("/share/P/a.txt", "bytes=1-2");
-  EXPECT_EQ(-1, sent.second);
-  EXPECT_EQ(sent.first.size(), sent.first.find("Content-Length: 2\r\n\r\n") + strlen("Content-Length: 2\r\n\r\n"));
-  EXPECT_EQ(before + sent.first.size(), delivery_bytes_written());
-}
-
-// A variant that is not there: headers for an empty path and a failure; with
-// a range nothing at all; an unresolved display path sends nothing.
-TEST_F(WebLib, VariantsAndMissingPaths) {
+// A missing variant: headers for an empty path and a failure (nothing with a range); an unresolved path: nothing.
+TEST_F(WebLib, VariantsNamesMissingPathsAndFailures) {
   root_.write("/etc/config/smb.conf", "[Public]\npath = /share/VOL1/Public\n");
   root_.write("/share/VOL1/Public/v/clip.mp4", "the original");
   root_.write(std::string(kThumbs) + "/clip.mp4.ipad720p", "720p!");
@@ -376,9 +350,19 @@ TEST_F(WebLib, VariantsAndMissingPaths) {
   EXPECT_EQ(kNothing, variant("/Nowhere/v/clip.mp4", "mp4_720")); EXPECT_EQ(kNothing, variant(nullptr, "mp4_720"));
   ScopedEnv range{{{"HTTP_RANGE", "bytes=1-2"}}};
   EXPECT_EQ(kNothing, variant("/Public/v/clip.mp4", "mp4_1080"));
-}
-
-TEST_F(WebLib, DownloadNamesAndVariantFlags) {
+  root_.mkdirs("/share/P/folder");
+  const unsigned long long before = delivery_bytes_written();
+  EXPECT_EQ(kNothing, send("/share/P/missing.txt")); EXPECT_EQ(kNothing, send("/share/P/folder"));
+  os.fopen = [](const char*, const char*) -> FILE* { return errno = EACCES, nullptr; };
+  EXPECT_EQ(std::make_pair(std::string(), -4), send("/share/P/a.txt")); EXPECT_EQ(before, delivery_bytes_written());
+  // The client went away: the body write fails after the headers.
+  os_reset();
+  os.time = fixed_time;
+  os.fwrite = [](const void*, size_t, size_t, FILE*) -> size_t { return 0; };
+  auto sent = send("/share/P/a.txt", "bytes=1-2");
+  EXPECT_EQ(-1, sent.second);
+  EXPECT_EQ(sent.first.size(), sent.first.find("Content-Length: 2\r\n\r\n") + strlen("Content-Length: 2\r\n\r\n"));
+  EXPECT_EQ(before + sent.first.size(), delivery_bytes_written());
   EXPECT_TRUE(is_ie_user_agent("Mozilla/4.0 (compatible; MSIE 8.0)") && is_ie_user_agent("Trident/7.0"));
   EXPECT_FALSE(is_ie_user_agent("Mozilla/5.0 Firefox/128.0") || is_ie_user_agent(nullptr));
   char out[1024];
