@@ -124,7 +124,7 @@ class Cgi : public ::testing::Test {
 };
 
 // Without an authenticated user nothing is served, read or changed.
-TEST_F(Cgi, FrontDoorAndMimeTable) {
+TEST_F(Cgi, FrontDoorMimeTablePathsAndRelocations) {
   const std::string before = root.read(kConfig);
   const std::vector<std::string> queries = {
       "func=download&path=/Public/a.txt", "func=transcode&path=/Public/a.txt&variant=mp4_org", "func=mime_table",
@@ -155,15 +155,12 @@ TEST_F(Cgi, FrontDoorAndMimeTable) {
   EXPECT_EQ(before, root.read(kConfig));
   EXPECT_EQ(reply(1), cgi(queries[3])) << root.read(kConfig);
   // The MIME table as the web pages read it; the operator's command prints the same.
-  const std::string out = cgi("func=mime_table");
-  EXPECT_EQ(0u, out.find(kJsonHeader + std::string("{ \"datas\": [ { \"ext_name\": \"pdf\", \"mime_type\": \"application\\/pdf\" }, { ")));
-  EXPECT_NE(std::string::npos, out.find("{ \"ext_name\": \"mkv\", \"mime_type\": \"video\\/x-matroska\" }"));
-  EXPECT_EQ(" ] }\n", out.substr(out.size() - 5));
-  EXPECT_EQ(out.substr(strlen(kJsonHeader)), run_program(ctl_binary(), {"mime"}, root).out);
-}
-
-// Paths that climb out, follow a link out or hide a cut behind a NUL: no CGI function nor sharelinkctl resolves them.
-TEST_F(Cgi, DisplayPathsAndRelocationsStayInside) {
+  const std::string table = cgi("func=mime_table");
+  EXPECT_EQ(0u, table.find(kJsonHeader + std::string("{ \"datas\": [ { \"ext_name\": \"pdf\", \"mime_type\": \"application\\/pdf\" }, { ")));
+  EXPECT_NE(std::string::npos, table.find("{ \"ext_name\": \"mkv\", \"mime_type\": \"video\\/x-matroska\" }"));
+  EXPECT_EQ(" ] }\n", table.substr(table.size() - 5));
+  EXPECT_EQ(table.substr(strlen(kJsonHeader)), run_program(ctl_binary(), {"mime"}, root).out);
+  // Paths that climb out, follow a link out or hide a cut behind a NUL: no CGI function nor sharelinkctl resolves them.
   const std::string out = outside.dir();
   const std::vector<std::string> paths = {  // as sent in the query (decoded once by the CGI)
       "/remote:1@rf/" + climb(root, 3) + out.substr(1) + "/outside.txt", "/remote:1@rf/../Public/a.txt",
@@ -181,7 +178,7 @@ TEST_F(Cgi, DisplayPathsAndRelocationsStayInside) {
   EXPECT_NE(std::string::npos, cgi("func=download&path=/remote:1@rf/b.txt").find("\r\n\r\nremote inside\n"));
   // Relocation targets outside the configuration folder and the volumes, or reached through "..", a link or a
   // missing folder: status 20, every file stays; inside a volume force_delete still replaces the file.
-  const std::string before = root.read(kConfig);
+  const std::string kept = root.read(kConfig);
   root.write("/tmp/victim", "victim\n");
   const std::vector<std::string> targets = {"/share/VOL1/" + climb(root, 2) + outside.dir().substr(1) + "/victim",
       "/share/VOL1/lnk/victim", "/share/VOL1/./Public/a.txt", "/tmp/victim", "/share/victim",
@@ -189,7 +186,7 @@ TEST_F(Cgi, DisplayPathsAndRelocationsStayInside) {
   for (const std::string& t : targets) {
     EXPECT_EQ(reply(20), cgi("func=set_share_link_db&force_delete=1&share_link_db=" + t)) << t;
   }
-  EXPECT_EQ(before, root.read(kConfig)); EXPECT_EQ("victim\n", outside.read("/victim"));
+  EXPECT_EQ(kept, root.read(kConfig)); EXPECT_EQ("victim\n", outside.read("/victim"));
   EXPECT_EQ("victim\n", root.read("/tmp/victim")); EXPECT_EQ("inside\n", root.read("/share/VOL1/Public/a.txt"));
   root.write("/share/VOL1/.db/old.db", "not a store");
   EXPECT_EQ(reply(1), cgi("func=set_share_link_db&force_delete=1&share_link_db=/share/VOL1/.db/old.db"));
