@@ -43,8 +43,7 @@ const std::string kHost = "https://HOSTNAME/share.cgi?ssid=AbC";
 struct Case {
   const char* name;
   std::vector<std::string> args;
-  int status;
-  int messages = 0;              // mails handed to the mail program
+  int status, messages = 0;      // exit status; mails handed to the mail program
   const char* expiry = nullptr;  // null: registry unchanged; "": emptied; else AbC rewritten with this expiry
   bool may_leave_del = false;    // mode 2 stopped by an unreadable URL item
 };
@@ -116,8 +115,7 @@ const std::vector<Case> kCases = {
 std::set<std::string> walk(const std::string& dir) {
   static std::set<std::string> found;
   static size_t prefix;
-  found.clear();
-  prefix = dir.size();
+  found.clear(); prefix = dir.size();
   nftw(dir.c_str(), [](const char* p, const struct stat*, int, FTW*) { return found.insert(p + prefix), 0; }, 16,
        FTW_PHYS);
   return found;

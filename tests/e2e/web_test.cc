@@ -31,7 +31,9 @@ class WebTest : public ::testing::Test {
     root_.write("/etc/config/smb.conf", "[Public]\npath = /share/VOL1/Public\n");
     root_.write("/etc/config/Korvix.conf", "[System]\nWeb Access Port = 8080\n"); root_.mkdirs("/share/VOL1/.db");
     for (int i = 0; i < 20000; ++i) report_ += static_cast<char>((i * 131 + i / 256) & 0xff);
-    put("/docs/report 1.pdf", report_); root_.write("/web/users", "admin:admin-pw\nbob:bob-pw\n");
+    root_.write("/share/VOL1/Public/docs/report 1.pdf", report_);
+    root_.set_mtime("/share/VOL1/Public/docs/report 1.pdf", 1000000000);  // Sun, 09 Sep 2001 01:46:40 GMT
+    root_.write("/web/users", "admin:admin-pw\nbob:bob-pw\n");
     server_ = std::make_unique<WebServer>(root_, find_program("lighttpd"), [this](int port) {
       // The CGI answers ranges itself; the server must not cut its 200s.
       return "server.bind = \"127.0.0.1\"\nserver.port = " + std::to_string(port) +
@@ -42,10 +44,6 @@ class WebTest : public ::testing::Test {
              "\"\ninclude \"" SLT_SOURCE_DIR "/data/lighttpd/sharelink-admin.conf\"\n";
     });
     ASSERT_TRUE(server_->running()) << root_.read("/web/logs/console.log") << root_.read("/web/logs/error.log");
-  }
-
-  void put(const std::string& rel, const std::string& content) {
-    root_.write("/share/VOL1/Public" + rel, content); root_.set_mtime("/share/VOL1/Public" + rel, 1000000000);
   }
 
   // With the given credentials ("": none).
@@ -156,7 +154,8 @@ TEST_F(Cgi, FrontDoorMimeTablePathsAndRelocations) {
   EXPECT_EQ(reply(1), cgi(queries[3])) << root.read(kConfig);
   // The MIME table as the web pages read it; the operator's command prints the same.
   const std::string table = cgi("func=mime_table");
-  EXPECT_EQ(0u, table.find(kJsonHeader + std::string("{ \"datas\": [ { \"ext_name\": \"pdf\", \"mime_type\": \"application\\/pdf\" }, { ")));
+  EXPECT_EQ(0u, table.find(kJsonHeader +
+                           std::string("{ \"datas\": [ { \"ext_name\": \"pdf\", \"mime_type\": \"application\\/pdf\" }, { ")));
   EXPECT_NE(std::string::npos, table.find("{ \"ext_name\": \"mkv\", \"mime_type\": \"video\\/x-matroska\" }"));
   EXPECT_EQ(" ] }\n", table.substr(table.size() - 5));
   EXPECT_EQ(table.substr(strlen(kJsonHeader)), run_program(ctl_binary(), {"mime"}, root).out);

@@ -139,9 +139,7 @@ class WebLib : public ::testing::Test {
     root_.mkdirs("/share/VOL1/db"); put("/share/P/a.txt", "0123456789");
   }
   ~WebLib() override { os_reset(); }
-  void put(const std::string& ap, const std::string& content) {
-    root_.write(ap, content); root_.set_mtime(ap, 1000000000);
-  }
+  void put(const std::string& ap, const std::string& text) { root_.write(ap, text); root_.set_mtime(ap, 1000000000); }
   // What one call prints on standard output (pointed at a file of the root for it) and its result.
   std::pair<std::string, int> run(const std::function<int()>& call) {
     fflush(stdout);
@@ -213,8 +211,7 @@ TEST_F(WebLib, RelocationTablesPermissionsAndVolume) {
       {kUnset, "share_link_db=", 20, 0}, {kUnset, "share_link_db=/share/NOPE/a.db", 20, -1},
       {kUnset, "share_link_db=/share/VOL1/file/a.db", 20, -1}, {kUnset, "share_link_db=relative/a.db", 20, -1},
       {kUnset, "share_link_db=/share/VOL1/db/a%0A[Evil]%0Ak=v", 20, -1},
-      // Longer than the store's 256-byte path buffer would hold.
-      {kUnset, "share_link_db=/share/VOL1/db/" + std::string(250, 'x'), 35, -1},
+      {kUnset, "share_link_db=/share/VOL1/db/" + std::string(250, 'x'), 35, -1},  // beyond the 256-byte buffer
   };
   for (const auto& c : cases) {
     ScopedEnv user{{{"REMOTE_USER", c.user}}};
