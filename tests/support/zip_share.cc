@@ -21,7 +21,7 @@ int share_count(const ApplianceRoot& root, const std::string& key) {
   return stoi(store_value(root, "SELECT download_count FROM SHARELINK_EVENT WHERE pkey='" + key + "'"));
 }
 
-std::unique_ptr<WebServer> zip_server(const ApplianceRoot& root, bool measure, bool x_sendfile) {
+std::unique_ptr<WebServer> zip_server(const ApplianceRoot& root, bool measure) {
   std::string cgi = SLT_BUILD_DIR "/share.cgi";
   if (measure) {
     // Not exec: the server stops its child (this shell) once the answer is
@@ -29,19 +29,15 @@ std::unique_ptr<WebServer> zip_server(const ApplianceRoot& root, bool measure, b
     root.script("/web/cgi/share.cgi", "/usr/bin/time -f %M -o '" + root.path("/web/rss") + "' '" + cgi + "'\n");
     cgi = root.path("/web/cgi/share.cgi");
   }
-  root.mkdirs("/web/htdocs");
-  root.mkdirs("/web/logs");
-  const std::string xs = x_sendfile ? "1" : "0";
-  return std::make_unique<WebServer>(root, find_program("lighttpd"), [&root, cgi, xs](int port) {
+  root.mkdirs("/web/htdocs"), root.mkdirs("/web/logs");
+  return std::make_unique<WebServer>(root, find_program("lighttpd"), [&root, cgi](int port) {
     return "server.modules = (\"mod_alias\", \"mod_setenv\", \"mod_cgi\")\n"
            "server.bind = \"127.0.0.1\"\nserver.port = " + std::to_string(port) + "\n"
            "server.document-root = \"" + root.path("/web/htdocs") + "\"\n"
            "server.errorlog = \"" + root.path("/web/logs/error.log") + "\"\n"
            "server.stream-response-body = 2\nserver.range-requests = \"disable\"\n"
            "alias.url = (\"/share.cgi\" => \"" + cgi + "\")\ncgi.assign = (\".cgi\" => \"\")\n"
-           "cgi.x-sendfile = \"" + (xs == "1" ? "enable" : "disable") + "\"\n"
-           "setenv.add-environment = (\"SHARELINK_ROOT\" => \"" + root.dir() +
-           "\", \"SHARE_X_SENDFILE\" => \"" + xs + "\")\n";
+           "setenv.add-environment = (\"SHARELINK_ROOT\" => \"" + root.dir() + "\")\n";
   });
 }
 

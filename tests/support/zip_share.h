@@ -1,6 +1,5 @@
 // Share links behind the real lighttpd for the share and zip tests: a root
-// with the Public share, the server over share.cgi, curl as the client, and
-// the three zip readers' verdict.
+// with the Public share, lighttpd over share.cgi, curl, the zip readers.
 #ifndef SLT_TESTS_SUPPORT_ZIP_SHARE_H_
 #define SLT_TESTS_SUPPORT_ZIP_SHARE_H_
 
@@ -17,26 +16,23 @@ void zip_prepare_root(const ApplianceRoot& root);  // smb.conf for the share, th
 int share_add(const ApplianceRoot& root, std::vector<std::string> args);  // add ARGS --creator admin
 int share_count(const ApplianceRoot& root, const std::string& key);       // its download count
 
-// lighttpd over share.cgi, streaming the answer as the CGI writes it.
-// measure: the CGI runs under GNU time; x_sendfile: files go by X-Sendfile.
-std::unique_ptr<WebServer> zip_server(const ApplianceRoot& root, bool measure,
-                                      bool x_sendfile = false);
+// lighttpd streaming share.cgi's answers as written; with measure, the CGI
+// runs under GNU time.
+std::unique_ptr<WebServer> zip_server(const ApplianceRoot& root, bool measure);
 
 struct Download : Response {
   long long length = -1, received = -1;  // Content-Length, bytes written to the file
 };
-// curl's GET (extra arguments after the defaults); the body goes to the
-// root's file `ap`, or into `body` when ap is "".
+// curl's GET (extra arguments after the defaults); the body to the root's
+// file `ap`, or into `body` when ap is "".
 Download zip_fetch(const ApplianceRoot& root, const std::string& url, const std::string& ap = "",
                    const std::vector<std::string>& extra = {});
 
 // check_zip.py on the archive `ap` against the folder `folder_ap` (or exactly
 // `files`): "" when all three readers accept it byte for byte, else why not.
-std::string zip_readers_verdict(const ApplianceRoot& root, const std::string& ap,
-                                const std::string& folder_ap,
+std::string zip_readers_verdict(const ApplianceRoot& root, const std::string& ap, const std::string& folder_ap,
                                 const std::vector<std::string>& files = {});
 
-// Peak RSS in KiB of the last measured CGI run (waited for, then taken away).
-long zip_last_rss_kib(const ApplianceRoot& root);
+long zip_last_rss_kib(const ApplianceRoot& root);  // the last measured run's peak RSS, taken away
 
 #endif  // SLT_TESTS_SUPPORT_ZIP_SHARE_H_
