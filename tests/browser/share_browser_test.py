@@ -1,9 +1,7 @@
 #!/usr/bin/python3
-"""A recipient in a real browser: headless chromium through chromedriver opens
-share links served by share.cgi behind lighttpd (data/lighttpd/local.conf).
-Usage: share_browser_test.py BUILD_DIR SOURCE_DIR. Screenshots go to
-BUILD_DIR/screenshots/. Exit 77 (skipped) only when the browser, its driver
-or selenium is missing."""
+"""share_browser_test.py BUILD_DIR SOURCE_DIR: a recipient in headless chromium (through chromedriver)
+opens share links served by share.cgi behind lighttpd (data/lighttpd/local.conf). Screenshots go to
+BUILD_DIR/screenshots/. Exit 77 (skipped) only when the browser, its driver or selenium is missing."""
 import os, random, shutil, socket, subprocess, sys, tempfile, time
 
 BUILD, SOURCE = (os.path.abspath(a) for a in sys.argv[1:3])
