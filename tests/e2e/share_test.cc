@@ -1,430 +1,395 @@
-// share.cgi behind the real lighttpd in a temporary appliance root, curl as client.
+// share.cgi behind the real lighttpd in a temporary appliance root, curl as
+// client; archives judged by three independent readers.
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/file.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
-#include <cstdio>
-#include <memory>
-#include <string>
 #include <thread>
-#include <vector>
 
-#include "support/appliance.h"
-#include "support/web_server.h"
+#include "platform/fs_beneath.h"
+#include "support/store_fixture.h"
+#include "support/zip_share.h"
 
 namespace {
 
-const char kPublic[] = "/share/VOL1/Public";
 const char kSecret[] = "outside the share";
-
-std::string share_config(const ApplianceRoot& root, int port, bool x_sendfile) {
-  return "server.modules = (\"mod_alias\", \"mod_setenv\", \"mod_cgi\")\n"
-         "server.bind = \"127.0.0.1\"\n"
-         "server.port = " + std::to_string(port) + "\n"
-         "server.document-root = \"" + root.path("/web/htdocs") + "\"\n"
-         "server.errorlog = \"" + root.path("/web/logs/error.log") + "\"\n"
-         "server.range-requests = \"disable\"\n"
-         "alias.url = (\"/share.cgi\" => \"" SLT_BUILD_DIR "/share.cgi\")\n"
-         "cgi.assign = (\".cgi\" => \"\")\n" +
-         (x_sendfile ? "cgi.x-sendfile = \"enable\"\n" : "") +
-         "setenv.add-environment = (\"SHARELINK_ROOT\" => \"" + root.dir() + "\"" +
-         (x_sendfile ? ", \"SHARE_X_SENDFILE\" => \"1\"" : "") + ")\n";
-}
+const char kPageCsp[] = "default-src 'none'; style-src 'unsafe-inline'; img-src 'self'; "
+                        "form-action 'self'; frame-ancestors 'none'";
+using Args = std::vector<std::string>;
+bool has(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
 
 class ShareTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    lighttpd_ = find_program("lighttpd");
-    curl_ = find_program("curl");
-    if (lighttpd_.empty() || curl_.empty()) GTEST_SKIP() << "lighttpd or curl is not installed";
-    root_.write("/etc/config/smb.conf", std::string("[Public]\npath = ") + kPublic + "\n");
-    ASSERT_EQ(0, run_program(ctl_binary(), {"init"}, root_).status);
+    if (find_program("lighttpd").empty()) GTEST_SKIP() << "lighttpd is not installed";
+    zip_prepare_root(root_);
     for (int i = 0; i < 20000; ++i) report_ += static_cast<char>((i * 131 + i / 256) & 0xff);
-    put("/docs/report 1.pdf", report_);
-    put("/docs/page.html", "<script>alert(1)</script>");
-    put("/folder/a.txt", "inside");
-    put("/folder/sub/b.txt", "deeper");
-    root_.write("/share/VOL1/Secret/s.txt", kSecret);
-    root_.write("/etc/passwd", kSecret);
-    add({"report", "/Public/docs/report 1.pdf"});
-    add({"folder", "/Public/folder"});
+    put("/docs/report 1.pdf", report_), put("/docs/page.html", "<script>alert(1)</script>");
+    put("/folder/a.txt", "inside"), put("/folder/sub/b.txt", "deeper");
+    root_.write("/share/VOL1/Secret/s.txt", kSecret), root_.write("/etc/passwd", kSecret);
+    add({"report", "/Public/docs/report 1.pdf"}), add({"folder", "/Public/folder"});
+    server_ = zip_server(root_, false);
+    ASSERT_TRUE(server_->running()) << root_.read("/web/logs/error.log");
   }
-
-  void start(bool x_sendfile = false) {
-    server_ = std::make_unique<WebServer>(
-        root_, lighttpd_, [&](int port) { return share_config(root_, port, x_sendfile); });
-    ASSERT_TRUE(server_->running()) << root_.read("/web/logs/console.log")
-                                    << root_.read("/web/logs/error.log");
+  // The archives' folder: odd names, an empty file and folder, and what no
+  // archive may hold (links out, a pipe). False when a zip reader is missing.
+  bool fotos() {
+    for (auto [name, text] : {std::pair<const char*, std::string>{"Grüße.txt", "hällo wörld\n"},
+                              {"空/東京 1.jpg", std::string(70000, 'x') + "tail"}, {"empty.bin", ""},
+                              {"deep/er/still/n.txt", "n"}, {"back\\slash.txt", "b"},
+                              {"../Secret/s.txt", "outside the folder"}}) {
+      root_.write(fotos_ + "/" + name, text);
+    }
+    root_.mkdirs(fotos_ + "/hollow/inner"), add({"fotos", "/Public/Fotos"});
+    symlink(root_.path(std::string(kZipPublic) + "/Secret").c_str(), root_.path(fotos_ + "/out").c_str());
+    symlink("/etc/passwd", root_.path(fotos_ + "/pw").c_str()), mkfifo(root_.path(fotos_ + "/fifo").c_str(), 0600);
+    return !find_program("7z").empty() && !find_program("unzip").empty();
   }
-
   void put(const std::string& rel, const std::string& content) {
-    root_.write(kPublic + rel, content);
-    root_.set_mtime(kPublic + rel, 1000000000);
+    root_.write(kZipPublic + rel, content); root_.set_mtime(kZipPublic + rel, 1000000000);
   }
-
-  void add(std::vector<std::string> args) {
-    args.insert(args.begin(), "add");
-    args.insert(args.end(), {"--creator", "admin"});
-    RunResult r = run_program(ctl_binary(), args, root_);
-    ASSERT_EQ(0, r.status) << r.err;
+  void add(const Args& args) { ASSERT_EQ(0, share_add(root_, args)); }
+  Download get(const std::string& query, const Args& extra = {}, const std::string& to = "") {
+    return zip_fetch(root_, server_->url("/share.cgi" + query), to, extra);
   }
-
-  Response get(const std::string& target, const std::vector<std::string>& extra = {}) {
-    std::vector<std::string> args = {"-s", "-i", "--max-time", "30", "--globoff", "-A", agent_};
-    args.insert(args.end(), extra.begin(), extra.end());
-    args.push_back(server_->url(target));
-    RunResult r = run_program(curl_, args, root_);
-    EXPECT_EQ(0, r.status) << "curl " << target << ": " << r.err;
-    return parse_response(r.out);
-  }
-
-  std::string sql(const std::string& statement) {
-    RunResult r = run_program("/usr/bin/sqlite3", {root_.path("/etc/config/share_link.db"), statement}, root_);
-    EXPECT_EQ(0, r.status) << r.err;
-    return r.out;
-  }
-
-  int count(const std::string& key) {
-    std::string n = sql("SELECT download_count FROM SHARELINK_EVENT WHERE pkey='" + key + "'");
-    return n.empty() ? -1 : atoi(n.c_str());
-  }
-
-  std::string log_in(const std::string& key, const std::string& code) {
-    Response r = get("/share.cgi?ssid=" + key, {"--data", "code=" + code});
-    EXPECT_EQ(303, r.status) << r.head;
-    std::string c = r.header("set-cookie");
-    return c.substr(0, c.find(';'));
-  }
+  Download save(const std::string& query, const Args& extra = {}) { return get(query, extra, "/web/got"); }
+  int count(const std::string& key) { return share_count(root_, key); }
 
   ApplianceRoot root_;
-  std::string lighttpd_;
-  std::string curl_;
-  std::string agent_ = "Mozilla/5.0 (X11; Linux x86_64) Firefox/128.0";
+  const std::string fotos_ = std::string(kZipPublic) + "/Fotos";
   std::string report_;
   std::unique_ptr<WebServer> server_;
 };
 
-const char kPageCsp[] =
-    "default-src 'none'; style-src 'unsafe-inline'; img-src 'self'; form-action 'self'; "
-    "frame-ancestors 'none'";
-
+// Every answer of the gate with the headers of its kind; every way out of
+// the share is the very 404 of an unknown link.
 TEST_F(ShareTest, EveryAnswerCarriesItsStatusAndHeaders) {
+  const std::string folder = root_.path(std::string(kZipPublic) + "/folder/");
+  root_.mkdirs(std::string(kZipPublic) + "/folder/empty");
+  ASSERT_EQ(0, symlink(root_.path("/share/VOL1/Secret").c_str(), (folder + "out").c_str()));
+  ASSERT_EQ(0, symlink("../../Secret/s.txt", (folder + "s.txt").c_str()));
+  ASSERT_EQ(0, mkfifo((folder + "pipe").c_str(), 0644));
+  add({"multi", "/Public/docs", "--fid", "f1:/Public/folder/a.txt", "--fid", "f2:/Public/docs"});
   add({"gone", "/Public/folder", "--expire", "1000", "--createtic", "900"});
   add({"used", "/Public/folder/a.txt", "--download-limit", "1"});
-  sql("UPDATE SHARELINK_EVENT SET download_count = 1 WHERE pkey = 'used'");
-  start();
-  struct Case {
-    std::string target;
-    std::vector<std::string> extra;
-    int status;
-    bool page;         // page CSP, else the sandbox of a file body
-    std::string text;  // in the body
-  } cases[] = {
-      {"/share.cgi?ssid=report", {}, 200, true, "Downloads left: no limit"},
-      {"/share.cgi?ssid=report&dl=1", {}, 200, false, ""},
-      {"/share.cgi?ssid=folder", {}, 200, true, "a.txt"},
-      {"/share.cgi?ssid=nosuch", {}, 404, true, "does not exist"},
-      {"/share.cgi", {}, 404, true, "does not exist"},
-      {"/share.cgi?ssid=gone", {}, 410, true, "expired on 1970-01-01 00:16 UTC"},
-      {"/share.cgi?ssid=used&dl=1", {}, 410, true, "download limit"},
-      {"/share.cgi?ssid=used", {}, 410, true, "download limit"},
-      {"/share.cgi?ssid=report", {"-X", "PUT"}, 405, true, "GET, HEAD and POST"},
-      {"/share.cgi?ssid=report&dl=1", {"-A", "Slackbot-LinkExpanding 1.0"}, 403, true, "person"},
-      {"/share.cgi?ssid=report&dl=1", {"-A", "Mozilla/5.0 (compatible; bingbot/2.0)"}, 403, true, ""},
-      {"/share.cgi?ssid=report", {"-A", "facebookexternalhit/1.1"}, 200, true, "Download"},
+  store_exec(root_, "UPDATE SHARELINK_EVENT SET download_count = 1 WHERE pkey = 'used'");
+  const std::string a = std::string(kZipPublic) + "/folder/a.txt";  // and two links of the registry
+  root_.write("/etc/config/shareFileEx.ini", "reg1\thost\tx\t0\t" + a + "\tx\t0\tx\tx\n" +
+                                                 "reg2\thost\tx\t0\t" + a + "\tx\t1000\tx\tx\n");
+  struct Case { std::string query; Args extra; int status; std::string text; };  // text "": a file
+  const Case cases[] = {
+      {"?ssid=report", {}, 200, "Downloads left: no limit"},
+      {"?ssid=report&dl=1", {}, 200, ""},
+      {"?ssid=folder", {}, 200, "a.txt"},
+      {"?ssid=multi", {}, 200, "fid=f1&amp;dl=1"},
+      {"", {}, 404, "does not exist"},
+      {"?ssid=gone", {}, 410, "expired on 1970-01-01 00:16 UTC"},
+      {"?ssid=used&dl=1", {}, 410, "download limit"},
+      {"?ssid=used", {}, 410, "download limit"},
+      {"?ssid=report", {"-X", "PUT"}, 405, "GET, HEAD and POST"},
+      {"?ssid=report&dl=1", {"-A", "Slackbot-LinkExpanding 1.0"}, 403, "person"},
+      {"?ssid=report&dl=1", {"-A", "Mozilla/5.0 (compatible; bingbot/2.0)"}, 403, "</html>"},
+      {"?ssid=report", {"-A", "facebookexternalhit/1.1"}, 200, "Download"},
+      {"?ssid=reg1", {}, 200, "a.txt"},
+      {"?ssid=reg1&dl=1", {}, 200, ""},
+      {"?ssid=reg2", {}, 410, "expired"},
   };
   for (const Case& c : cases) {
-    Response r = get(c.target, c.extra);
-    SCOPED_TRACE(c.target + " " + (c.extra.empty() ? "" : c.extra.back()));
+    Download r = get(c.query, c.extra);
+    SCOPED_TRACE(c.query + " " + (c.extra.empty() ? "" : c.extra.back()));
     EXPECT_EQ(c.status, r.status) << r.head;
-    EXPECT_EQ("nosniff", r.header("x-content-type-options"));
-    EXPECT_EQ("no-referrer", r.header("referrer-policy"));
-    EXPECT_EQ("noindex, nofollow", r.header("x-robots-tag"));
-    EXPECT_EQ(c.page ? kPageCsp : "sandbox", r.header("content-security-policy"));
-    if (c.page) {
-      EXPECT_EQ("no-store", r.header("cache-control"));
-      EXPECT_EQ("text/html; charset=utf-8", r.header("content-type"));
-    }
-    EXPECT_NE(std::string::npos, r.body.find(c.text)) << r.body;
+    EXPECT_EQ("nosniff|no-referrer|noindex, nofollow",
+              r.header("x-content-type-options") + "|" + r.header("referrer-policy") + "|" + r.header("x-robots-tag"));
+    EXPECT_EQ(c.text.empty() ? "sandbox" : kPageCsp, r.header("content-security-policy"));
+    EXPECT_TRUE(c.text.empty() || r.header("cache-control") + "|" + r.header("content-type") ==
+                                      "no-store|text/html; charset=utf-8") << r.head;
+    EXPECT_PRED2(has, r.body, c.text);
   }
-  EXPECT_EQ("GET, HEAD, POST", get("/share.cgi?ssid=report", {"-X", "DELETE"}).header("allow"));
-  EXPECT_EQ(1, count("used"));  // reading never changes a link
-  EXPECT_EQ(1, count("report"));
+  const std::string p = "?ssid=folder&dl=1&path=", not_found = get("?ssid=nosuch").body;
+  for (const std::string& q :
+       {p + "../../Secret/s.txt", p + "..%2F..%2FSecret%2Fs.txt", p + "%2e%2e/%2e%2e/Secret/s.txt",
+        p + "sub/../../../Secret/s.txt", p + "/etc/passwd", p + "%2Fetc%2Fpasswd",
+        p + "..%5C..%5CSecret%5Cs.txt", p + "sub%5Cb.txt", p + "out/s.txt", p + "s.txt", p + "pipe",
+        p + "sub", p + "empty", p + "nosuch.txt", std::string("?ssid=folder&path=.."),
+        std::string("?ssid=report&path=a.txt"), std::string("?ssid=multi&fid=f9&dl=1"),
+        std::string("?ssid=multi&fid=f2&dl=1"), std::string("?ssid=multi&fid=f1&path=a.txt&dl=1"),
+        std::string("?ssid=multi&dl=1")}) {
+    Download r = get(q);
+    EXPECT_EQ(404, r.status) << q; EXPECT_EQ(not_found, r.body) << q;
+  }
+  EXPECT_EQ("deeper", get(p + "sub/b.txt").body);
+  EXPECT_EQ("inside|inside", get("?ssid=multi&fid=f1&dl=1").body + "|" + get("?ssid=reg1&dl=1").body);
+  EXPECT_EQ("GET, HEAD, POST", get("?ssid=report", {"-X", "DELETE"}).header("allow"));
+  EXPECT_EQ(1, count("used")); EXPECT_EQ(1, count("report"));  // reading never changes a link
 }
 
 TEST_F(ShareTest, FileBodiesAreAttachmentsWithValidators) {
-  start();
-  Response r = get("/share.cgi?ssid=report&dl=1");
+  add({"html", "/Public/docs/page.html"});
+  Download r = get("?ssid=report&dl=1");
   EXPECT_TRUE(r.body == report_) << r.body.size();
   EXPECT_EQ("application/pdf", r.header("content-type"));
-  EXPECT_EQ("attachment; filename=\"report 1.pdf\"; filename*=UTF-8''report%201.pdf",
-            r.header("content-disposition"));
-  EXPECT_EQ("20000", r.header("content-length"));
-  EXPECT_EQ("Sun, 09 Sep 2001 01:46:40 GMT", r.header("last-modified"));
-  const std::string etag = r.header("etag");
-  ASSERT_EQ('"', etag.front());
-  EXPECT_EQ("inline; filename=\"report 1.pdf\"; filename*=UTF-8''report%201.pdf",
-            get("/share.cgi?ssid=report&dl=1&inline=1").header("content-disposition"));
-  add({"html", "/Public/docs/page.html"});
-  Response html = get("/share.cgi?ssid=html&dl=1&inline=1");
-  EXPECT_EQ(std::string::npos, html.header("content-type").find("html"));
+  const std::string name = "; filename=\"report 1.pdf\"; filename*=UTF-8''report%201.pdf";
+  EXPECT_EQ("attachment" + name, r.header("content-disposition"));
+  EXPECT_EQ("inline" + name, get("?ssid=report&dl=1&inline=1").header("content-disposition"));
+  EXPECT_EQ(20000, r.length);
+  const std::string modified = "Sun, 09 Sep 2001 01:46:40 GMT", etag = r.header("etag");
+  EXPECT_EQ(modified, r.header("last-modified")); ASSERT_EQ('"', etag.front());
+  Download html = get("?ssid=html&dl=1&inline=1");  // never rendered as a page
+  EXPECT_FALSE(has(html.header("content-type"), "html"));
   EXPECT_EQ(0u, html.header("content-disposition").find("attachment;"));
-  Response part = get("/share.cgi?ssid=report&dl=1", {"-H", "Range: bytes=10-19", "-H",
-                                                       "If-Range: " + etag});
-  EXPECT_EQ(206, part.status);
-  EXPECT_EQ("bytes 10-19/20000", part.header("content-range"));
-  EXPECT_EQ(report_.substr(10, 10), part.body);
-  Response stale = get("/share.cgi?ssid=report&dl=1", {"-H", "Range: bytes=10-19", "-H",
-                                                        "If-Range: \"old\""});
-  EXPECT_EQ(200, stale.status);
-  EXPECT_EQ(20000u, stale.body.size());
-  EXPECT_EQ(304, get("/share.cgi?ssid=report&dl=1", {"-H", "If-None-Match: " + etag}).status);
-  EXPECT_EQ(304, get("/share.cgi?ssid=report&dl=1",
-                     {"-H", "If-Modified-Since: Sun, 09 Sep 2001 01:46:40 GMT"})
-                     .status);
+  struct Case { Args extra; int status; std::string body, range; };
+  const Case cases[] = {
+      {{"-H", "Range: bytes=10-19", "-H", "If-Range: " + etag}, 206, report_.substr(10, 10), "bytes 10-19/20000"},
+      {{"-H", "Range: bytes=10-19", "-H", "If-Range: \"old\""}, 200, report_, ""},
+      {{"-H", "If-None-Match: " + etag}, 304, "", ""},
+      {{"-H", "If-Modified-Since: " + modified}, 304, "", ""},
+  };
+  for (const Case& c : cases) {
+    Download part = get("?ssid=report&dl=1", c.extra);
+    EXPECT_EQ(c.status, part.status) << c.extra.back();
+    EXPECT_TRUE(c.body == part.body) << c.extra.back() << ": " << part.body.size();
+    EXPECT_EQ(c.range, part.header("content-range"));
+  }
 }
 
 TEST_F(ShareTest, DownloadsCountByTheRules) {
   add({"lim", "/Public/docs/report 1.pdf", "--download-limit", "3"});
-  start();
-  const std::string dl = "/share.cgi?ssid=lim&dl=1";
-  struct Step {
-    std::string agent;
-    std::vector<std::string> extra;
-    int status;
-    int count_after;
-  } steps[] = {
-      {"A", {}, 200, 0},  // the page itself (no dl) is first, below
-      {"A", {"-I"}, 200, 0},
-      {"A", {"-H", "Range: bytes=99999-"}, 416, 0},
-      {"A", {"-H", "Range: bytes=0-99"}, 206, 1},  // from byte 0: counts
-      {"A", {}, 200, 1},                           // the same visitor within the hour
-      {"A", {"-H", "If-None-Match: *"}, 304, 1},
-      {"Googlebot/2.1", {}, 403, 1},
-      {"B", {"-H", "Range: bytes=5-"}, 206, 1},  // under the limit, not from 0: served, not counted
-      {"B", {}, 200, 2},
-      {"C", {}, 200, 3},
-      {"D", {}, 410, 3},
-      {"D", {"-H", "Range: bytes=1-"}, 410, 3},  // a range cannot get around the limit
-      {"A", {"-H", "Range: bytes=100-"}, 206, 3},  // but a counted visitor may resume
-  };
-  EXPECT_EQ(200, get("/share.cgi?ssid=lim").status);
-  for (size_t i = 1; i < sizeof steps / sizeof steps[0]; ++i) {
-    agent_ = steps[i].agent;
-    Response r = get(dl, steps[i].extra);
-    EXPECT_EQ(steps[i].status, r.status) << "step " << i << "\n" << r.head;
-    EXPECT_EQ(steps[i].count_after, count("lim")) << "step " << i;
-  }
-}
-
-TEST_F(ShareTest, CurlResumeGivesTheSameBytesAndOneCount) {
   add({"resume", "/Public/docs/report 1.pdf", "--download-limit", "5"});
-  start();
-  const std::string out = root_.path("/out.pdf");
-  const std::string url = server_->url("/share.cgi?ssid=resume&dl=1");
-  RunResult first = run_program(curl_, {"-s", "-A", "R", "-r", "0-4999", "-o", out, url}, root_);
-  ASSERT_EQ(0, first.status);
-  RunResult rest = run_program(curl_, {"-s", "-A", "R", "-C", "-", "-o", out, url}, root_);
-  ASSERT_EQ(0, rest.status) << rest.err;
+  EXPECT_EQ(200, get("?ssid=lim").status);  // the page itself counts nothing
+  struct Step { Args extra; int status, count_after; };  // -A first: the visitor
+  const Step steps[] = {
+      {{"-A", "A", "-I"}, 200, 0},
+      {{"-A", "A", "-H", "Range: bytes=99999-"}, 416, 0},
+      {{"-A", "A", "-H", "Range: bytes=0-99"}, 206, 1},  // from byte 0: counts
+      {{"-A", "A"}, 200, 1},                              // the same visitor within the hour
+      {{"-A", "A", "-H", "If-None-Match: *"}, 304, 1},
+      {{"-A", "Googlebot/2.1"}, 403, 1},
+      {{"-A", "B", "-H", "Range: bytes=5-"}, 206, 1},  // under the limit, not from 0: not counted
+      {{"-A", "B"}, 200, 2},
+      {{"-A", "C"}, 200, 3},
+      {{"-A", "D"}, 410, 3},
+      {{"-A", "D", "-H", "Range: bytes=1-"}, 410, 3},    // a range cannot get around the limit
+      {{"-A", "A", "-H", "Range: bytes=100-"}, 206, 3},  // but a counted visitor may resume
+  };
+  for (const Step& s : steps) {
+    EXPECT_EQ(s.status, get("?ssid=lim&dl=1", s.extra).status) << "step " << &s - steps;
+    EXPECT_EQ(s.count_after, count("lim")) << "step " << &s - steps;
+  }
+  // curl's own resume: the same bytes, one count.
+  ASSERT_EQ(5000, get("?ssid=resume&dl=1", {"-A", "R", "-r", "0-4999"}, "/out.pdf").received);
+  EXPECT_EQ(206, get("?ssid=resume&dl=1", {"-A", "R", "-C", "-"}, "/out.pdf").status);
   EXPECT_TRUE(root_.read("/out.pdf") == report_) << root_.read("/out.pdf").size();
   EXPECT_EQ(1, count("resume"));
 }
 
 TEST_F(ShareTest, AccessCodeCookieAndThrottling) {
   add({"coded", "/Public/docs/report 1.pdf", "--accesscode", "s3cret"});
-  start();
-  const std::string page = "/share.cgi?ssid=coded";
-  Response form = get(page);
-  EXPECT_EQ(200, form.status);
-  EXPECT_NE(std::string::npos, form.body.find("name=\"code\""));
-  EXPECT_EQ(403, get(page + "&dl=1").status);
-  EXPECT_EQ(200, get(page + "&code=s3cret").status);  // the query string is no way in
-  EXPECT_EQ(std::string::npos, get(page + "&code=s3cret").body.find("Download"));
-  Response wrong = get(page, {"--data", "code=guess-one"});
-  EXPECT_EQ(403, wrong.status);
-  EXPECT_EQ(std::string::npos, wrong.body.find("guess-one"));
+  add({"other", "/Public/folder", "--accesscode", "pw"});
+  auto log_in = [&](const std::string& code) {  // the Set-Cookie of a good code
+    Download r = get("?ssid=coded", {"--data", "code=" + code});
+    return r.status == 303 ? r.header("set-cookie") : "no 303: " + r.head;
+  };
+  EXPECT_PRED2(has, get("?ssid=coded").body, "name=\"code\"");
+  EXPECT_EQ(403, get("?ssid=coded&dl=1").status);
+  Download query = get("?ssid=coded&code=s3cret");  // the query string is no way in
+  EXPECT_EQ(200, query.status); EXPECT_FALSE(has(query.body, "Download"));
+  Download wrong = get("?ssid=coded", {"--data", "code=guess-one"});
+  EXPECT_EQ(403, wrong.status); EXPECT_FALSE(has(wrong.body, "guess-one"));
 
-  Response ok = get(page, {"--data", "code=s3cret"});
-  ASSERT_EQ(303, ok.status);
-  const std::string set = ok.header("set-cookie");
+  const std::string set = log_in("s3cret"), cookie = set.substr(0, set.find(';'));
   for (const char* flag : {"; HttpOnly", "; SameSite=Lax", "; Path=/share.cgi", "; Max-Age=43200"}) {
-    EXPECT_NE(std::string::npos, set.find(flag)) << set;
+    EXPECT_PRED2(has, set, flag);
   }
-  EXPECT_EQ(std::string::npos, set.find("Secure"));
-  const std::string cookie = set.substr(0, set.find(';'));
-  EXPECT_EQ(200, get(page + "&dl=1", {"-b", cookie}).status);
-  EXPECT_EQ(403, get(page + "&dl=1", {"-b", cookie + "0"}).status);  // a forged value
+  EXPECT_FALSE(has(set, "Secure")); EXPECT_EQ(200, get("?ssid=coded&dl=1", {"-b", cookie}).status);
+  EXPECT_EQ(403, get("?ssid=coded&dl=1", {"-b", cookie + "0"}).status);  // a forged value
 
-  sql("UPDATE SHARELINK_EVENT SET accesscode = 'n3w' WHERE pkey = 'coded'");
-  EXPECT_NE(std::string::npos, get(page, {"-b", cookie}).body.find("name=\"code\""));
-  const std::string fresh = log_in("coded", "n3w");
-
-  for (int i = 0; i < 4; ++i) EXPECT_EQ(403, get(page, {"--data", "code=x"}).status) << i;
-  Response slow = get(page, {"--data", "code=n3w"});
+  store_exec(root_, "UPDATE SHARELINK_EVENT SET accesscode = 'n3w' WHERE pkey = 'coded'");
+  EXPECT_PRED2(has, get("?ssid=coded", {"-b", cookie}).body, "name=\"code\"");
+  const std::string again = log_in("n3w"), fresh = again.substr(0, again.find(';'));
+  for (int i = 0; i < 4; ++i) EXPECT_EQ(403, get("?ssid=coded", {"--data", "code=x"}).status) << i;
+  Download slow = get("?ssid=coded", {"--data", "code=n3w"});
   EXPECT_EQ(429, slow.status);
   const int wait = atoi(slow.header("retry-after").c_str());
-  EXPECT_TRUE(wait > 0 && wait <= 900) << wait;
-  EXPECT_EQ(429, get(page).status);
-  EXPECT_EQ(200, get(page + "&dl=1", {"-b", fresh}).status);  // a valid cookie is never throttled
+  EXPECT_TRUE(wait > 0 && wait <= 900) << wait; EXPECT_EQ(429, get("?ssid=coded").status);
+  EXPECT_EQ(200, get("?ssid=coded&dl=1", {"-b", fresh}).status);  // a valid cookie is never throttled
 
-  add({"other", "/Public/folder", "--accesscode", "pw"});
-  for (int i = 0; i < 15; ++i) EXPECT_EQ(404, get("/share.cgi?ssid=guess" + std::to_string(i)).status);
-  EXPECT_EQ(429, get("/share.cgi?ssid=other").status);
-  EXPECT_EQ(429, get("/share.cgi?ssid=guess99").status);
-  EXPECT_EQ(200, get("/share.cgi?ssid=folder").status);  // a link without a code stays open
+  for (int i = 0; i < 15; ++i) EXPECT_EQ(404, get("?ssid=guess" + std::to_string(i)).status);
+  EXPECT_EQ(429, get("?ssid=other").status); EXPECT_EQ(429, get("?ssid=guess99").status);
+  EXPECT_EQ(200, get("?ssid=folder").status);  // a link without a code stays open
 
   RunResult audit = run_program(ctl_binary(), {"audit", "coded"}, root_);
   EXPECT_EQ(0, audit.status);
-  EXPECT_NE(std::string::npos, audit.out.find("\tbad-code\n"));
-  EXPECT_NE(std::string::npos, audit.out.find("\tdownload\n"));
-  EXPECT_EQ(std::string::npos, audit.out.find("guess99"));
+  EXPECT_TRUE(has(audit.out, "\tbad-code\n") && has(audit.out, "\tdownload\n")) << audit.out;
+  EXPECT_FALSE(has(audit.out, "guess99"));
   for (const std::string& text : {audit.out, root_.read("/web/logs/error.log"),
                                   run_program(ctl_binary(), {"audit"}, root_).out}) {
-    EXPECT_EQ(std::string::npos, text.find("s3cret"));
-    EXPECT_EQ(std::string::npos, text.find("guess-one"));
+    EXPECT_FALSE(has(text, "s3cret") || has(text, "guess-one")) << text;
   }
 }
 
-TEST_F(ShareTest, NothingOutsideTheShareIsServed) {
-  root_.mkdirs("/share/VOL1/Public/folder/empty");
-  ASSERT_EQ(0, symlink(root_.path("/share/VOL1/Secret").c_str(),
-                       root_.path("/share/VOL1/Public/folder/out").c_str()));
-  ASSERT_EQ(0, symlink("../../Secret/s.txt", root_.path("/share/VOL1/Public/folder/s.txt").c_str()));
-  ASSERT_EQ(0, mkfifo(root_.path("/share/VOL1/Public/folder/pipe").c_str(), 0644));
-  add({"multi", "/Public/docs", "--fid", "f1:/Public/folder/a.txt", "--fid", "f2:/Public/docs"});
-  start();
-  const std::string not_found = get("/share.cgi?ssid=nosuch").body;
-  const std::string base = "/share.cgi?ssid=folder&dl=1&path=";
-  const std::vector<std::string> targets = {
-      base + "../../Secret/s.txt", base + "..%2F..%2FSecret%2Fs.txt",
-      base + "%2e%2e/%2e%2e/Secret/s.txt", base + "sub/../../../Secret/s.txt",
-      base + "/etc/passwd", base + "%2Fetc%2Fpasswd",
-      base + "..%5C..%5CSecret%5Cs.txt", base + "sub%5Cb.txt", base + "out/s.txt", base + "s.txt",
-      base + "pipe", base + "sub", base + "empty", base + "nosuch.txt",
-      "/share.cgi?ssid=folder&path=..", "/share.cgi?ssid=report&path=a.txt",
-      "/share.cgi?ssid=multi&fid=f9&dl=1", "/share.cgi?ssid=multi&fid=f2&dl=1",
-      "/share.cgi?ssid=multi&fid=f1&path=a.txt&dl=1", "/share.cgi?ssid=multi&dl=1",
-  };
-  for (const std::string& t : targets) {
-    Response r = get(t);
-    EXPECT_EQ(404, r.status) << t;
-    EXPECT_EQ(not_found, r.body) << t;
-  }
-  EXPECT_EQ("deeper", get(base + "sub/b.txt").body);
-  EXPECT_EQ("inside", get("/share.cgi?ssid=multi&fid=f1&dl=1").body);
-  EXPECT_NE(std::string::npos, get("/share.cgi?ssid=multi").body.find("fid=f1&amp;dl=1"));
-}
-
+// The folder swapped for a link to outside, again and again, while served.
 TEST_F(ShareTest, FolderSwappedForALinkNeverLeadsOut) {
+  const std::string folder = root_.path(std::string(kZipPublic) + "/folder/");
+  const std::string dir = folder + "race", parked = folder + "parked", link = folder + "link";
   put("/folder/race/s.txt", "inside");
-  const std::string dir = root_.path("/share/VOL1/Public/folder/race");
-  const std::string parked = root_.path("/share/VOL1/Public/folder/parked");
-  const std::string link = root_.path("/share/VOL1/Public/folder/link");
   ASSERT_EQ(0, symlink(root_.path("/share/VOL1/Secret").c_str(), link.c_str()));
-  start();
   std::atomic<bool> stop{false};
   std::thread swapper([&] {
     while (!stop) {
-      rename(dir.c_str(), parked.c_str());
-      rename(link.c_str(), dir.c_str());
-      rename(dir.c_str(), link.c_str());
-      rename(parked.c_str(), dir.c_str());
+      rename(dir.c_str(), parked.c_str()), rename(link.c_str(), dir.c_str());
+      rename(dir.c_str(), link.c_str()), rename(parked.c_str(), dir.c_str());
     }
   });
   for (int i = 0; i < 25; ++i) {
-    Response r = get("/share.cgi?ssid=folder&dl=1&path=race/s.txt");
-    EXPECT_EQ(std::string::npos, r.body.find(kSecret));
-    EXPECT_TRUE(r.status == 200 || r.status == 404) << r.status;
+    Download r = get("?ssid=folder&dl=1&path=race/s.txt");
+    EXPECT_FALSE(has(r.body, kSecret)); EXPECT_TRUE(r.status == 200 || r.status == 404) << r.status;
   }
-  stop = true;
-  swapper.join();
-  EXPECT_EQ("inside", get("/share.cgi?ssid=folder&dl=1&path=race/s.txt").body);
+  stop = true, swapper.join();
+  EXPECT_EQ("inside", get("?ssid=folder&dl=1&path=race/s.txt").body);
 }
 
-TEST_F(ShareTest, HostileNamesAreEscapedEverywhere) {
+TEST_F(ShareTest, NamesEscapedAndListsPaged) {
   put("/folder/<img src=x onerror=alert(1)>.txt", "xss");
   for (int i = 0; i < 205; ++i) put("/big/f" + std::to_string(1000 + i), "x");
-  root_.mkdirs(std::string(kPublic) + "/big/zdir");
-  add({"big", "/Public/big"});
-  start();
-  Response list = get("/share.cgi?ssid=folder");
-  EXPECT_EQ(std::string::npos, list.body.find("<img src=x"));
-  EXPECT_NE(std::string::npos, list.body.find("&lt;img src=x onerror=alert(1)&gt;.txt"));
-  EXPECT_LT(list.body.find(">sub/<"), list.body.find(">a.txt<"));  // folders first
-  Response page0 = get("/share.cgi?ssid=big");
-  Response page1 = get("/share.cgi?ssid=big&page=1");
+  root_.mkdirs(std::string(kZipPublic) + "/big/zdir"); add({"big", "/Public/big"});
+  const std::string list = get("?ssid=folder").body;
+  EXPECT_FALSE(has(list, "<img src=x"));
+  EXPECT_PRED2(has, list, "&lt;img src=x onerror=alert(1)&gt;.txt");
+  EXPECT_LT(list.find(">sub/<"), list.find(">a.txt<"));  // folders first
+  const std::string page0 = get("?ssid=big").body, page1 = get("?ssid=big&page=1").body;
   auto rows = [](const std::string& body) {
     size_t n = 0;
     for (size_t p = body.find("<tr><td>"); p != std::string::npos; p = body.find("<tr><td>", p + 1)) ++n;
     return n;
   };
-  EXPECT_EQ(200u, rows(page0.body));
-  EXPECT_EQ(6u, rows(page1.body));
-  EXPECT_NE(std::string::npos, page0.body.find(">zdir/<"));
-  EXPECT_NE(std::string::npos, page0.body.find("page=1\">Next"));
-  EXPECT_NE(std::string::npos, page1.body.find("page=0\">Previous"));
-}
+  EXPECT_EQ(200u, rows(page0)); EXPECT_EQ(6u, rows(page1));
+  EXPECT_TRUE(has(page0, ">zdir/<") && has(page0, "page=1\">Next")) << page0;
+  EXPECT_PRED2(has, page1, "page=0\">Previous");
 
-TEST_F(ShareTest, RegistryLinksAndXSendfile) {
-  root_.write("/etc/config/shareFileEx.ini",
-              std::string("reg1\thost\tx\t0\t") + kPublic + "/folder/a.txt\tx\t0\tx\tx\n" +
-                  "reg2\thost\tx\t0\t" + kPublic + "/folder/a.txt\tx\t1000\tx\tx\n");
-  start(true);
-  EXPECT_EQ(200, get("/share.cgi?ssid=reg1").status);
-  EXPECT_EQ("inside", get("/share.cgi?ssid=reg1&dl=1").body);
-  EXPECT_EQ(410, get("/share.cgi?ssid=reg2").status);
-  Response sent = get("/share.cgi?ssid=report&dl=1");
-  EXPECT_TRUE(sent.body == report_) << sent.body.size();
-  EXPECT_FALSE(sent.has("x-sendfile"));
-  EXPECT_EQ("sandbox", sent.header("content-security-policy"));
-  EXPECT_EQ(1, count("report"));
 }
 
 TEST(ShareCgiProgram, AnyRequestGetsASafeAnswer) {
   ApplianceRoot root;
-  root.write("/etc/config/smb.conf", std::string("[Public]\npath = ") + kPublic + "\n");
-  ASSERT_EQ(0, run_program(ctl_binary(), {"init"}, root).status);
-  root.write(std::string(kPublic) + "/f/a.txt", "inside");
-  root.write(std::string(kPublic) + "/f/evil\r\nX-Injected: 1\".txt", "crlf");
-  ASSERT_EQ(0, run_program(ctl_binary(), {"add", "f", "/Public/f", "--creator", "admin"}, root).status);
-  struct Case {
-    std::string query;
-    std::string status;
-  } cases[] = {
-      {"ssid=f&dl=1&path=a.txt%00", "404"},       {"ssid=f&dl=1&path=a.txt%00.jpg", "404"},
-      {"ssid=f&dl=1&path=%00", "404"},            {"ssid=f%00&dl=1&path=a.txt", "404"},
-      {"ssid=f&dl=1&path=a.txt", "206"},          {"ssid=f&dl=1&path=sub%5C..%5Ca.txt", "404"},
-      {"ssid=f&&&=&dl&path", "200"},              {"ssid=f&page=-5", "200"},
+  zip_prepare_root(root);
+  const std::string dir = std::string(kZipPublic) + "/f/";
+  root.write(dir + "a.txt", "inside"); root.write(dir + "evil\r\nX-Injected: 1\".txt", "crlf");
+  ASSERT_EQ(0, share_add(root, {"f", "/Public/f"}));
+  const std::string crlf = "ssid=f&dl=1&path=evil%0D%0AX-Injected%3A%201%22.txt";
+  struct Case { std::string query, status; };
+  const Case cases[] = {
+      {"ssid=f&dl=1&path=a.txt%00", "404"},        {"ssid=f&dl=1&path=a.txt%00.jpg", "404"},
+      {"ssid=f&dl=1&path=%00", "404"},             {"ssid=f%00&dl=1&path=a.txt", "404"},
+      {"ssid=f&dl=1&path=a.txt", "206"},           {"ssid=f&dl=1&path=sub%5C..%5Ca.txt", "404"},
+      {"ssid=f&&&=&dl&path", "200"},               {"ssid=f&page=-5", "200"},
       {"ssid=f&page=99999999999999999999", "200"}, {"ssid=" + std::string(70000, 'k'), "404"},
-      {"ssid=f&dl=1&path=" + std::string(5000, 'a'), "404"},
-      {"ssid=f&dl=1&path=evil%0D%0AX-Injected%3A%201%22.txt", "206"},
+      {"ssid=f&dl=1&path=" + std::string(5000, 'a'), "404"}, {crlf, "206"},
+  };
+  auto cgi = [&](const std::string& query, std::map<std::string, std::string> env) {
+    env.insert({{"QUERY_STRING", query}, {"REQUEST_METHOD", "GET"}});
+    return run_program(SLT_BUILD_DIR "/share.cgi", {}, root, env);
   };
   for (const Case& c : cases) {
-    RunResult r = run_program(SLT_BUILD_DIR "/share.cgi", {}, root,
-                              {{"QUERY_STRING", c.query},
-                               {"REQUEST_METHOD", "GET"},
-                               {"REMOTE_ADDR", "2001:db8::1"},
-                               {"HTTP_RANGE", "bytes=0-"},
-                               {"HTTP_COOKIE", "slt_share_x=1.2.3; ;;=="}});
-    EXPECT_EQ(0, r.status) << c.query.substr(0, 80);
-    EXPECT_EQ(0u, r.out.find("Status: " + c.status)) << c.query.substr(0, 80) << r.out.substr(0, 200);
-    std::string head = r.out.substr(0, r.out.find("\r\n\r\n"));
-    EXPECT_EQ(std::string::npos, head.find("\nX-Injected")) << head;
+    RunResult r = cgi(c.query, {{"REMOTE_ADDR", "2001:db8::1"}, {"HTTP_RANGE", "bytes=0-"},
+                                {"HTTP_COOKIE", "slt_share_x=1.2.3; ;;=="}});
+    SCOPED_TRACE(c.query.substr(0, 80));
+    EXPECT_EQ(0, r.status);
+    EXPECT_EQ(0u, r.out.find("Status: " + c.status)) << r.out.substr(0, 200);
+    EXPECT_FALSE(has(r.out.substr(0, r.out.find("\r\n\r\n")), "\nX-Injected"));
   }
-  RunResult crlf = run_program(SLT_BUILD_DIR "/share.cgi", {}, root,
-                               {{"QUERY_STRING", cases[11].query}, {"REQUEST_METHOD", "GET"}});
-  EXPECT_NE(std::string::npos,
-            crlf.out.find("\r\nContent-Disposition: attachment; filename=\"evilX-Injected: 1.txt\"; "
-                          "filename*=UTF-8''evil%0D%0AX-Injected%3A%201%22.txt\r\n"));
-  EXPECT_EQ("crlf", crlf.out.substr(crlf.out.find("\r\n\r\n") + 4));
-  RunResult handed = run_program(SLT_BUILD_DIR "/share.cgi", {}, root,
-                                 {{"QUERY_STRING", "ssid=f&dl=1&path=a.txt"},
-                                  {"REQUEST_METHOD", "GET"},
-                                  {"SHARE_X_SENDFILE", "1"}});
-  const std::string tail = "\r\nX-Sendfile: " + root.path(std::string(kPublic) + "/f/a.txt") + "\r\n\r\n";
-  ASSERT_GE(handed.out.size(), tail.size());
-  EXPECT_EQ(tail, handed.out.substr(handed.out.size() - tail.size()));
+  RunResult named = cgi(crlf, {});
+  EXPECT_PRED2(has, named.out, "\r\nContent-Disposition: attachment; filename=\"evilX-Injected: 1.txt\"; "
+                               "filename*=UTF-8''evil%0D%0AX-Injected%3A%201%22.txt\r\n");
+  EXPECT_EQ("crlf", named.out.substr(named.out.find("\r\n\r\n") + 4));
+  const std::string sent = cgi("ssid=f&dl=1&path=a.txt", {{"SHARE_X_SENDFILE", "1"}}).out;
+  const std::string tail = "\r\nX-Sendfile: " + root.path(dir + "a.txt") + "\r\n\r\n";
+  EXPECT_EQ(tail, sent.substr(sent.size() - std::min(sent.size(), tail.size())));
+}
+
+TEST_F(ShareTest, ZipThreeReadersAcceptTheArchives) {
+  if (!fotos()) GTEST_SKIP() << "7z or unzip is not installed";
+  add({"pair", "/Public/Fotos/Grüße.txt", "--fid", "1:/Public/Fotos/Grüße.txt", "--fid",
+       "2:/Public/Fotos/空/東京 1.jpg"});
+  struct Case { std::string query, filename, folder; Args files; };
+  const Case cases[] = {
+      {"?ssid=fotos&zip=1", "Fotos.zip", fotos_, {}},
+      {"?ssid=fotos&zip=1&path=%E7%A9%BA", "%E7%A9%BA.zip", fotos_ + "/空", {}},
+      {"?ssid=fotos&zip=1&path=hollow", "hollow.zip", fotos_ + "/hollow", {}},
+      {"?ssid=pair&zip=1", "Gr", fotos_, {fotos_ + "/Grüße.txt", fotos_ + "/空/東京 1.jpg"}},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.query);
+    Download d = save(c.query);
+    ASSERT_EQ(200, d.status) << d.head; EXPECT_EQ("application/zip", d.header("content-type"));
+    EXPECT_PRED2(has, d.header("content-disposition"), c.filename); EXPECT_EQ(d.length, d.received);
+    EXPECT_EQ("", zip_readers_verdict(root_, "/web/got", c.folder, c.files));
+  }
+  Download head = save("?ssid=fotos&zip=1", {"-I"});
+  EXPECT_EQ(200, head.status); EXPECT_GT(head.length, 70000);
+  EXPECT_EQ(3, count("fotos"));  // one per archive, subfolders too, none by HEAD
+  EXPECT_EQ(1, count("pair"));
+  const std::string page = get("?ssid=fotos").body;
+  EXPECT_TRUE(has(page, "Download all (.zip, 1 MiB)") && has(page, "ssid=fotos&amp;zip=1")) << page;
+}
+
+// An archive gets exactly the answer a single file of the same link would.
+TEST_F(ShareTest, ZipTheGateHoldsForArchives) {
+  if (!fotos()) GTEST_SKIP() << "7z or unzip is not installed";
+  add({"gone", "/Public/Fotos", "--expire", "1000", "--createtic", "900"});
+  add({"coded", "/Public/Fotos", "--accesscode", "s3cret"});
+  add({"used", "/Public/Fotos", "--download-limit", "1"});
+  EXPECT_EQ(200, save("?ssid=used&zip=1").status);
+  struct Case { std::string query; Args curl; int status; };
+  const Case cases[] = {
+      {"?ssid=gone", {}, 410},           {"?ssid=coded", {}, 403}, {"?ssid=coded", {"--data", "code=wrong"}, 403},
+      {"?ssid=nosuch", {}, 404},         {"?ssid=fotos&path=..%2FSecret", {}, 404},
+      {"?ssid=fotos&path=out", {}, 404}, {"?ssid=used", {}, 410},  // the limit reached above
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.query);
+    Download dl = save(c.query + (c.query == "?ssid=used" ? "&path=empty.bin" : "") + "&dl=1", c.curl);
+    const std::string dl_body = root_.read("/web/got");
+    Download zip = save(c.query + "&zip=1", c.curl);
+    EXPECT_EQ(c.status, zip.status) << zip.head; EXPECT_EQ(dl.status, zip.status);
+    EXPECT_EQ(dl_body, root_.read("/web/got"));
+  }
+  EXPECT_EQ(1, count("used")); EXPECT_EQ(0, count("coded"));
+}
+
+TEST_F(ShareTest, ZipAFourthStreamWaits) {
+  if (!fotos()) GTEST_SKIP() << "7z or unzip is not installed";
+  root_.write(fotos_ + "/big.bin", "");
+  ASSERT_EQ(0, truncate(root_.path(fotos_ + "/big.bin").c_str(), 64 << 20));
+  std::vector<pid_t> slow;
+  for (int i = 0; i < 3; ++i) {
+    if ((slow.emplace_back(fork())) == 0) {
+      execl("/usr/bin/curl", "curl", "-s", "--limit-rate", "64k", "-o", "/dev/null", "-A", "Mozilla/5.0",
+            server_->url("/share.cgi?ssid=fotos&zip=1").c_str(), static_cast<char*>(nullptr));
+      _exit(127);
+    }
+  }
+  auto busy_slots = [&] {  // slots a stream holds locked
+    int n = 0;
+    for (int i = 0; i < 3; ++i) {
+      UniqueFd fd(open(root_.path("/etc/config/share_zip_slot." + std::to_string(i)).c_str(), O_RDONLY));
+      n += fd.get() >= 0 && flock(fd.get(), LOCK_SH | LOCK_NB) != 0;
+    }
+    return n;
+  };
+  for (int tries = 0; tries < 300 && busy_slots() < 3; ++tries) usleep(100 * 1000);
+  ASSERT_EQ(3, busy_slots());
+  Download busy = save("?ssid=fotos&zip=1&path=hollow");
+  EXPECT_EQ(503, busy.status) << busy.head; EXPECT_EQ("30", busy.header("retry-after"));
+  for (pid_t pid : slow) kill(pid, SIGKILL), waitpid(pid, nullptr, 0);
+  int again = 0;  // a slot is free once a stream ends
+  for (int tries = 0; tries < 100 && again != 200; ++tries) {
+    usleep(100 * 1000), again = save("?ssid=fotos&zip=1&path=hollow").status;
+  }
+  EXPECT_EQ(200, again);
 }
 
 }  // namespace

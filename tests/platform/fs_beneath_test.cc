@@ -5,51 +5,33 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <string>
 
 #include "platform/os.h"
 #include "support/appliance.h"
 
 namespace {
 
-long no_openat2(int, const char*, void*, size_t) {
-  errno = ENOSYS;
-  return -1;
-}
-
-std::string read_fd(int fd) {
-  char buf[64];
-  ssize_t n = read(fd, buf, sizeof buf);
-  return n > 0 ? std::string(buf, static_cast<size_t>(n)) : std::string();
-}
-
+// Both ways of opening: openat2, and the walk used where the kernel lacks it.
 TEST(FsBeneath, OpensInsideAndRefusesEveryWayOut) {
   ApplianceRoot root;
   ScopedEnv env{{{"SHARELINK_ROOT", root.dir()}}};
-  root.write("/share/P/dir/a.txt", "inside");
-  root.write("/share/P/secret.txt", "outside");
+  root.write("/share/P/dir/a.txt", "inside"), root.write("/share/P/secret.txt", "outside");
   ASSERT_EQ(0, symlink(root.path("/share/P").c_str(), root.path("/share/P/dir/abs").c_str()));
   ASSERT_EQ(0, symlink("..", root.path("/share/P/dir/up").c_str()));
   ASSERT_EQ(0, symlink("../secret.txt", root.path("/share/P/dir/s.txt").c_str()));
-  struct Case {
-    const char* rel;
-    bool opens;
-  } cases[] = {
-      {"a.txt", true},          {"./a.txt", true},         {"", true},
-      {"../secret.txt", false}, {"/share/P/secret.txt", false}, {"abs/secret.txt", false},
-      {"up/secret.txt", false}, {"s.txt", false},          {"x/../a.txt", false},
-      {"nosuch", false},
-  };
-  for (bool fallback : {false, true}) {
-    if (fallback) os.openat2 = no_openat2;
+  for (bool walk : {false, true}) {
+    if (walk) os.openat2 = [](int, const char*, void*, size_t) -> long { return errno = ENOSYS, -1; };
     UniqueFd dir(fs_open_dir("/share/P/dir"));
     ASSERT_GE(dir.get(), 0);
-    for (const Case& c : cases) {
-      UniqueFd fd(fs_open_beneath(dir.get(), c.rel, O_RDONLY));
-      EXPECT_EQ(c.opens, fd.get() >= 0) << c.rel << (fallback ? " (walk)" : " (openat2)");
-      if (fd.get() >= 0 && std::string(c.rel).find("a.txt") != std::string::npos) {
-        EXPECT_EQ("inside", read_fd(fd.get()));
-      }
+    for (const char* rel : {"a.txt", "./a.txt", ""}) {  // "" is the folder itself
+      UniqueFd fd(fs_open_beneath(dir.get(), rel, O_RDONLY));
+      char buf[16] = {};
+      ASSERT_GE(fd.get(), 0) << rel << walk;
+      EXPECT_EQ(*rel ? "inside" : "", std::string(buf, std::max(0L, read(fd.get(), buf, sizeof buf)))) << rel;
+    }
+    for (const char* rel : {"../secret.txt", "/share/P/secret.txt", "abs/secret.txt", "up/secret.txt",
+                            "s.txt", "x/../a.txt", "nosuch"}) {
+      EXPECT_LT(UniqueFd(fs_open_beneath(dir.get(), rel, O_RDONLY)).get(), 0) << rel << walk;
     }
   }
   os_reset();

@@ -1,6 +1,5 @@
-// share.cgi's archives behind lighttpd, for the zip tests: a server whose
-// CGI runs under GNU time (peak RSS to /web/rss), downloads to a file with
-// curl, and the three readers' verdict.
+// Share links behind the real lighttpd for the share and zip tests: a root
+// with the Public share, lighttpd over share.cgi, curl, the zip readers.
 #ifndef SLT_TESTS_SUPPORT_ZIP_SHARE_H_
 #define SLT_TESTS_SUPPORT_ZIP_SHARE_H_
 
@@ -11,38 +10,29 @@
 #include "support/appliance.h"
 #include "support/web_server.h"
 
-// The public share's folder in the zip tests' roots.
-extern const char kZipPublic[];
+extern const char kZipPublic[];  // the Public share's folder
 
-// smb.conf for the share and an initialised store.
-void zip_prepare_root(const ApplianceRoot& root);
+void zip_prepare_root(const ApplianceRoot& root);  // smb.conf for the share, the store
+int share_add(const ApplianceRoot& root, std::vector<std::string> args);  // add ARGS --creator admin
+int share_count(const ApplianceRoot& root, const std::string& key);       // its download count
 
-// lighttpd over share.cgi, which it runs through /usr/bin/time when
-// measure is set. The response body is streamed to the client as the
-// CGI writes it (no buffering of whole archives in the server).
+// lighttpd streaming share.cgi's answers as written; with measure, the CGI
+// runs under GNU time.
 std::unique_ptr<WebServer> zip_server(const ApplianceRoot& root, bool measure);
 
-struct Download {
-  int status = 0;
-  std::string head;         // header lines as received, lower-case names
-  long long length = -1;    // Content-Length
-  long long received = -1;  // bytes written to the file
-  std::string header(const std::string& name) const;
+struct Download : Response {
+  long long length = -1, received = -1;  // Content-Length, bytes written to the file
 };
-
-// curl's GET of url into the root's file `ap` (extra arguments first).
-Download zip_fetch(const ApplianceRoot& root, const std::string& url, const std::string& ap,
+// curl's GET (extra arguments after the defaults); the body to the root's
+// file `ap`, or into `body` when ap is "".
+Download zip_fetch(const ApplianceRoot& root, const std::string& url, const std::string& ap = "",
                    const std::vector<std::string>& extra = {});
 
-// check_zip.py's verdict on the archive at appliance path `ap` against the
-// folder at `folder_ap` (or exactly `files`): "" when all three readers
-// accept it byte for byte, else the problems.
-std::string zip_readers_verdict(const ApplianceRoot& root, const std::string& ap,
-                                const std::string& folder_ap,
+// check_zip.py on the archive `ap` against the folder `folder_ap` (or exactly
+// `files`): "" when all three readers accept it byte for byte, else why not.
+std::string zip_readers_verdict(const ApplianceRoot& root, const std::string& ap, const std::string& folder_ap,
                                 const std::vector<std::string>& files = {});
 
-// Peak RSS in KiB of the last measured CGI run (waited for, then taken
-// away), -1 when none.
-long zip_last_rss_kib(const ApplianceRoot& root);
+long zip_last_rss_kib(const ApplianceRoot& root);  // the last measured run's peak RSS, taken away
 
 #endif  // SLT_TESTS_SUPPORT_ZIP_SHARE_H_
