@@ -1,3 +1,4 @@
+// Parser corners of the registry's field and URL readers; whole-file behaviour is in e2e/registry_test.
 #include "registry/fields.h"
 
 #include <gtest/gtest.h>
@@ -5,111 +6,84 @@
 #include <cstring>
 #include <string>
 
+#include "registry/share_url.h"
+#include "support/appliance.h"
+
 namespace {
 
 unsigned g_seed = 12345;
 unsigned next() { return (g_seed = g_seed * 1103515245u + 12345u) >> 16; }
+const size_t kAll = std::string::npos;
 
 TEST(GetField, Table) {
   const std::string line = "id\thost\t\tx\t/share/a\tf6\t0\tf8\tv9\tlast\n";
-  const struct {
-    std::string line;
-    size_t len;  // npos: the whole line
-    int n;
-    const char* delim;
-    size_t size;
-    int result;
-    const char* out;  // what the buffer ("keep" before) holds after
-  } cases[] = {
-      {line, std::string::npos, 1, "\t", 256, 1, "id"},
-      {line, std::string::npos, 3, "\t", 256, 1, "x"},  // the empty field does not count
-      {line, std::string::npos, 4, "\t", 256, 1, "/share/a"},
-      {line, std::string::npos, 9, "\t", 256, 1, "last\n"},
-      {line, std::string::npos, 10, "\t", 256, -1, "keep"},
-      {"\t\tfirst\tsecond", std::string::npos, 1, "\t", 256, 1, "first"},
+  // out: what the buffer ("keep" before) holds after.
+  const struct { std::string line; size_t len; int n; const char* delim; size_t size; int result; const char* out; } cases[] = {
+      {line, kAll, 3, "\t", 256, 1, "x"},  // the empty field does not count
+      {line, kAll, 9, "\t", 256, 1, "last\n"},
+      {line, kAll, 10, "\t", 256, -1, "keep"},
+      {"\t\tfirst\tsecond", kAll, 1, "\t", 256, 1, "first"},
       {"ab\tcd", 3, 2, "\t", 16, -1, "keep"},  // only len bytes are looked at
       {"ab\tcd", 1, 1, "\t", 16, 1, "a"},
-      {"a\tb", std::string::npos, 0, "\t", 8, 1, ""},
-      {"", std::string::npos, 3, "\t", 8, 1, ""},
-      {"a\tb", std::string::npos, 1, nullptr, 8, -1, "keep"},
-      {"\t\t", std::string::npos, 1, "\t", 8, -1, "keep"},
-      {"12345678\tx", std::string::npos, 1, "\t", 8, -1, "keep"},  // refused, not cut
-      {"1234567\tx", std::string::npos, 1, "\t", 8, 1, "1234567"},
-      {"a,b;;c", std::string::npos, 3, ",;", 8, 1, "c"},  // the delimiter is a set
+      {"a\tb", kAll, 0, "\t", 8, 1, ""},
+      {"", kAll, 3, "\t", 8, 1, ""},
+      {"a\tb", kAll, 1, nullptr, 8, -1, "keep"},
+      {"\t\t", kAll, 1, "\t", 8, -1, "keep"},
+      {"12345678\tx", kAll, 1, "\t", 8, -1, "keep"},  // refused, not cut
+      {"1234567\tx", kAll, 1, "\t", 8, 1, "1234567"},
+      {"a,b;;c", kAll, 3, ",;", 8, 1, "c"},  // the delimiter is a set
   };
   for (const auto& c : cases) {
+    SCOPED_TRACE(c.line + " " + std::to_string(c.n));
     char buf[256] = "keep";
-    size_t len = c.len == std::string::npos ? c.line.size() : c.len;
-    EXPECT_EQ(c.result, get_field(buf, c.size, c.n, c.line.c_str(), len, c.delim)) << c.line << " " << c.n;
-    EXPECT_STREQ(c.out, buf) << c.line << " " << c.n;
+    EXPECT_EQ(c.result, get_field(buf, c.size, c.n, c.line.c_str(), c.len == kAll ? c.line.size() : c.len, c.delim));
+    EXPECT_STREQ(c.out, buf);
   }
 }
 
-// get_field scans in place; it must agree with strtok_r on a copy.
-TEST(GetField, AgreesWithStrtokOnACopy) {
-  const char alphabet[] = "ab\t,\n";
+// get_field scans in place and must agree with strtok_r on a copy; FieldReader must give, field
+// after field (now and then one asked again or lower), what get_field gives for each.
+TEST(GetField, AgreesWithStrtokAndFieldReader) {
   for (int round = 0; round < 2000; ++round) {
     std::string line;
-    for (unsigned len = next() % 12; len > 0; --len) line += alphabet[next() % 5];
+    for (unsigned len = next() % 12; len > 0; --len) line += "ab\t,\n"[next() % 5];
     const char* delim = (round % 3 == 0) ? "\t," : "\t";
-    size_t line_len = line.empty() ? 0 : next() % (line.size() + 1);
-    int n = static_cast<int>(next() % 5);
-    size_t size = 1 + next() % 4;
+    size_t line_len = line.empty() ? 0 : next() % (line.size() + 1), size = 1 + next() % 4;
+    int n = static_cast<int>(next() % 5), expected = 1;
     std::string expected_out;
-    int expected = 1;
     if (line_len != 0 && n != 0) {
       std::string copy = line.substr(0, line_len);
       char* save = nullptr;
       char* tok = strtok_r(&copy[0], delim, &save);
       for (int i = 1; i < n && tok != nullptr; ++i) tok = strtok_r(nullptr, delim, &save);
-      if (tok == nullptr || strlen(tok) >= size) {
-        expected = -1;
-      } else {
-        expected_out = tok;
-      }
+      if (tok == nullptr || strlen(tok) >= size) expected = -1; else expected_out = tok;
     }
     char out[8] = "";
-    int got = get_field(out, size, n, line.c_str(), line_len, delim);
-    ASSERT_EQ(expected, got) << "line '" << line << "' len " << line_len << " n " << n;
-    if (got == 1) {
-      EXPECT_EQ(expected_out, out);
-    }
+    ASSERT_EQ(expected, get_field(out, size, n, line.c_str(), line_len, delim)) << line << "|" << line_len << " " << n;
+    if (expected == 1) EXPECT_EQ(expected_out, out);
   }
-}
-
-// FieldReader must give, field after field, what get_field gives for each.
-TEST(FieldReader, AgreesWithGetFieldFieldAfterField) {
-  const char alphabet[] = "ab\t\t\n";
   for (int round = 0; round < 3000; ++round) {
     std::string line;
-    for (unsigned len = next() % 14; len > 0; --len) line += alphabet[next() % 5];
+    for (unsigned len = next() % 14; len > 0; --len) line += "ab\t\t\n"[next() % 5];
     if (next() % 8 == 0 && !line.empty()) line[next() % line.size()] = '\0';
     size_t line_len = line.empty() ? 0 : next() % (line.size() + 1);
     FieldReader reader(line.c_str(), line_len, '\t');
-    // Mostly increasing field numbers, now and then one asked again or lower.
-    int n = -1;
-    for (int ask = 0; ask < 4; ++ask) {
+    for (int ask = 0, n = -1; ask < 4; ++ask) {
       n = next() % 6 == 0 ? static_cast<int>(next() % 3) - 1 : n + 1 + static_cast<int>(next() % 3);
       size_t size = 1 + next() % 4;
       char want[8] = "x", got[8] = "x";
-      int expected = get_field(want, size, n, line.data(), line_len, "\t");
-      ASSERT_EQ(expected, reader.get(got, size, n)) << "round " << round << " n " << n;
-      ASSERT_STREQ(want, got) << "round " << round << " n " << n;
+      ASSERT_EQ(get_field(want, size, n, line.data(), line_len, "\t"), reader.get(got, size, n)) << round << " " << n;
+      ASSERT_STREQ(want, got) << round << " " << n;
     }
   }
 }
 
 TEST(CountFields, CountsItemsWithOrWithoutTrailingDelimiter) {
   const std::string many(65536, ',');  // the count is 16 bits wide
-  const struct {
-    std::string text;
-    size_t len;
-    const char* delim;
-    size_t delim_len;
-    uint16_t count;
-  } cases[] = {{"a,b", 3, ",", 1, 2}, {"a,b,", 4, ",", 1, 2}, {",,", 2, ",", 1, 2}, {"one", 3, ",", 1, 1},
-               {",", 1, ",", 1, 1},   {"a,,b", 4, ",", 1, 3}, {"a,b", 0, ",", 1, 0}, {"a,b", 3, ",", 0, 0},
-               {"a::b", 4, "::", 2, 2}, {many, many.size(), ",", 1, 0}};
+  const struct { std::string text; size_t len; const char* delim; size_t delim_len; uint16_t count; } cases[] = {
+      {"a,b", 3, ",", 1, 2}, {"a,b,", 4, ",", 1, 2}, {",,", 2, ",", 1, 2}, {"one", 3, ",", 1, 1},
+      {",", 1, ",", 1, 1},   {"a,,b", 4, ",", 1, 3}, {"a,b", 0, ",", 1, 0}, {"a,b", 3, ",", 0, 0},
+      {"a::b", 4, "::", 2, 2}, {many, many.size(), ",", 1, 0}};
   for (const auto& c : cases) {
     uint16_t n = 99;
     EXPECT_EQ(1, count_fields(&n, c.text.c_str(), c.len, c.delim, c.delim_len)) << c.text.substr(0, 8);
@@ -117,19 +91,10 @@ TEST(CountFields, CountsItemsWithOrWithoutTrailingDelimiter) {
   }
 }
 
-// replace_field counts empty fields (unlike get_field), drops the newline or
-// trailing delimiter of the field it replaces, and writes nothing (the
-// buffer keeps "#") when it cannot.
+// replace_field counts empty fields (unlike get_field), drops the newline or trailing delimiter of
+// the field it replaces, and writes nothing (the buffer keeps "#") when it cannot.
 TEST(ReplaceField, Table) {
-  const struct {
-    const char* line;
-    int n;
-    const char* value;
-    size_t size;
-    const char* delim;
-    int result;
-    const char* out;
-  } cases[] = {
+  const struct { const char* line; int n; const char* value; size_t size; const char* delim; int result; const char* out; } cases[] = {
       {"id\t\tthird\n", 2, "H", 64, "\t", 1, "id\tH\tthird\n"},
       {"id\t\tthird\n", 3, "T", 64, "\t", 1, "id\t\tT"},
       {"a\tb\t", 1, "X", 64, "\t", 1, "X\tb"},
@@ -149,6 +114,37 @@ TEST(ReplaceField, Table) {
         << c.line << " " << c.n;
     EXPECT_STREQ(c.out, buf) << c.line << " " << c.n;
   }
+}
+
+// The URL parser's length limits and never-cleared outputs (the hosts of ordinary URLs and the
+// secure port's effect are pinned by e2e/registry_test's rewrites).
+TEST(ShareUrl, LimitsAndOutputsOverwrittenNeverCleared) {
+  ApplianceRoot root;
+  ScopedEnv env{{{"SHARELINK_ROOT", root.dir()}}};
+  share_url_forget_port();
+  char host[513], ssid[96];
+  const struct { std::string url; std::string host, ssid; } cases[] = {
+      {"https", "", ""},
+      // A host beyond the 511 bytes looked at: no separator, no host.
+      {"http://" + std::string(2000, 'h') + ":1/?ssid=" + std::string(300, 'i'), "", std::string(95, 'i')},
+      {"http://" + std::string(500, 'h') + ":1/?ssid=x", std::string(500, 'h'), "x"},
+  };
+  for (const auto& c : cases) {
+    memset(host, 0, sizeof host);
+    memset(ssid, 0, sizeof ssid);
+    EXPECT_EQ(0, parse_share_url(c.url.c_str(), host, sizeof host, ssid, sizeof ssid)) << c.url.substr(0, 60);
+    EXPECT_EQ(c.host, host) << c.url.substr(0, 60);
+    EXPECT_EQ(c.ssid, ssid) << c.url.substr(0, 60);
+  }
+  memset(host, 0, sizeof host);
+  EXPECT_EQ(0, parse_share_url("http://longhostname:80/share.cgi?ssid=LONGID", host, sizeof host, ssid, sizeof ssid));
+  EXPECT_EQ(0, parse_share_url("http://ab:80/share.cgi?ssid=XY", host, sizeof host, ssid, sizeof ssid));
+  // Without "ssid=" or a separator nothing is written; empty and null URLs fail.
+  EXPECT_EQ(0, parse_share_url("http://nohost/share.cgi?id=1", host, sizeof host, ssid, sizeof ssid));
+  EXPECT_EQ(-1, parse_share_url("", host, sizeof host, ssid, sizeof ssid));
+  EXPECT_EQ(-1, parse_share_url(nullptr, host, sizeof host, ssid, sizeof ssid));
+  EXPECT_STREQ("abnghostname", host);
+  EXPECT_STREQ("XYNGID", ssid);
 }
 
 }  // namespace
