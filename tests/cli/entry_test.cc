@@ -1,6 +1,6 @@
-// What the entry puts into RunContext. The registry is given a line too
-// short for the refresh, so the refresh fails and no action runs: the
-// fields stay as the command line set them.
+// What the entry puts into RunContext, with its bounds. The registry holds a line too short for the
+// refresh, so no action runs and the fields stay as the command line set them. Exit statuses are
+// checked end to end in e2e/entry_test.
 #include "cli/entry.h"
 
 #include <gtest/gtest.h>
@@ -17,6 +17,7 @@ namespace {
 class EntryTest : public ::testing::Test {
  protected:
   void SetUp() override { root.write("/etc/config/shareFileEx.ini", "id\thost\n"); }
+  void TearDown() override { run({}); }
   int run(std::vector<std::string> args) {
     free(g_run_context.link_ids);  // the entry deliberately keeps it
     g_run_context.link_ids = nullptr;
@@ -26,7 +27,6 @@ class EntryTest : public ::testing::Test {
     argv.push_back(nullptr);
     return sharelink_main(static_cast<int>(args.size()), argv.data());
   }
-  void TearDown() override { run({}); }
 
   ApplianceRoot root;
   ScopedEnv env{{{"SHARELINK_ROOT", root.dir()}}};
@@ -44,13 +44,12 @@ TEST_F(EntryTest, MailArgumentsAndTheirBounds) {
   EXPECT_EQ(3, c.recipients_len);
   EXPECT_EQ(4, c.subject_len);
   EXPECT_EQ(3, c.message_len);
-  // Released at exit; the slots are emptied.
-  EXPECT_EQ(nullptr, c.recipients);
+  EXPECT_EQ(nullptr, c.recipients);  // released at exit, the slots emptied
   EXPECT_EQ(nullptr, c.mail_line2);
   EXPECT_STREQ("personal-account", c.account_type);
   EXPECT_EQ(std::string(64, 'p'), c.personal_account);
   EXPECT_EQ(std::string(255, 's'), c.sender);
-  // Argument 9 and on may be missing or empty.
+  // Argument 9 and on may be empty or missing.
   EXPECT_EQ(0, run({"1", "1", "0", "id", "a@b", "s", "m", "----", "", "", "", ""}));
   EXPECT_STREQ("", c.account_type);
   EXPECT_STREQ("", c.sender);
@@ -74,10 +73,7 @@ TEST_F(EntryTest, RewriteArgumentsDefaultWhenEmptyOrMissing) {
   EXPECT_EQ(1, c.new_expire);
   EXPECT_EQ(0, run({"4", "x", "1", "u", "1700000000"}));
   EXPECT_EQ(1700000000, c.new_expire);
-}
-
-TEST_F(EntryTest, ModeThreeOptionParsingRestartsOnEveryRun) {
-  // A parser left where the last run stopped would see no option here.
+  // Option parsing restarts on every run: a parser left where the last run stopped sees no option.
   for (auto args : {std::vector<std::string>{"3", "-m"}, {"3", "-x"}, {"3", "-s", "1", "-q"}}) {
     EXPECT_EQ(1, run(args)) << args.back();
   }

@@ -1,6 +1,5 @@
-// The tool's command line end to end: exit statuses and which runs refresh
-// the registry first. Hostile and oversized command lines are in
-// hostile_input_test.cc.
+// The tool's exit statuses and which runs refresh the registry first (hostile and oversized command
+// lines are in hostile_input_test.cc).
 #include <gtest/gtest.h>
 
 #include <string>
@@ -10,18 +9,13 @@
 
 namespace {
 
-const char kRegistry[] = "/etc/config/shareFileEx.ini";
-const std::string kKept = "K1\th\t-\t0\t/share/Public/a.txt\t-\t0\t-\tv\t-\n";
-const std::string kStale = "S1\th\t-\t0\t/share/Public/gone.txt\t-\t0\t-\tv\t-\n";
-
 TEST(Entry, StatusesAndWhichRunsRefreshTheRegistry) {
+  const char kRegistry[] = "/etc/config/shareFileEx.ini";
+  const std::string kept = "K1\th\t-\t0\t/share/Public/a.txt\t-\t0\t-\tv\t-\n";
+  const std::string stale = "S1\th\t-\t0\t/share/Public/gone.txt\t-\t0\t-\tv\t-\n";
   ApplianceRoot root;
   root.write("/share/Public/a.txt", "a");
-  struct {
-    std::vector<std::string> args;
-    int status;
-    bool refreshes;
-  } cases[] = {
+  const struct { std::vector<std::string> args; int status; bool refreshes; } cases[] = {
       {{}, 1, false},
       {{"3", "-x"}, 1, false},
       {{"3", "-m"}, 1, false},
@@ -42,14 +36,14 @@ TEST(Entry, StatusesAndWhichRunsRefreshTheRegistry) {
   for (const auto& c : cases) {
     std::string shown;
     for (const auto& a : c.args) shown += a + " ";
-    root.write(kRegistry, kKept + kStale);
+    root.write(kRegistry, kept + stale);
     RunResult r = run_program(tool_binary(), c.args, root);
     EXPECT_EQ(c.status, r.status) << shown;
     EXPECT_EQ("", r.out + r.err) << shown;
-    EXPECT_EQ(c.refreshes ? kKept : kKept + kStale, root.read(kRegistry)) << shown;
+    EXPECT_EQ(c.refreshes ? kept : kept + stale, root.read(kRegistry)) << shown;
   }
   // A failed refresh skips the action and still exits 0.
-  const std::string broken = kKept + "short\tline\n";
+  const std::string broken = kept + "short\tline\n";
   root.write(kRegistry, broken);
   EXPECT_EQ(0, run_program(tool_binary(), {"2", "http://h:1/share.cgi?ssid=K1"}, root).status);
   EXPECT_EQ(broken, root.read(kRegistry));
