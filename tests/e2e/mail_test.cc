@@ -39,14 +39,13 @@ class MailRun : public ::testing::Test {
                                        "while [ -e \"$d/$i.args\" ]; do i=$((i+1)); done\n"
                                        "printf '%s\\n' \"$@\" > \"$d/$i.args\"\ncat > \"$d/$i.msg\"\n");
     make_store(root_);
+    add_link("AAA", "/Public/docs/report.pdf", "Report");
+    add_link("BBB", "/Public/b.txt", "Bee");
   }
   void add_link(const std::string& id, const std::string& sharefile, const std::string& name, int expire = 0,
                 const std::string& host = "nas.example") {
     FixtureLink l(id, host);
-    l.sharefile = sharefile;
-    l.link_name = name;
-    l.createtic = static_cast<int>(time(nullptr)) - 1000;
-    l.expire = expire;
+    l.sharefile = sharefile, l.link_name = name, l.createtic = static_cast<int>(time(nullptr)) - 1000, l.expire = expire;
     insert_links(root_, {l});
   }
   // Runs mode 1, which prints nothing and leaves no message file behind.
@@ -77,7 +76,6 @@ class MailRun : public ::testing::Test {
 
 // The shipped template with every placeholder filled; one link is not numbered.
 TEST_F(MailRun, OneLinkGivesTheWholeMessageUnnumbered) {
-  add_link("AAA", "/Public/docs/report.pdf", "Report");
   MailArgs a;
   a.message = "Hello Bob,\nhere it is.";
   run(a);
@@ -99,8 +97,6 @@ TEST_F(MailRun, OneLinkGivesTheWholeMessageUnnumbered) {
 }
 
 TEST_F(MailRun, BodyLinesFollowTheIdsAndTheDetailLines) {
-  add_link("AAA", "/Public/docs/report.pdf", "Report");
-  add_link("BBB", "/Public/b.txt", "Bee");
   add_link("CCC", "/Public/pics/c.jpg", "Sea");
   add_link("DDD", "/Public/d.txt", "");
   const std::string numbered = "Hello<br>\n1. " + a_href("AAA") + "Report</a><br>\n2. " + a_href("BBB") + "b.txt</a><br>\n";
@@ -132,25 +128,21 @@ TEST_F(MailRun, BodyLinesFollowTheIdsAndTheDetailLines) {
 
 TEST_F(MailRun, MissingLinksAndNoneAtNoneSendNothingButExpiredLinksGo) {
   int now = static_cast<int>(time(nullptr));
-  add_link("AAA", "/Public/a.txt", "Report");
   add_link("OLD", "/Public/old.txt", "Old", now - 60);
   add_link("NEW", "/Public/new.txt", "New", now + 3600);
   MailArgs a;
   a.ids = "AAA,ZZZ";
   run(a);
-  a.ids = "AAA";
-  a.to = "none@none";
+  a.ids = "AAA"; a.to = "none@none";
   run(a);
   EXPECT_FALSE(sent(1));
-  EXPECT_EQ("AAA,NEW", store_value(root_, "SELECT group_concat(pkey) FROM (SELECT pkey FROM SHARELINK_EVENT ORDER BY pkey)"));
+  EXPECT_EQ("AAA,BBB,NEW", store_value(root_, "SELECT group_concat(pkey) FROM (SELECT pkey FROM SHARELINK_EVENT ORDER BY pkey)"));
 }
 
 TEST_F(MailRun, RecipientsSendersAndAccounts) {
-  add_link("AAA", "/Public/a.txt", "Report");
   root_.write("/etc/config/ssmtp/ssmtp.conf", "# alert account\nAuthUser = mailer\n");
   MailArgs a;
-  a.to = "a@x.example, b@x.example";
-  a.sender = "carol@x.example";
+  a.to = "a@x.example, b@x.example"; a.sender = "carol@x.example";
   run(a);
   EXPECT_EQ("-au\nmailer\n-t\n", args(1));
   EXPECT_TRUE(has_line(1, "To: \"a\" <a@x.example>"));
@@ -163,14 +155,10 @@ TEST_F(MailRun, RecipientsSendersAndAccounts) {
   EXPECT_TRUE(has_line(3, "From: \"xBcc: victim@example.org\" <xBcc: victim@example.org>"));
   EXPECT_EQ(std::string::npos, msg(3).find("\nBcc:"));
   EXPECT_EQ(std::string::npos, msg(3).find('\r'));
-  a.to = "bob@x.example";
-  a.sender = "";
-  a.account = "personal";
-  a.personal = "root";
+  a.to = "bob@x.example"; a.sender = ""; a.account = "personal"; a.personal = "root";
   run(a);
   EXPECT_EQ("-u\n0\n-t\n", args(4));
-  a.to = "a@x.example,b@x.example";
-  a.personal = "no-such-user-slt";
+  a.to = "a@x.example,b@x.example"; a.personal = "no-such-user-slt";
   run(a);
   a.account = a.personal = "";
   root_.write("/etc/config/Korvix.conf", "[Alert]\nSMTP Server = 192.0.2.25\nSMTP Enable = 0\n");
@@ -181,7 +169,6 @@ TEST_F(MailRun, RecipientsSendersAndAccounts) {
 // Unknown placeholders are dropped, the company line goes on other models, and a long subject is
 // cut to whole characters within 512 bytes before it is encoded (190 of 300 two-byte letters).
 TEST_F(MailRun, TemplatePlaceholdersCompanyLineAndSubjectCut) {
-  add_link("AAA", "/Public/a.txt", "Report");
   root_.write(kTemplate, "To: $MAIL_TO$\nX-Note: [$NOT_A_NAME$] $5\nSubject: $MAIL_SUBJECT_TXT$\n\n$CONTENT$--$VEXA$--\n");
   const std::string head = "To: \"bob\" <bob@x.example>\nX-Note: [] $5\nSubject: Links\n\nHello<br>\n" + a_href("AAA") + "Report</a><br>\n--";
   run(MailArgs());
@@ -233,13 +220,10 @@ TEST_F(MailRun, DeliversThroughMsmtpToARealSmtpServer) {
   if (system("/usr/bin/python3 -c 'import aiosmtpd' >/dev/null 2>&1") != 0) GTEST_SKIP() << "python3-aiosmtpd is not installed";
   root_.write("/srv/smtpd.py", kSmtpServer);
   root_.mkdirs("/srv/inbox");
-  std::vector<std::string> argv_s = {"/usr/bin/python3", root_.path("/srv/smtpd.py"), root_.path("/srv/inbox"),
-                                     root_.path("/srv/port")};
-  std::vector<char*> argv;
-  for (auto& s : argv_s) argv.push_back(&s[0]);
-  argv.push_back(nullptr);
+  std::string script = root_.path("/srv/smtpd.py"), inbox = root_.path("/srv/inbox"), portfile = root_.path("/srv/port");
+  char* argv[] = {const_cast<char*>("/usr/bin/python3"), &script[0], &inbox[0], &portfile[0], nullptr};
   pid_t pid = -1;
-  ASSERT_EQ(0, posix_spawn(&pid, argv[0], nullptr, nullptr, argv.data(), environ));
+  ASSERT_EQ(0, posix_spawn(&pid, argv[0], nullptr, nullptr, argv, environ));
   struct Reaper {  // the server is always stopped and reaped
     pid_t pid;
     ~Reaper() { kill(pid, SIGTERM), waitpid(pid, nullptr, 0); }
@@ -252,11 +236,8 @@ TEST_F(MailRun, DeliversThroughMsmtpToARealSmtpServer) {
   root_.script("/usr/sbin/sendmail", "case \"$1\" in -au|-u) shift 2 ;; esac\n"
                                      "exec /usr/bin/msmtp -C \"$SHARELINK_ROOT/etc/msmtprc\" \"$@\"\n");
   root_.write("/etc/config/ssmtp/ssmtp.conf", "AuthUser = mailer\n");
-  add_link("AAA", "/Public/docs/report.pdf", "Report");
-  add_link("BBB", "/Public/b.txt", "Bee");
   MailArgs a;
-  a.ids = "AAA,BBB";
-  a.subject = "Grüße aus Köln – Dateien";
+  a.ids = "AAA,BBB"; a.subject = "Grüße aus Köln – Dateien";
   run(a);
   ASSERT_TRUE(root_.exists("/srv/inbox/1.eml")) << "no message arrived";
   EXPECT_FALSE(root_.exists("/srv/inbox/2.eml"));

@@ -1,12 +1,11 @@
-// The share registry end to end: the refresh before every mode, mode 2's deletions and mode 4's
-// rewrites, run through the real tool and compared byte for byte.
+// The share registry end to end: the tool's exit statuses and which runs refresh the registry
+// first, the refresh, mode 2's deletions and mode 4's rewrites, compared byte for byte. Hostile and
+// oversized command lines are in hostile_input_test.cc.
 #include <dirent.h>
 #include <gtest/gtest.h>
 
 #include <ctime>
 #include <set>
-#include <string>
-#include <vector>
 
 #include "support/appliance.h"
 
@@ -121,6 +120,43 @@ TEST_F(RegistryE2E, RewriteTable) {
     EXPECT_EQ(c.after + other, registry()) << c.args[2];
     root.remove("/etc/config/Korvix.conf");
   }
+}
+
+TEST_F(RegistryE2E, ExitStatusesAndWhichRunsRefreshTheRegistry) {
+  const std::string kept = entry("K1", kA), stale = entry("S1", "/share/Public/gone.txt");
+  const struct { std::vector<std::string> args; int status; bool refreshes; } cases[] = {
+      {{}, 1, false},
+      {{"3", "-x"}, 1, false},
+      {{"3", "-m"}, 1, false},
+      {{"3", "-m", "6", "-u"}, 1, false},
+      {{"3", "-m", "5", "-s", "0", "-n", "20", "-u", "alice", "-f", "x"}, 0, false},
+      {{"3"}, 0, false},
+      {{"1", "1", "0", "id", "a@b", "subj", "msg"}, 3, false},
+      {{"1", "1", "0", "id", "nobody", "subj", "msg", "line1"}, 2, false},
+      {{"2"}, 4, false},
+      {{"7"}, 0, true},
+      {{"0"}, 0, true},
+      {{"-1"}, 0, true},
+      {{"abc"}, 0, true},
+      {{"4"}, 0, true},
+      {{"1", "1", "0", "K1", "a@b", "subj", "msg", "line1"}, 0, true},
+      {{"2", "http://h:1/share.cgi?ssid=none"}, 0, true},
+  };
+  for (const auto& c : cases) {
+    std::string shown;
+    for (const auto& a : c.args) shown += a + " ";
+    root.write(kRegistry, kept + stale);
+    RunResult r = run_program(tool_binary(), c.args, root);
+    EXPECT_EQ(c.status, r.status) << shown;
+    EXPECT_EQ("", r.out + r.err) << shown;
+    EXPECT_EQ(c.refreshes ? kept : kept + stale, root.read(kRegistry)) << shown;
+  }
+  // A failed refresh skips the action and still exits 0.
+  const std::string broken = kept + "short\tline\n";
+  root.write(kRegistry, broken);
+  EXPECT_EQ(0, run_program(tool_binary(), {"2", "http://h:1/share.cgi?ssid=K1"}, root).status);
+  EXPECT_EQ(broken, root.read(kRegistry));
+  EXPECT_FALSE(root.exists(std::string(kRegistry) + ".del"));
 }
 
 }  // namespace
