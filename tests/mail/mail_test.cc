@@ -6,10 +6,7 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
-#include <string>
-#include <vector>
 
 #include "mail/mail_delivery.h"
 #include "mail/share_mail.h"
@@ -35,9 +32,8 @@ class Mail : public ::testing::Test {
     root_.write(kMailTemplatePath, "To: $MAIL_TO$\n\n$CONTENT$\n");
     root_.script(kMailProgramPath, kStandIn);
   }
-  ~Mail() override {
+  ~Mail() override {  // no path leaves its message file behind
     os_reset();
-    // No path leaves its message file behind.
     DIR* d = opendir(root_.path("/tmp").c_str());
     while (dirent* e = d ? readdir(d) : nullptr) EXPECT_NE(0, strncmp(e->d_name, "share_mail.html.", 16));
     if (d) closedir(d);
@@ -96,9 +92,7 @@ TEST_F(Mail, DeliverStopsAtTheFirstFailureAndNeedsARecipient) {
 
 TEST_F(Mail, ComposeResultFollowsTheLastPassAndTheFirstFailure) {
   make_store(root_);
-  FixtureLink l("AAA");
-  l.createtic = static_cast<int>(time(nullptr)) - 1000;
-  insert_links(root_, {l});
+  insert_links(root_, {FixtureLink("AAA")});
   const struct { const char* ids; const char* to; int result; const char* last; } cases[] = {
       {",,", "none@none", -20, nullptr},
       {"NULL,AAA", "none@none", 0, "AAA"},
@@ -112,12 +106,9 @@ TEST_F(Mail, ComposeResultFollowsTheLastPassAndTheFirstFailure) {
   for (const auto& c : cases) {
     std::string ids = c.ids, to = c.to, message = "Hi";
     ctx_ = RunContext{};
-    ctx_.link_ids = &ids[0];
-    ctx_.link_ids_len = static_cast<int32_t>(ids.size());
-    ctx_.recipients = &to[0];
-    ctx_.recipients_len = static_cast<int32_t>(to.size());
-    ctx_.message = &message[0];
-    ctx_.message_len = 2;
+    ctx_.link_ids = &ids[0], ctx_.link_ids_len = static_cast<int32_t>(ids.size());
+    ctx_.recipients = &to[0], ctx_.recipients_len = static_cast<int32_t>(to.size());
+    ctx_.message = &message[0], ctx_.message_len = 2;
     EXPECT_EQ(c.result, compose_share_mail(&ctx_)) << c.ids << " " << c.to;
     if (c.last != nullptr) EXPECT_STREQ(c.last, ctx_.ssid) << c.ids;
   }
@@ -137,8 +128,7 @@ TEST_F(Mail, LookupPausesOnlyAfterAPurge) {
   ASSERT_EQ(0, rmdir(store_file(root_).c_str()));
   make_store(root_);
   FixtureLink live("AAA"), old("OLD");
-  live.link_name = "Report";
-  live.expire = static_cast<int>(time(nullptr)) + 3600;
+  live.link_name = "Report", live.expire = static_cast<int>(time(nullptr)) + 3600;
   old.expire = static_cast<int>(time(nullptr)) - 10;
   insert_links(root_, {live});
   ShareLinkRecord rec{};

@@ -1,4 +1,4 @@
-// Registry writers under injected faults, and mode 2's item-by-item matching against a plain model.
+// Registry writers under injected faults, and the corners of mode 2's item-by-item matching.
 // Their ordinary output is checked byte for byte in e2e/registry_test.
 #include <dirent.h>
 #include <sys/stat.h>
@@ -9,8 +9,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <set>
-#include <string>
-#include <vector>
 
 #include "diag/syslog_report.h"
 #include "platform/os.h"
@@ -30,8 +28,7 @@ size_t full_fwrite(const void*, size_t, size_t, FILE*) { return errno = g_errno,
 int failing_fsync(int) { return errno = g_errno, -1; }
 // Fails the write of the line that holds "B2".
 size_t failing_line_fwrite(const void* d, size_t s, size_t n, FILE* f) {
-  if (n > 0 && memmem(d, n, "B2", 2) != nullptr) return errno = ENOSPC, 0;
-  return fwrite(d, s, n, f);
+  return n > 0 && memmem(d, n, "B2", 2) != nullptr ? (errno = ENOSPC, 0) : fwrite(d, s, n, f);
 }
 std::string line(const std::string& id, const char* path = "a.txt") {
   return id + "\th\t-\t0\t/share/Public/" + path + "\t-\t0\t-\tv\t-\n";
@@ -47,10 +44,8 @@ class Writers : public ::testing::Test {
     reset();
   }
   void TearDown() override {
-    os_reset();
+    reset("");
     set_syslog_report_observer(nullptr);
-    free(g_run_context.edit_input);
-    memset(&g_run_context, 0, sizeof g_run_context);
   }
   // A mode-4 (or mode-2) run for A1 unless `list` is given.
   void reset(const std::string& list = "http://h:80/share.cgi?ssid=A1") {
