@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <functional>
 
 #include "mail/mail_delivery.h"
 #include "mail/share_mail.h"
@@ -46,37 +47,37 @@ class Mail : public ::testing::Test {
   RunContext ctx_{};
 };
 
+// Each step changes the appliance and sends once; the stand-in keeps what reached it.
 TEST_F(Mail, SendReportsEachReasonForNotSending) {
-  EXPECT_EQ(2, send(""));
-  EXPECT_EQ(2, send(nullptr));
-  EXPECT_EQ(3 << 8, send("fail@x.example"));  // the raw wait status
-  EXPECT_TRUE(sent(1));
-  root_.write("/etc/config/Korvix.conf", "[Alert]\nSMTP Server = 192.0.2.25\nSMTP Enable = 0\n");
-  EXPECT_EQ(-1, send("bob@x.example"));
-  root_.write("/etc/config/Korvix.conf", "[Alert]\nSMTP Enable = 1\n");
-  EXPECT_EQ(1, send("bob@x.example"));
-  root_.write("/etc/config/Korvix.conf", kAlertOn);
-  snprintf(ctx_.account_type, sizeof ctx_.account_type, "personal");
-  snprintf(ctx_.personal_account, sizeof ctx_.personal_account, "no-such-user-slt");
-  EXPECT_EQ(-1, send("bob@x.example"));
-  ctx_ = RunContext{};
-  // A message file that cannot be written or flushed is not sent.
-  os.fopen = [](const char* path, const char* mode) -> FILE* {
-    return strstr(path, "share_mail.html.") ? (errno = ENOSPC, nullptr) : fopen(path, mode);
+  auto conf = [&](const char* text) { return [this, text] { root_.write("/etc/config/Korvix.conf", text); }; };
+  const struct { std::function<void()> change; const char* to; int result; } steps[] = {
+      {[] {}, "", 2},
+      {[] {}, nullptr, 2},
+      {[] {}, "fail@x.example", 3 << 8},  // the raw wait status
+      {conf("[Alert]\nSMTP Server = 192.0.2.25\nSMTP Enable = 0\n"), "bob@x.example", -1},
+      {conf("[Alert]\nSMTP Enable = 1\n"), "bob@x.example", 1},
+      {[this] {
+         root_.write("/etc/config/Korvix.conf", kAlertOn);
+         snprintf(ctx_.account_type, sizeof ctx_.account_type, "personal");
+         snprintf(ctx_.personal_account, sizeof ctx_.personal_account, "no-such-user-slt");
+       }, "bob@x.example", -1},
+      // A message file that cannot be written or flushed is not sent.
+      {[] { os.fopen = [](const char* p, const char* m) { return strstr(p, "share_mail.html.") ? (errno = ENOSPC, nullptr) : fopen(p, m); }; },
+       "bob@x.example", 3},
+      {[] { os.ferror = [](FILE*) { return 1; }; }, "bob@x.example", 3},
+      // Without a template the message is empty and goes out all the same.
+      {[this] { root_.remove(kMailTemplatePath); }, "bob@x.example", 0},
+      // A program that cannot be executed ends like a child that exited 1.
+      {[this] { root_.remove(kMailProgramPath); }, "bob@x.example", 1 << 8},
   };
-  EXPECT_EQ(3, send("bob@x.example"));
-  os_reset();
-  os.ferror = [](FILE*) { return 1; };
-  EXPECT_EQ(3, send("bob@x.example"));
-  os_reset();
-  EXPECT_FALSE(sent(2));
-  // Without a template the message is empty and goes out all the same.
-  root_.remove(kMailTemplatePath);
-  EXPECT_EQ(0, send("bob@x.example"));
+  for (const auto& step : steps) {
+    os_reset();
+    ctx_ = RunContext{};
+    step.change();
+    EXPECT_EQ(step.result, send(step.to)) << (step.to ? step.to : "null") << " expecting " << step.result;
+  }
+  EXPECT_TRUE(sent(2));
   EXPECT_EQ("", root_.read("/mailout/2.msg"));
-  // A program that cannot be executed ends like a child that exited 1.
-  root_.remove(kMailProgramPath);
-  EXPECT_EQ(1 << 8, send("bob@x.example"));
   EXPECT_FALSE(sent(3));
 }
 
@@ -110,7 +111,7 @@ TEST_F(Mail, ComposeResultFollowsTheLastPassAndTheFirstFailure) {
     ctx_.recipients = &to[0], ctx_.recipients_len = static_cast<int32_t>(to.size());
     ctx_.message = &message[0], ctx_.message_len = 2;
     EXPECT_EQ(c.result, compose_share_mail(&ctx_)) << c.ids << " " << c.to;
-    if (c.last != nullptr) EXPECT_STREQ(c.last, ctx_.ssid) << c.ids;
+    if (c.last != nullptr) { EXPECT_STREQ(c.last, ctx_.ssid) << c.ids; }
   }
   ctx_ = RunContext{};
   EXPECT_TRUE(sent(2));
