@@ -151,36 +151,32 @@ TEST(SlowConcurrency, EightProcessesShareOneStore) {
   int listings = 0, lookups = 0;
   std::set<std::string> inserted;
   std::vector<std::string> problems;
-  // A failed status, or a sanitizer's report on standard error.
-  auto check = [&](bool ok, const std::string& what, const RunResult& r) {
+  // Counts a run; a failed one, or a sanitizer's report on standard error, is a problem.
+  auto check = [&](bool ok, const std::string& what, const RunResult& r, int* count) {
     std::lock_guard<std::mutex> lock(mu);
     ok = ok && r.err.find("Sanitizer") == std::string::npos && r.err.find("runtime error") == std::string::npos;
     if (!ok && problems.size() < 20) problems.push_back(what + " " + std::to_string(r.status) + ": " + r.err.substr(0, 500));
+    if (count) ++*count;
   };
   std::atomic<int> next_key{0};
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
   auto worker = [&](int role) {
     while (std::chrono::steady_clock::now() < deadline) {
-      if (role < 3) {
+      if (role < 3) {  // every listing is a whole document
         RunResult r = run_program(tool_binary(), {"3", "-m", "6", "-s", "0", "-n", "20", "-u", "ann"}, root);
-        const std::string tail = "\t<ret>0</ret>\n";
-        r.err += "\n" + r.out;  // shown when the listing is not whole
-        check(r.status == 0 && r.out.compare(0, 8, "\t<count>") == 0 && r.out.size() >= tail.size() &&
-                  r.out.compare(r.out.size() - tail.size(), tail.size(), tail) == 0, "listing", r);
-        std::lock_guard<std::mutex> lock(mu);
-        ++listings;
+        const bool whole = r.out.compare(0, 8, "\t<count>") == 0 && r.out.size() > 14 &&
+                           r.out.substr(r.out.size() - 14) == "\t<ret>0</ret>\n";
+        check(r.status == 0 && whole, "listing", RunResult{r.status, "", r.err + "\n" + r.out}, &listings);
       } else if (role < 6) {
         std::string key = "New" + std::to_string(next_key++);
         RunResult r = run_program(ctl_binary(), {"add", key, "/Public/a.txt", "--creator", "Mirra:ann", "--link-name", key,
                                                  "--fid", "1:/Public/a.txt", "--recipient", "bob:bob@example.org"}, root);
-        check(r.status < 128, "add", r);
+        check(r.status < 128, "add", r, nullptr);
         std::lock_guard<std::mutex> lock(mu);
         if (r.status == 0) inserted.insert(key);
       } else {
         RunResult r = run_program(tool_binary(), {"1", "2", "0", "ConcA00,ConcA03", "none@none", "subject", "message", "----"}, root);
-        check(r.status == 0 && r.out.empty(), "lookup", r);
-        std::lock_guard<std::mutex> lock(mu);
-        ++lookups;
+        check(r.status == 0 && r.out.empty(), "lookup", r, &lookups);
       }
     }
   };
