@@ -70,20 +70,31 @@ TEST_F(RegistryE2E, RefreshDropsMissingPathsAndPastExpiriesOrAbortsOnUnreadableL
   }
 }
 
-// Mode 2 deletions. A ".del" file found under the lock was left by a killed run: its lines must not
-// come back in front of the new ones.
+// Mode 2 deletions: each line is matched item by item, each item parsed over the same never-cleared
+// id, so a shorter id keeps the tail of a longer one before it and an item without an id keeps the
+// one before. An empty item does not count, so the last counted item is missing; an item of 256
+// bytes cannot be read; a list that cannot be read whole changes nothing. A ".del" file found under
+// the lock was left by a killed run: its lines must not come back in front of the new ones.
 TEST_F(RegistryE2E, DeleteTable) {
   const std::string a = entry("AbC", kA), b = entry("DeF", kB), c = entry("GhI", kA), d = entry("AbCD", kB);
-  const struct { std::string list, after; bool killed_run; } cases[] = {
-      {"http://10.0.0.1:8080/share.cgi?ssid=AbC", b + c + d, false},
-      {"https://nas/share.cgi?ssid=GhI,http://h:1/share.cgi?fid=1&ssid=AbC,", b + d, false},
-      {"http://h:1/share.cgi?ssid=Nope", a + b + c + d, false},
-      {"", "", false},
-      {"http://h:1/share.cgi?ssid=AbC", b + c + d, true},
+  auto u = [](const std::string& id) { return "http://h:1/share.cgi?ssid=" + id; };
+  const std::string k1 = entry("K1", kA), k2 = entry("K2", kA), k3 = entry("K3", kA), ab = entry("ab", kA);
+  const struct { std::string before, list, after; bool killed_run; } cases[] = {
+      {a + b + c + d, "http://10.0.0.1:8080/share.cgi?ssid=AbC", b + c + d, false},
+      {a + b + c + d, "https://nas/share.cgi?ssid=GhI,http://h:1/share.cgi?fid=1&ssid=AbC,", b + d, false},
+      {a + b + c + d, u("Nope"), a + b + c + d, false},
+      {a + b + c + d, "", "", false},
+      {a + b + c + d, u("AbC"), b + c + d, true},
+      {ab + entry("abb", kA), u("abb") + "," + u("ab"), ab, false},
+      {ab + ab + entry("b", kA), u("ab") + "," + u("b"), entry("b", kA), false},
+      {k1 + k2 + k3 + k1, u("K2") + ",https://nas/share.cgi?fid=K3," + u("K1"), k3, false},
+      {k1 + k2 + k3, u("K1") + "," + u("K2") + "," + u(std::string(220, 'x')) + "," + u("K3"), k3, false},
+      {k1 + k2 + k3, u("K3") + ",," + u("K1"), k1 + k2 + k3, false},
+      {k1 + k2 + k3, u("K1") + "," + u(std::string(250, 'x')) + "," + u("K3"), k1 + k2 + k3, false},
   };
   for (const auto& k : cases) {
     if (k.killed_run) root.write("/etc/config/shareFileEx.ini.del", a + b + "DeF\tna");
-    root.write(kRegistry, a + b + c + d);
+    root.write(kRegistry, k.before);
     run({"2", k.list}, k.list);
     EXPECT_EQ(k.after, registry()) << k.list;
   }
