@@ -72,27 +72,6 @@ class MailRun : public ::testing::Test {
   ApplianceRoot root_;
 };
 
-// The shipped template with every placeholder filled; one link is not numbered.
-TEST_F(MailRun, OneLinkGivesTheWholeMessageUnnumbered) {
-  MailArgs a;
-  a.message = "Hello Bob,\nhere it is.";
-  run(a);
-  EXPECT_EQ("-t\n", args(1));
-  const time_t now = time(nullptr);
-  struct tm local;
-  std::string want = read_file(source_path("data/email.tpl"));
-  for (const auto& kv : std::vector<std::pair<std::string, std::string>>{
-           {"$MAIL_TO$", "\"bob\" <bob@x.example>"}, {"$MAIL_FROM$", "\"alerts\" <alerts@box.example>"},
-           {"$MAIL_SUBJECT$", "=?UTF-8?B?TGlua3M=?="}, {"$YEAR$", std::to_string(localtime_r(&now, &local)->tm_year + 1900)},
-           {"$CONTENT$", "Hello Bob,<br>here it is.<br>\n" + a_href("AAA") + "Report</a><br>\n"},
-           {"$VEXA$", "Vexa Systems Inc.\n"}}) {
-    ASSERT_NE(std::string::npos, want.find(kv.first));
-    want.replace(want.find(kv.first), kv.first.size(), kv.second);
-  }
-  EXPECT_EQ(want, msg(1));
-  EXPECT_FALSE(sent(2));
-}
-
 TEST_F(MailRun, BodyLinesFollowTheIdsAndTheDetailLines) {
   add_link("CCC", "/Public/pics/c.jpg", "Sea");
   add_link("DDD", "/Public/d.txt", "");
@@ -155,18 +134,26 @@ TEST_F(MailRun, MissingLinksNoneAtNoneRecipientsSendersAndAccounts) {
   EXPECT_FALSE(sent(5));
 }
 
-// Unknown placeholders are dropped, the company line goes on other models, and a long subject is
-// cut to whole characters within 512 bytes before it is encoded (190 of 300 two-byte letters).
+// Every placeholder filled, unknown ones dropped, one link unnumbered; the company line goes on
+// other models; a long subject is cut to whole characters within 512 bytes before it is encoded
+// (190 of 300 two-byte letters). The shipped template is checked through the real mail server below.
 TEST_F(MailRun, TemplatePlaceholdersCompanyLineAndSubjectCut) {
-  root_.write(kTemplate, "To: $MAIL_TO$\nX-Note: [$NOT_A_NAME$] $5\nSubject: $MAIL_SUBJECT_TXT$\n\n$CONTENT$--$VEXA$--\n");
-  const std::string head = "To: \"bob\" <bob@x.example>\nX-Note: [] $5\nSubject: Links\n\nHello<br>\n" + a_href("AAA") + "Report</a><br>\n--";
-  run(MailArgs());
+  root_.write(kTemplate, "To: $MAIL_TO$\nFrom: $MAIL_FROM$\nX-Note: [$NOT_A_NAME$] $YEAR$ $5\n"
+                         "Subject: $MAIL_SUBJECT_TXT$ $MAIL_SUBJECT$\n\n$CONTENT$--$VEXA$--\n");
+  const time_t now = time(nullptr);
+  struct tm local;
+  const std::string head = "To: \"bob\" <bob@x.example>\nFrom: \"alerts\" <alerts@box.example>\nX-Note: [] " +
+                           std::to_string(localtime_r(&now, &local)->tm_year + 1900) +
+                           " $5\nSubject: Links =?UTF-8?B?TGlua3M=?=\n\nHello Bob,<br>here it is.<br>\n" + a_href("AAA") + "Report</a><br>\n--";
+  MailArgs a;
+  a.message = "Hello Bob,\nhere it is.";
+  run(a);
+  EXPECT_EQ("-t\n", args(1));
   EXPECT_EQ(head + "Vexa Systems Inc.\n--\n", msg(1));
   root_.write("/etc/IS_G", "");
-  run(MailArgs());
+  run(a);
   EXPECT_EQ(head + "--\n", msg(2));
   root_.write(kTemplate, "Subject: $MAIL_SUBJECT$\n");
-  MailArgs a;
   a.subject = "";
   for (int i = 0; i < 300; ++i) a.subject += "é";
   run(a);
