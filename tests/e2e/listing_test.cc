@@ -100,27 +100,21 @@ TEST_F(ListingTest, FilterDisplayPathsAndPlaceholders) {
   EXPECT_EQ(page(1, row("---", ".", "---", "---", "---", "Unknown", "---", "0")), list({"-u", "ann", "-n", "5"}));
 }
 
-// Expired links go, links that never expire stay, whoever made them.
-TEST_F(ListingTest, ExpiredLinksGoLinksThatNeverExpireStay) {
-  FixtureLink old_link = link("K1", "Mirra:ann", "/Public/ann/a.txt", "old"), later = link("K3", "bob", "/Public/ann/a.txt", "later");
-  old_link.expire = static_cast<int>(time(nullptr) - 100);
-  later.expire = static_cast<int>(time(nullptr) + 3600);
-  insert_links(root, {old_link, link("K2", "Mirra:ann", "/Public/ann/a.txt", "forever"), later});
-  EXPECT_EQ(page(1, row("K2", "/Public/ann", "a.txt", url("K2"), "forever", "ann")), list({"-u", "ann", "-n", "5"}));
-  EXPECT_EQ("K2,K3", keys("SHARELINK_EVENT"));
-}
-
-// The clean-up removes the sync owner's links whose path is gone, with their rows in every table,
-// at most once a minute (a flag time in the future does not suppress it).
-TEST_F(ListingTest, CleanUpRemovesSyncOwnersLinksWhosePathIsGoneOncePerMinute) {
+// Expired links go whoever made them, links that never expire stay. The clean-up removes the sync
+// owner's links whose path is gone, with their rows in every table, at most once a minute (a flag
+// time in the future does not suppress it).
+TEST_F(ListingTest, ExpiredLinksGoAndCleanUpRemovesSyncOwnersLinksWhosePathIsGoneOncePerMinute) {
+  FixtureLink old_link = link("OLD", "Mirra:ann", "/Public/ann/a.txt", "old"), later = link("LATER", "bob", "/Public/ann/a.txt", "x");
+  old_link.expire = static_cast<int>(time(nullptr) - 100), later.expire = static_cast<int>(time(nullptr) + 3600);
   insert_links(root, {link("GONE", "Mirra:ann", "/Public/ann/missing.txt", "g"), link("KEEP", "ann", "/Public/ann/missing.txt", "k"),
-                      link("LIVE", "Mirra:ann", "/Public/ann/a.txt", "l")});
+                      link("LIVE", "Mirra:ann", "/Public/ann/a.txt", "forever"), old_link, later});
   insert_fids(root, {{"GONE", "f1", "/Public/ann/missing.txt"}, {"LIVE", "f2", "/Public/ann/a.txt"}});
   insert_users(root, {{"GONE", "carl", "d", "c@x.example"}, {"KEEP", "carl", "d", "c@x.example"}});
   store_exec(root, "INSERT INTO SHARELINK_ACX VALUES ('GONE', 'a1'), ('KEEP', 'a2');");
   root.remove("/tmp/.kdx_sf_clean_flag");
-  list({"-u", "ann"});
-  EXPECT_EQ("KEEP,LIVE", keys("SHARELINK_EVENT"));
+  EXPECT_EQ(page(1, row("LIVE", "/Public/ann", "a.txt", url("LIVE"), "forever", "ann")), list({"-u", "ann", "-n", "5"}));
+  EXPECT_EQ("KEEP,LATER,LIVE", keys("SHARELINK_EVENT"));
+  store_exec(root, "DELETE FROM SHARELINK_EVENT WHERE pkey = 'LATER';");
   EXPECT_EQ("LIVE", keys("SHARELINK_FID"));
   EXPECT_EQ("KEEP", keys("SHARELINK_USER"));
   EXPECT_EQ("KEEP", keys("SHARELINK_ACX"));
