@@ -107,23 +107,21 @@ TEST_F(RegistryE2E, RewriteTable) {
   const std::string other = entry("OtH", kB), https = "https://nas.example:8443/share.cgi?ssid=AbC";
   const std::string keep_host = "https://HOSTNAME/share.cgi?ssid=AbC";
   const struct { std::string before; std::vector<std::string> args; std::string after; bool other_port; } cases[] = {
-      {entry("AbC", kA), {"new value", "1", https, "0"}, entry("AbC", kA, "0", "nas.example:8443", "1", "new value"), false},
-      {entry("AbC", kA, "1900000000"), {"", "1", https, "1"}, entry("AbC", kA, "1900000000", "nas.example", "1"), true},
-      {entry("AbC", kA, "0", "nas", "1"), {"", "1", "http://10.0.0.5:8080/share.cgi?ssid=AbC", "1900000000"},
+      {entry("AbC", kA), {"4", "new value", "1", https, "0"}, entry("AbC", kA, "0", "nas.example:8443", "1", "new value"), false},
+      {entry("AbC", kA, "1900000000"), {"4", "", "1", https, "1"}, entry("AbC", kA, "1900000000", "nas.example", "1"), true},
+      {entry("AbC", kA, "0", "nas", "1"), {"4", "", "1", "http://10.0.0.5:8080/share.cgi?ssid=AbC", "1900000000"},
        entry("AbC", kA, "1900000000", "10.0.0.5", "0"), false},
       // new_expire 1 (given, empty or missing), no value, new_ssl 0: nothing changes.
-      {entry("AbC", kA, "0", "nas", "1"), {"", "0", keep_host, "1"}, entry("AbC", kA, "0", "nas", "1"), false},
-      {entry("AbC", kA, "0", "nas", "1"), {"", "0", keep_host, ""}, entry("AbC", kA, "0", "nas", "1"), false},
-      {entry("AbC", kA, "0", "nas", "1"), {"v", "0", keep_host}, entry("AbC", kA, "0", "nas", "1", "v"), false},
-      {entry("AbC", kA), {"", "0", "http://nas/share.cgi?ssid=AbC", "1"}, "", false},
+      {entry("AbC", kA, "0", "nas", "1"), {"4", "", "0", keep_host, "1"}, entry("AbC", kA, "0", "nas", "1"), false},
+      {entry("AbC", kA, "0", "nas", "1"), {"4", "", "0", keep_host, ""}, entry("AbC", kA, "0", "nas", "1"), false},
+      {entry("AbC", kA, "0", "nas", "1"), {"4", "v", "0", keep_host}, entry("AbC", kA, "0", "nas", "1", "v"), false},
+      {entry("AbC", kA), {"4", "", "0", "http://nas/share.cgi?ssid=AbC", "1"}, "", false},
   };
   for (const auto& c : cases) {
     if (c.other_port) root.write("/etc/config/Korvix.conf", "[Stunnel]\nPort = 8443\n");
     root.write(kRegistry, c.before + other);
-    std::vector<std::string> args = {"4"};
-    args.insert(args.end(), c.args.begin(), c.args.end());
-    run(args, c.args[2]);
-    EXPECT_EQ(c.after + other, registry()) << c.args[2];
+    run(c.args, c.args[3]);
+    EXPECT_EQ(c.after + other, registry()) << c.args[3];
     root.remove("/etc/config/Korvix.conf");
   }
 }
@@ -142,8 +140,7 @@ TEST_F(RegistryE2E, ExitStatusesAndWhichRunsRefreshTheRegistry) {
       {{"2", "http://h:1/share.cgi?ssid=none"}, 0, true},
   };
   for (const auto& c : cases) {
-    std::string shown;
-    for (const auto& a : c.args) shown += a + " ";
+    const std::string shown = c.args.empty() ? "" : c.args[0] + " " + c.args.back();
     root.write(kRegistry, kept + stale);
     RunResult r = run_program(tool_binary(), c.args, root);
     EXPECT_EQ(c.status, r.status) << shown;
