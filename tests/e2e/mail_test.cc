@@ -123,9 +123,10 @@ TEST_F(MailRun, MissingLinksNoneAtNoneRecipientsSendersAndAccounts) {
   EXPECT_TRUE(has_line(3, "From: \"xBcc: victim@example.org\" <xBcc: victim@example.org>"));
   EXPECT_EQ(std::string::npos, msg(3).find("\nBcc:"));
   EXPECT_EQ(std::string::npos, msg(3).find('\r'));
-  a.to = "bob@x.example"; a.sender = ""; a.account = "personal"; a.personal = "root";
+  a.to = "bob@x.example"; a.sender = std::string(300, 's'); a.account = "personal"; a.personal = "root";
   run(a);
   EXPECT_EQ("-u\n0\n-t\n", args(4));
+  EXPECT_TRUE(has_line(4, "From: \"" + std::string(63, 's') + "\" <" + std::string(63, 's') + ">")) << msg(4);  // cut
   a.to = "a@x.example,b@x.example"; a.personal = "no-such-user-slt";
   run(a);
   a.account = a.personal = "";

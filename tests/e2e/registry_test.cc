@@ -115,6 +115,7 @@ TEST_F(RegistryE2E, RewriteTable) {
       {entry("AbC", kA, "0", "nas", "1"), {"4", "", "0", keep_host, "1"}, entry("AbC", kA, "0", "nas", "1"), false},
       {entry("AbC", kA, "0", "nas", "1"), {"4", "", "0", keep_host, ""}, entry("AbC", kA, "0", "nas", "1"), false},
       {entry("AbC", kA, "0", "nas", "1"), {"4", "v", "0", keep_host}, entry("AbC", kA, "0", "nas", "1", "v"), false},
+      {entry("AbC", kA), {"4", std::string(200, 'v'), "0", keep_host}, entry("AbC", kA, "0", "nas", "0", std::string(128, 'v')), false},
       {entry("AbC", kA), {"4", "", "0", "http://nas/share.cgi?ssid=AbC", "1"}, "", false},
   };
   for (const auto& c : cases) {
