@@ -180,9 +180,7 @@ class Handler:
             out += "%s %s\n" % (m[h].addresses[0].display_name, m[h].addresses[0].addr_spec)
         out += "%s\ndefects %d\n" % (m["Subject"], len(m.defects) + sum(len(m[h].defects) for h in ("To", "From", "Subject")))
         out += "%s %s\n%s" % (m.get_content_type(), m.get_content_charset(), m.get_content())
-        base = os.path.join(outdir, str(self.count))
-        open(base + ".part", "w").write(out)
-        os.rename(base + ".part", base + ".eml")
+        open(os.path.join(outdir, str(self.count) + ".eml"), "w").write(out)
         return "250 Message accepted"
 async def main():
     server = await asyncio.get_running_loop().create_server(lambda: SMTP(Handler()), "127.0.0.1", 0)

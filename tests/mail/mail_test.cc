@@ -81,15 +81,7 @@ TEST_F(Mail, SendReportsEachReasonForNotSending) {
   EXPECT_FALSE(sent(3));
 }
 
-TEST_F(Mail, DeliverStopsAtTheFirstFailureAndNeedsARecipient) {
-  for (std::string list : {"d@x.example,fail@x.example,e@x.example", ",\n,", "ab,c", ""}) {
-    ctx_.recipients = list.empty() ? nullptr : &list[0], ctx_.recipients_len = static_cast<int32_t>(list.size());
-    EXPECT_EQ(-20, deliver_share_mail("s", "b", "", "", &ctx_)) << list;
-  }
-  EXPECT_TRUE(sent(2));
-  EXPECT_FALSE(sent(3));  // e never mailed
-}
-
+// Compose stops at a missing link or the first failed recipient.
 TEST_F(Mail, ComposeResultFollowsTheLastPassAndTheFirstFailure) {
   make_store(root_);
   insert_links(root_, {FixtureLink("AAA")});
@@ -102,6 +94,9 @@ TEST_F(Mail, ComposeResultFollowsTheLastPassAndTheFirstFailure) {
       {"AAA,ZZZ", "bob@x.example", -2, "ZZZ"},  // a missing link: nothing is sent
       {"AAA", "bob@x.example", 0, "AAA"},
       {"AAA", "fail@x.example", -20, "AAA"},  // delivery's failure is the result
+      {"AAA", "d@x.example,fail@x.example,e@x.example", -20, "AAA"},  // e is never mailed
+      {"AAA", ",\n,", -20, "AAA"},  // delivery needs a recipient
+      {"AAA", "ab,c", -20, "AAA"},
   };
   for (const auto& c : cases) {
     std::string ids = c.ids, to = c.to, message = "Hi";
@@ -113,8 +108,8 @@ TEST_F(Mail, ComposeResultFollowsTheLastPassAndTheFirstFailure) {
     if (c.last != nullptr) { EXPECT_STREQ(c.last, ctx_.ssid) << c.ids; }
   }
   ctx_ = RunContext{};
-  EXPECT_TRUE(sent(2));
-  EXPECT_FALSE(sent(3));
+  EXPECT_TRUE(sent(4));
+  EXPECT_FALSE(sent(5));
 }
 
 // The lookup pauses only after purging expired links, and fails when the store cannot be opened.
