@@ -127,9 +127,7 @@ TEST_F(MailRun, MissingLinksNoneAtNoneRecipientsSendersAndAccounts) {
   run(a);
   EXPECT_EQ("-u\n0\n-t\n", args(4));
   EXPECT_TRUE(has_line(4, "From: \"" + std::string(63, 's') + "\" <" + std::string(63, 's') + ">")) << msg(4);  // cut
-  a.to = "a@x.example,b@x.example"; a.personal = "no-such-user-slt";
-  run(a);
-  a.account = a.personal = "";
+  a.to = "a@x.example,b@x.example"; a.account = a.personal = "";
   root_.write("/etc/config/Korvix.conf", "[Alert]\nSMTP Server = 192.0.2.25\nSMTP Enable = 0\n");
   run(a);
   EXPECT_FALSE(sent(5));

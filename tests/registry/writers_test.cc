@@ -39,10 +39,7 @@ class Writers : public ::testing::Test {
     root.write(kShareRegistryPath, registry);
     reset();
   }
-  void TearDown() override {
-    reset("");
-    set_syslog_report_observer(nullptr);
-  }
+  void TearDown() override { reset(""), set_syslog_report_observer(nullptr); }
   // A mode-4 (or mode-2) run for A1 unless `list` is given.
   void reset(const std::string& list = "http://h:80/share.cgi?ssid=A1") {
     os_reset();
