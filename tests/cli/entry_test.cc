@@ -36,7 +36,6 @@ class EntryTest : public ::testing::Test {
 TEST_F(EntryTest, AccountBoundsReleasedSlotsAndOptionParsing) {
   EXPECT_EQ(0, run({"1", "2", "1", "id1,id2", "a@b", "subj", "msg", "l1", "l2", "personal-account-type",
                     std::string(70, 'p'), std::string(300, 's')}));
-  EXPECT_STREQ("id1,id2", c.link_ids);
   EXPECT_EQ(nullptr, c.recipients);
   EXPECT_EQ(nullptr, c.mail_line2);
   EXPECT_STREQ("personal-account", c.account_type);

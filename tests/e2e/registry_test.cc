@@ -132,7 +132,6 @@ TEST_F(RegistryE2E, ExitStatusesAndWhichRunsRefreshTheRegistry) {
   const struct { std::vector<std::string> args; int status; bool refreshes; } cases[] = {
       {{}, 1, false}, {{"3", "-x"}, 1, false}, {{"3", "-m"}, 1, false}, {{"3", "-m", "6", "-u"}, 1, false},
       {{"3", "-m", "5", "-s", "0", "-n", "20", "-u", "alice", "-f", "x"}, 0, false},
-      {{"3"}, 0, false},
       {{"1", "1", "0", "id", "a@b", "subj", "msg"}, 3, false},
       {{"1", "1", "0", "id", "nobody", "subj", "msg", "line1"}, 2, false},
       {{"2"}, 4, false},

@@ -60,7 +60,6 @@ TEST(SlowConcurrency, RegistryWritersTakeTurns) {
       runs.push_back({"2", list});
       if (p % 2 == 0) runs.push_back({"9"});
     }
-    ASSERT_EQ(200u, deleted.size());
     for (int p = 0; p < 16; ++p) {
       int i = p * 181 + round + 1;
       i += deleted.count(i);
