@@ -23,8 +23,7 @@ struct MailArgs {
               line1 = "----", line2 = "", account = "", personal = "", sender = "";
 };
 
-std::string url(const std::string& id) { return "http://nas.example:8080/share.cgi?ssid=" + id; }
-std::string a_href(const std::string& id) { return "<a href=\"" + url(id) + "\">"; }
+std::string a_href(const std::string& id) { return "<a href=\"http://nas.example:8080/share.cgi?ssid=" + id + "\">"; }
 
 class MailRun : public ::testing::Test {
  protected:
@@ -190,8 +189,7 @@ TEST_F(MailRun, DeliversThroughMsmtpToARealSmtpServer) {
   if (access("/usr/bin/msmtp", X_OK) != 0) GTEST_SKIP() << "msmtp is not installed";
   if (system("/usr/bin/python3 -c 'import aiosmtpd' >/dev/null 2>&1") != 0) GTEST_SKIP() << "python3-aiosmtpd is not installed";
   root_.write("/srv/smtpd.py", kSmtpServer);
-  root_.mkdirs("/srv/inbox");
-  std::string script = root_.path("/srv/smtpd.py"), inbox = root_.path("/srv/inbox"), portfile = root_.path("/srv/port");
+  std::string script = root_.path("/srv/smtpd.py"), inbox = root_.path("/srv"), portfile = root_.path("/srv/port");
   char* argv[] = {const_cast<char*>("/usr/bin/python3"), &script[0], &inbox[0], &portfile[0], nullptr};
   pid_t pid = -1;
   ASSERT_EQ(0, posix_spawn(&pid, argv[0], nullptr, nullptr, argv, environ));
@@ -207,9 +205,9 @@ TEST_F(MailRun, DeliversThroughMsmtpToARealSmtpServer) {
   MailArgs a;
   a.ids = "AAA,BBB"; a.subject = "Grüße aus Köln – Dateien";
   run(a);
-  ASSERT_TRUE(root_.exists("/srv/inbox/1.eml")) << "no message arrived";
-  EXPECT_FALSE(root_.exists("/srv/inbox/2.eml"));
-  const std::string got = root_.read("/srv/inbox/1.eml");
+  ASSERT_TRUE(root_.exists("/srv/1.eml")) << "no message arrived";
+  EXPECT_FALSE(root_.exists("/srv/2.eml"));
+  const std::string got = root_.read("/srv/1.eml");
   EXPECT_EQ("bob@x.example\nbob bob@x.example\nalerts alerts@box.example\nGrüße aus Köln – Dateien\ndefects 0\n"
             "text/html utf-8\n", got.substr(0, got.find("<!DOCTYPE")));
   EXPECT_NE(std::string::npos, got.find("1. " + a_href("AAA") + "Report</a><br>\n2. " + a_href("BBB") + "b.txt</a><br>\n"));

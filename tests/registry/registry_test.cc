@@ -99,30 +99,6 @@ TEST(ReplaceField, Table) {
   }
 }
 
-// The URL parser's length limits (the hosts of ordinary URLs, the secure port's effect and the
-// never-cleared outputs are pinned by e2e/registry_test's rewrites and deletions).
-TEST(ShareUrl, Limits) {
-  ApplianceRoot root;
-  ScopedEnv env{{{"SHARELINK_ROOT", root.dir()}}};
-  share_url_forget_port();
-  char host[513], ssid[96];
-  const struct { std::string url; std::string host, ssid; } cases[] = {
-      {"https", "", ""},
-      // A host beyond the 511 bytes looked at: no separator, no host.
-      {"http://" + std::string(2000, 'h') + ":1/?ssid=" + std::string(300, 'i'), "", std::string(95, 'i')},
-      {"http://" + std::string(500, 'h') + ":1/?ssid=x", std::string(500, 'h'), "x"},
-  };
-  for (const auto& c : cases) {
-    memset(host, 0, sizeof host), memset(ssid, 0, sizeof ssid);
-    EXPECT_EQ(0, parse_share_url(c.url.c_str(), host, sizeof host, ssid, sizeof ssid)) << c.url.substr(0, 60);
-    EXPECT_EQ(c.host, host) << c.url.substr(0, 60);
-    EXPECT_EQ(c.ssid, ssid) << c.url.substr(0, 60);
-  }
-  EXPECT_EQ(-1, parse_share_url("", host, sizeof host, ssid, sizeof ssid));
-  EXPECT_EQ(-1, parse_share_url(nullptr, host, sizeof host, ssid, sizeof ssid));
-  EXPECT_STREQ("x", ssid);  // nothing written
-}
-
 std::vector<std::string> g_syslog;
 int g_errno = 0, g_fcloses = 0;
 size_t short_fwrite(const void* d, size_t s, size_t n, FILE* f) { return errno = ENOSPC, n > 0 ? fwrite(d, s, n - 1, f) : 0; }
@@ -268,6 +244,27 @@ TEST_F(Writers, DeletionsReachTheLastCountedItem) {
     EXPECT_EQ(c.after, root.read(kShareRegistryPath));
     EXPECT_FALSE(root.exists(std::string(kShareRegistryPath) + ".del"));
   }
+}
+
+// The URL parser's length limits (the hosts of ordinary URLs, the secure port's effect and the
+// never-cleared outputs are pinned by e2e/registry_test's rewrites and deletions).
+TEST_F(Writers, ShareUrlLimits) {
+  char host[513], ssid[96];
+  const struct { std::string url; std::string host, ssid; } cases[] = {
+      {"https", "", ""},
+      // A host beyond the 511 bytes looked at: no separator, no host.
+      {"http://" + std::string(2000, 'h') + ":1/?ssid=" + std::string(300, 'i'), "", std::string(95, 'i')},
+      {"http://" + std::string(500, 'h') + ":1/?ssid=x", std::string(500, 'h'), "x"},
+  };
+  for (const auto& c : cases) {
+    memset(host, 0, sizeof host), memset(ssid, 0, sizeof ssid);
+    EXPECT_EQ(0, parse_share_url(c.url.c_str(), host, sizeof host, ssid, sizeof ssid)) << c.url.substr(0, 60);
+    EXPECT_EQ(c.host, host) << c.url.substr(0, 60);
+    EXPECT_EQ(c.ssid, ssid) << c.url.substr(0, 60);
+  }
+  EXPECT_EQ(-1, parse_share_url("", host, sizeof host, ssid, sizeof ssid));
+  EXPECT_EQ(-1, parse_share_url(nullptr, host, sizeof host, ssid, sizeof ssid));
+  EXPECT_STREQ("x", ssid);  // nothing written
 }
 
 }  // namespace
