@@ -1,8 +1,6 @@
-// What the entry keeps in RunContext that no run of the tool shows: the bounds of the account
-// arguments, the slots emptied at exit, and option parsing that restarts on every call. Values that
-// reach the registry or a message (lengths, counts, the value's bound, expiry defaults) and
-// the exit statuses are checked end to end in e2e/registry_test and e2e/mail_test. The registry
-// holds a line too short for the refresh, so no action runs.
+// What the entry keeps in RunContext that no run shows: account bounds, slots emptied at exit, option
+// parsing restarted on every call (the rest is end to end in e2e/registry_test and e2e/mail_test).
+// The registry holds a line too short for the refresh, so no action runs.
 #include "cli/entry.h"
 
 #include <gtest/gtest.h>

@@ -70,11 +70,9 @@ TEST_F(RegistryE2E, RefreshDropsMissingPathsAndPastExpiriesOrAbortsOnUnreadableL
   }
 }
 
-// Mode 2 deletions: each line is matched item by item, each item parsed over the same never-cleared
-// id, so a shorter id keeps the tail of a longer one before it and an item without an id keeps the
-// one before. An empty item does not count, so the last counted item is missing; an item of 256
-// bytes cannot be read; a list that cannot be read whole changes nothing. A ".del" file found under
-// the lock was left by a killed run: its lines must not come back in front of the new ones.
+// Mode 2 matches each line item by item over one never-cleared id: a shorter id keeps a longer one's
+// tail, an item without an id keeps the last. A list with an empty item or one of 256 bytes changes
+// nothing. A ".del" file left by a killed run must not bring its lines back.
 TEST_F(RegistryE2E, DeleteTable) {
   const std::string a = entry("AbC", kA), b = entry("DeF", kB), c = entry("GhI", kA), d = entry("AbCD", kB);
   auto u = [](const std::string& id) { return "http://h:1/share.cgi?ssid=" + id; };

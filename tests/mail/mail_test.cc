@@ -1,9 +1,7 @@
-// Mail results that a run of the tool does not show: the result codes of one delivery, injected file
-// failures, stopping at the first failed recipient, and the lookup's purge. Whole messages are
-// checked end to end in e2e/mail_test.
+// Mail results no run of the tool shows: result codes, injected file failures, the first failed
+// recipient, the lookup's pause. Whole messages are checked end to end in e2e/mail_test.
 #include <dirent.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstring>

@@ -2,7 +2,6 @@
 // mode 2's longest lists. Whole files are checked byte for byte in e2e/registry_test.
 #include <dirent.h>
 #include <sys/stat.h>
-#include <unistd.h>
 #include <gtest/gtest.h>
 
 #include <cerrno>

@@ -1,7 +1,6 @@
-// Processes at once against one appliance. Registry writers (deletions, refreshes and line edits)
-// take turns under the registry's lock, so every change lands exactly once (killed writers are in
-// crash_safety_test). Listings, inserts and lookups share one store: every listing is whole, every
-// reported insert is kept, the store stays intact.
+// Processes at once: registry writers take turns under its lock, so every change lands exactly once
+// (killed writers: crash_safety_test); listings, inserts and lookups share one store, every listing
+// whole, every reported insert kept, the store intact.
 #include <dirent.h>
 #include <gtest/gtest.h>
 
