@@ -1,7 +1,8 @@
 #include "support/appliance.h"
 
-#include <poll.h>
+#include <fcntl.h>
 #include <signal.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <sys/time.h>
 #include <sys/wait.h>
@@ -25,7 +26,7 @@ void must(bool ok, const std::string& what) {
 }
 
 void mkdirs_real(const std::string& p) {
-  for (size_t slash = p.find('/', 1); ; slash = p.find('/', slash + 1)) {
+  for (size_t slash = p.find('/', 1);; slash = p.find('/', slash + 1)) {
     std::string cur = p.substr(0, slash);
     must(mkdir(cur.c_str(), 0755) == 0 || errno == EEXIST, "mkdir " + cur);
     if (slash == std::string::npos) return;
@@ -37,6 +38,31 @@ std::vector<char*> c_strings(std::vector<std::string>& v) {
   for (auto& s : v) out.push_back(&s[0]);
   out.push_back(nullptr);
   return out;
+}
+
+// The child's standard streams are memory files: no pipe to keep draining, and a child that
+// leaves early cannot block the writer of its input.
+int memory_file(const std::string& content) {
+  int made = memfd_create("slt-run", MFD_CLOEXEC);
+  int fd = fcntl(made, F_DUPFD_CLOEXEC, 3);  // above 0-2, which the child's streams take
+  close(made);
+  must(fd >= 0, "memfd_create");
+  for (size_t done = 0; done < content.size();) {
+    ssize_t w = ::write(fd, content.data() + done, content.size() - done);
+    must(w > 0, "write input");
+    done += static_cast<size_t>(w);
+  }
+  lseek(fd, 0, SEEK_SET);
+  return fd;
+}
+
+std::string drain(int fd) {
+  std::string s;
+  char buf[65536];
+  lseek(fd, 0, SEEK_SET);
+  for (ssize_t got; (got = ::read(fd, buf, sizeof buf)) > 0;) s.append(buf, static_cast<size_t>(got));
+  close(fd);
+  return s;
 }
 
 }  // namespace
@@ -121,61 +147,23 @@ RunResult run_program(const std::string& program, const std::vector<std::string>
   argv_s.insert(argv_s.end(), args.begin(), args.end());
   std::vector<char*> envp = c_strings(envs), argv = c_strings(argv_s);
 
-  int in[2], out[2], err[2];
-  must(pipe(in) == 0 && pipe(out) == 0 && pipe(err) == 0, "pipe");
+  int fds[3] = {memory_file(input), memory_file(""), memory_file("")};
   pid_t pid = fork();
   must(pid >= 0, "fork");
-  if (pid == 0) {
-    dup2(in[0], 0);
-    dup2(out[1], 1);
-    dup2(err[1], 2);
-    for (int fd : {in[0], in[1], out[0], out[1], err[0], err[1]}) close(fd);
+  if (pid == 0) {  // dup2 clears close-on-exec on 0-2
+    for (int i = 0; i < 3; ++i) dup2(fds[i], i);
     if (chdir(root.dir().c_str()) != 0) _exit(126);
     execve(program.c_str(), argv.data(), envp.data());
     _exit(127);
   }
-  close(in[0]);
-  close(out[1]);
-  close(err[1]);
+  close(fds[0]);
   signal(SIGPIPE, SIG_IGN);
-  int to_child = in[1];
-  if (input.empty()) {
-    close(to_child);
-    to_child = -1;
-  }
-  RunResult r;
-  size_t written = 0;
-  int from[2] = {out[0], err[0]};
-  std::string* into[2] = {&r.out, &r.err};
-  while (from[0] >= 0 || from[1] >= 0 || to_child >= 0) {
-    struct pollfd fds[3] = {{from[0], POLLIN, 0}, {from[1], POLLIN, 0}, {to_child, POLLOUT, 0}};
-    if (poll(fds, 3, -1) < 0) {
-      if (errno == EINTR) continue;
-      break;
-    }
-    if (fds[2].revents != 0) {
-      ssize_t w = ::write(to_child, input.data() + written, input.size() - written);
-      if (w > 0) written += static_cast<size_t>(w);
-      if (w < 0 || written == input.size()) {
-        close(to_child);
-        to_child = -1;
-      }
-    }
-    for (int i = 0; i < 2; ++i) {
-      if (fds[i].revents == 0) continue;
-      char buf[65536];
-      ssize_t got = ::read(from[i], buf, sizeof buf);
-      if (got > 0) {
-        into[i]->append(buf, static_cast<size_t>(got));
-      } else {
-        close(from[i]);
-        from[i] = -1;
-      }
-    }
-  }
   int status = 0;
   while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
   }
+  RunResult r;
+  r.out = drain(fds[1]);
+  r.err = drain(fds[2]);
   r.status = WIFEXITED(status) ? WEXITSTATUS(status) : WIFSIGNALED(status) ? 128 + WTERMSIG(status) : -1;
   return r;
 }
