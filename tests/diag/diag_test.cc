@@ -29,18 +29,19 @@ class DiagTest : public ::testing::Test {
 };
 
 TEST_F(DiagTest, AppLogRotatesOnlyAboveTheLimit) {
-  root.write(kAppLogPath, std::string(204800, 'a'));
+  const std::string full(204800, 'a'), over(204801, 'b');
+  root.write(kAppLogPath, full);
   app_log("caller", 12, "first %s\n", "line");
   EXPECT_FALSE(root.exists(kAppLogOldPath));
-  EXPECT_EQ(std::string(204800, 'a') + "caller 12, first line\n", root.read(kAppLogPath));
+  EXPECT_EQ(full + "caller 12, first line\n", root.read(kAppLogPath));
   struct stat st;
   ASSERT_EQ(0, stat(root.path(kAppLogPath).c_str(), &st));
   EXPECT_EQ(0777u, st.st_mode & 0777);
-  root.write(kAppLogPath, std::string(204801, 'b'));
+  root.write(kAppLogPath, over);
   root.write(kAppLogOldPath, "older generation");
   app_log("caller", 13, "second\n");
   EXPECT_EQ("caller 13, second\n", root.read(kAppLogPath));
-  EXPECT_EQ(std::string(204801, 'b'), root.read(kAppLogOldPath));
+  EXPECT_EQ(over, root.read(kAppLogOldPath));
 }
 
 // Each list starts the mask afresh; a message passes the level threshold and
@@ -59,10 +60,10 @@ TEST_F(DiagTest, ModuleListsAndLevelsFilterMessages) {
   debug_log(9, 0x00000008u, "scan still kept\n");
   std::string text = log();
   EXPECT_EQ(std::string::npos, text.find("dropped")) << text;
-  for (const char* kept : {": Adding module Config to debug list (0x00000001)\n",
-                           ": Adding module WEBSERVER to debug list (0x00000002)\n", ": Debug mask is 0x80000003\n",
-                           ": Debug mask is 0x80000000\n", ": Unknown module: foo\n", "webserver kept\n",
-                           "scan kept\n", "scan still kept\n"}) {
+  for (const char* kept :
+       {": Adding module Config to debug list (0x00000001)\n", ": Adding module WEBSERVER to debug list (0x00000002)\n",
+        ": Debug mask is 0x80000003\n", ": Debug mask is 0x80000000\n", ": Unknown module: foo\n",
+        "webserver kept\n", "scan kept\n", "scan still kept\n"}) {
     EXPECT_NE(std::string::npos, text.find(kept)) << kept;
   }
 }

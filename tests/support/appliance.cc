@@ -46,21 +46,14 @@ int memory_file(const std::string& content) {
   int made = memfd_create("slt-run", MFD_CLOEXEC);
   int fd = fcntl(made, F_DUPFD_CLOEXEC, 3);  // above 0-2, which the child's streams take
   close(made);
-  must(fd >= 0, "memfd_create");
-  for (size_t done = 0; done < content.size();) {
-    ssize_t w = ::write(fd, content.data() + done, content.size() - done);
-    must(w > 0, "write input");
-    done += static_cast<size_t>(w);
-  }
+  must(fd >= 0 && ::write(fd, content.data(), content.size()) == static_cast<ssize_t>(content.size()),
+       "memory file");
   lseek(fd, 0, SEEK_SET);
   return fd;
 }
 
-std::string drain(int fd) {
-  std::string s;
-  char buf[65536];
-  lseek(fd, 0, SEEK_SET);
-  for (ssize_t got; (got = ::read(fd, buf, sizeof buf)) > 0;) s.append(buf, static_cast<size_t>(got));
+std::string drain(int fd) {  // opened anew through /proc: from the start
+  std::string s = read_file("/proc/self/fd/" + std::to_string(fd));
   close(fd);
   return s;
 }
@@ -73,43 +66,35 @@ ApplianceRoot::ApplianceRoot() {
   must(mkdtemp(&tmpl[0]) != nullptr, "mkdtemp");
   dir_ = tmpl;
   for (const char* d : {"/etc/config", "/tmp", "/share", "/home/httpd/cgi-bin/html", "/sbin", "/bin",
-                        "/usr/bin", "/usr/sbin", "/usr/local/bin"}) {
+                        "/usr/bin", "/usr/sbin", "/usr/local/bin"})
     mkdirs(d);
-  }
 }
 
 ApplianceRoot::~ApplianceRoot() {
   if (dir_.size() > 5 && system(("rm -rf '" + dir_ + "'").c_str()) != 0) return;
 }
-
 std::string ApplianceRoot::path(const std::string& ap) const { return dir_ + ap; }
 void ApplianceRoot::mkdirs(const std::string& ap) const { mkdirs_real(path(ap)); }
-
 void ApplianceRoot::write(const std::string& ap, const std::string& content, mode_t mode) const {
   std::string p = path(ap);
   mkdirs_real(p.substr(0, p.rfind('/')));
   std::ofstream f(p, std::ios::binary | std::ios::trunc);
-  must(static_cast<bool>(f << content), "write " + p);
+  f << content;
   f.close();
-  must(chmod(p.c_str(), mode) == 0, "chmod " + p);
+  must(!f.fail() && chmod(p.c_str(), mode) == 0, "write " + p);
 }
-
 void ApplianceRoot::script(const std::string& ap, const std::string& body) const {
   write(ap, "#!/bin/sh\n" + body, 0755);
 }
-
 std::string ApplianceRoot::read(const std::string& ap) const { return read_file(path(ap)); }
-
 bool ApplianceRoot::exists(const std::string& ap) const {
   struct stat st;
   return lstat(path(ap).c_str(), &st) == 0;
 }
-
 void ApplianceRoot::set_mtime(const std::string& ap, time_t when) const {
   struct timeval tv[2] = {{when, 0}, {when, 0}};
   must(utimes(path(ap).c_str(), tv) == 0, "utimes " + ap);
 }
-
 void ApplianceRoot::remove(const std::string& ap) const { unlink(path(ap).c_str()); }
 
 ScopedEnv::ScopedEnv(const std::map<std::string, std::string>& vars) {
@@ -140,9 +125,8 @@ RunResult run_program(const std::string& program, const std::vector<std::string>
     if (key != "SHARELINK_ROOT" && env.count(key) == 0) envs.push_back(kv);
   }
   envs.push_back("SHARELINK_ROOT=" + root.dir());
-  for (const auto& kv : env) {
+  for (const auto& kv : env)
     if (kv.second != "\x01unset") envs.push_back(kv.first + "=" + kv.second);
-  }
   std::vector<std::string> argv_s{program};
   argv_s.insert(argv_s.end(), args.begin(), args.end());
   std::vector<char*> envp = c_strings(envs), argv = c_strings(argv_s);
@@ -161,11 +145,9 @@ RunResult run_program(const std::string& program, const std::vector<std::string>
   int status = 0;
   while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
   }
-  RunResult r;
-  r.out = drain(fds[1]);
-  r.err = drain(fds[2]);
-  r.status = WIFEXITED(status) ? WEXITSTATUS(status) : WIFSIGNALED(status) ? 128 + WTERMSIG(status) : -1;
-  return r;
+  int code = WIFEXITED(status) ? WEXITSTATUS(status) : WIFSIGNALED(status) ? 128 + WTERMSIG(status) : -1;
+  std::string out = drain(fds[1]);
+  return RunResult{code, out, drain(fds[2])};
 }
 
 std::string tool_binary() { return std::string(SLT_BUILD_DIR) + "/ShareLinkTool"; }
@@ -174,8 +156,7 @@ std::string cgi_binary() { return std::string(SLT_BUILD_DIR) + "/sharelink.cgi";
 std::string source_path(const std::string& relative) { return std::string(SLT_SOURCE_DIR) + "/" + relative; }
 
 std::string read_file(const std::string& path) {
-  std::ifstream f(path, std::ios::binary);
   std::stringstream ss;
-  ss << f.rdbuf();
+  ss << std::ifstream(path, std::ios::binary).rdbuf();
   return ss.str();
 }

@@ -19,8 +19,7 @@ class ApplianceRoot {
   ApplianceRoot& operator=(const ApplianceRoot&) = delete;
 
   const std::string& dir() const { return dir_; }
-  // The file-system path of appliance path `ap`.
-  std::string path(const std::string& ap) const;
+  std::string path(const std::string& ap) const;  // the file-system path of appliance path ap
   void mkdirs(const std::string& ap) const;
   void write(const std::string& ap, const std::string& content, mode_t mode = 0644) const;
   // A stand-in program: "#!/bin/sh" followed by body, executable.
@@ -54,16 +53,13 @@ struct RunResult {
 // Runs a program with SHARELINK_ROOT = root and extra variables (a value of
 // "\x01unset" removes a variable), feeding `input` on standard input.
 RunResult run_program(const std::string& program, const std::vector<std::string>& args,
-                      const ApplianceRoot& root,
-                      const std::map<std::string, std::string>& env = {},
+                      const ApplianceRoot& root, const std::map<std::string, std::string>& env = {},
                       const std::string& input = std::string());
 
-// Built programs.
 std::string tool_binary();  // build/ShareLinkTool
 std::string ctl_binary();   // build/sharelinkctl
 std::string cgi_binary();   // build/sharelink.cgi
 std::string source_path(const std::string& relative);
-// The whole content of a file-system path ("" when it cannot be read).
-std::string read_file(const std::string& path);
+std::string read_file(const std::string& path);  // "" when it cannot be read
 
 #endif  // SLT_TESTS_SUPPORT_APPLIANCE_H_
