@@ -9,18 +9,19 @@
 
 namespace {
 
+// Only "1" and "yes" enable a provider; one without an address takes the one before it.
 const char kDdnsConfig[] =
     R"({"dyn":{"enable":"1","ip4":"198.51.100.2","hostname":"home.dyn.example, alt.dyn.example"},)"
-    R"("off":{"enable":"0","ip4":"9.9.9.9","hostname":"off.example"},)"
-    R"("second":{"enable":"1","hostname":"two.nimbo-dyn.example"}})";
-
+    R"("off":{"enable":"0","ip4":"9.9.9.9","hostname":"off.example"},"n":{"enable":1,"hostname":"n.example"},)"
+    R"("h":{"enable":"1","hostname":7},"e":"x","second":{"enable":"yes","hostname":"two.nimbo-dyn.example"}})";
+// Up to nine leading blanks; entries that are no objects are skipped; names cut at 31 bytes.
 const char kInterfaces[] =
-    R"(  {"data":{"eth0":{"IPv4":[{"ip":"192.168.1.10"},{"ip":"192.168.1.11"}],)"
-    R"("IPv6":[{"ipv6_address":"fe80::1"}]},"eth1":{"IPv4":[{"ip":"10.0.0.5"}]}}})";
+    "\t\t  \t  \t " R"({"data":{"eth0":{"IPv4":[{"ip":"192.168.1.10"},{"ip":"192.168.1.11"}],)"
+    R"("IPv6":[{"ipv6_address":"fe80::1"},"skip"]},"a-very-long-interface-name-beyond-31":{"IPv4":[{"ip":"10.0.0.5"}]}}})";
 
 const char kDeviceStatus[] =
     R"({"code":0,"result":{"device_name":"box","region":"eu","qid":"q-1",)"
-    R"("ddns_status":"Enable","vlink_status":"Disable"}})";
+    R"("ddns_status":"Enable","vlink_status":"enable"}})";  // only "Enable" counts
 
 class Discover : public ::testing::Test {
  protected:
@@ -89,16 +90,10 @@ TEST_F(Discover, PrintsTheWholeDocument) {
       "{ \"ip_addr\": \"192.168.1.11\", \"ip_type\": \"local_ip\", \"version\": 4, "
       "\"interface\": \"eth0\" }, { \"ip_addr\": \"fe80::1\", \"ip_type\": \"local_ip\", "
       "\"version\": 6, \"interface\": \"eth0\" }, { \"ip_addr\": \"10.0.0.5\", "
-      "\"ip_type\": \"local_ip\", \"version\": 4, \"interface\": \"eth1\" } ] } }\n",
+      "\"ip_type\": \"local_ip\", \"version\": 4, \"interface\": \"a-very-long-interface-name-beyo\" } ] } }\n",
       r.out);
-  EXPECT_EQ(
-      "get_external_ip -x 5 -r 1 -c KDX_NIMBO_CLI_CACHE_VALID_PERIOD\n"
-      "get_external_ip -x 5 -r 1 -c KDX_NIMBO_CLI_CACHE_VALID_PERIOD -6\n",
-      root_.read("/tmp/nimbo.args"));
-  EXPECT_EQ("config ddns getcfg\n", root_.read("/tmp/nmcli.args"));
-  EXPECT_EQ("NetworkService.api.get_available_interface_status_with_eth number_option=0x1\n",
-            root_.read("/tmp/nsh.args"));
-  EXPECT_EQ("get_device_status\n", root_.read("/tmp/device.args"));
+  EXPECT_EQ("get_external_ip -x 5 -r 1 -c KDX_NIMBO_CLI_CACHE_VALID_PERIOD\nget_external_ip -x 5 -r 1 -c "
+            "KDX_NIMBO_CLI_CACHE_VALID_PERIOD -6\n", root_.read("/tmp/nimbo.args"));
 }
 
 // Relay name only with the service on and 3+ characters; missing sources leave their fields
