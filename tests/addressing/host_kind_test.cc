@@ -57,35 +57,33 @@ TEST_F(HostTable, ClassifiesEveryKind) {
   EXPECT_EQ(6, classify_host("2001:db8::8"));
 }
 
-// A stored host text, or (text null) the output buffer itself, to the host printed.
+// A stored host text, or (text null) the output buffer itself, to "<host printed> <kind>".
 TEST_F(HostTable, ResolvesStoredHostTexts) {
-  const struct { const char* text; const char* start; const char* host; int kind; } cases[] = {
-      {":1", "", "203.0.113.7", 1}, {":2", "", "box.vexarelay.example", 2}, {":4", "", "192.168.1.10", 4},
-      {":3", "", "home.dyn.example,alt.dyn.example", 3}, {":3:alt.dyn.example", "", "alt.dyn.example", 3},
-      {":5", "", "192.168.1.11", 5}, {":14", "", "192.168.1.17", 14}, {":15", "", "fe80::1", 15},
-      {":16", "", "fe80::2", 16}, {":20", "", "192.168.1.10", 20}, {":6", "", "nas.local", 6},
-      {":21", "", "nas.local", 21}, {":10:Box.Example", "", "Box.Example", 10}, {":0", "", "nas.local", 0},
-      {":11:https://x.example/", "", "https://x.example/", 11}, {":0:h.example", "", "h.example", 0},
-      {":0:h.example:81:x", "", "h.example:81", 0}, {":99", "", "nas.local", 0},
-      {"[fe80::1]:443", "", "nas.local", 0}, {nullptr, "", "nas.local", 6},
-      {nullptr, "ALT.dyn.example", "ALT.dyn.example", 3}, {nullptr, "fe80::2", "fe80::2", 16},
-      {nullptr, "192.168.1.12", "192.168.1.12", 7}, {nullptr, "unknown.example", "unknown.example", 0}};
-  char out[512];
-  for (const auto& c : cases) {
-    set(out, c.start);
-    EXPECT_EQ(c.kind, resolve_link_host(out, c.text, sizeof out)) << (c.text ? c.text : c.start);
-    EXPECT_STREQ(c.host, out) << (c.text ? c.text : c.start);
-  }
-  resolve_link_host(out, ":1", 4);
-  EXPECT_STREQ("203", out);
+  auto resolved = [](const char* text, const char* start = "", size_t size = 512) {
+    char out[512];
+    set(out, start);
+    int kind = resolve_link_host(out, text, size);
+    return std::string(out) + " " + std::to_string(kind);
+  };
+  const std::pair<const char*, const char*> cases[] = {
+      {":1", "203.0.113.7 1"}, {":2", "box.vexarelay.example 2"}, {":4", "192.168.1.10 4"},
+      {":3", "home.dyn.example,alt.dyn.example 3"}, {":3:alt.dyn.example", "alt.dyn.example 3"},
+      {":5", "192.168.1.11 5"}, {":14", "192.168.1.17 14"}, {":15", "fe80::1 15"}, {":16", "fe80::2 16"},
+      {":20", "192.168.1.10 20"}, {":6", "nas.local 6"}, {":21", "nas.local 21"}, {":0", "nas.local 0"},
+      {":10:Box.Example", "Box.Example 10"}, {":11:https://x.example/", "https://x.example/ 11"},
+      {":0:h.example", "h.example 0"}, {":0:h.example:81:x", "h.example:81 0"}, {":99", "nas.local 0"},
+      {"[fe80::1]:443", "nas.local 0"}};
+  for (const auto& c : cases) EXPECT_EQ(c.second, resolved(c.first)) << c.first;
+  const std::pair<const char*, const char*> outputs[] = {
+      {"", "nas.local 6"}, {"ALT.dyn.example", "ALT.dyn.example 3"}, {"fe80::2", "fe80::2 16"},
+      {"192.168.1.12", "192.168.1.12 7"}, {"unknown.example", "unknown.example 0"}};
+  for (const auto& c : outputs) EXPECT_EQ(c.second, resolved(nullptr, c.first)) << c.first;
+  EXPECT_EQ("203 1", resolved(":1", "", 4));
   EXPECT_EQ(6, resolve_link_host(nullptr, ":1", 10));
   set(g_host_address_table.local_ip_list, "");
-  resolve_link_host(out, ":5", sizeof out);
-  EXPECT_STREQ("192.168.1.10", out);
+  EXPECT_EQ("192.168.1.10 5", resolved(":5"));
   set(g_host_address_table.host_ip, "nas.local:8080");
-  set(out, "nas.local:8080");
-  EXPECT_EQ(6, resolve_link_host(out, nullptr, sizeof out));
-  EXPECT_STREQ("nas.local", out);
+  EXPECT_EQ("nas.local 6", resolved(nullptr, "nas.local:8080"));
 }
 
 // Link prefix by host kind (the table leaves out the "/share.cgi?ssid=S1" every link ends in).

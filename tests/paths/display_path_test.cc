@@ -94,11 +94,9 @@ TEST_F(Paths, ResolvesVirtualRoots) {
       {"/remote:3@Backup/sub/f", "/share/VOL1/remote3/sub/f 3", 1}};
   for (const auto& c : cases) EXPECT_EQ("-1", resolved(c.path, c.remote)) << c.path;
   for (const char* file : {"/mnt/survix_recordings/cam1/a.mp4", "/mnt/snapexp/s1/a", "/mnt/vaultexp/v/a",
-                           "/share/VOL1/zelm/arc/f", "/share/VOL1/remote3/sub/f"}) {
+                           "/share/VOL1/zelm/arc/f", "/share/VOL1/remote3/sub/f", "/share/VOL1/ct/container-rootfs-home/x/f",
+                           "/ZELM/var/f"})
     root_.write(file, "x");
-  }
-  root_.mkdirs("/share/VOL1/ct/container-rootfs-home/x");
-  root_.mkdirs("/ZELM/var");
   link(root_.path("/share/VOL1/zelm"), "/ZELM/var/mnt");
   root_.write("/etc/config/xpkg.conf", "[ubuntu-hd]\nInstall_Path = /share/VOL1/ct\n");
   root_.write("/etc/config/Korvix.conf",
@@ -107,34 +105,35 @@ TEST_F(Paths, ResolvesVirtualRoots) {
   for (const auto& c : cases) EXPECT_EQ(c.out, resolved(c.path, c.remote)) << c.path;
   EXPECT_EQ("-1", resolved("/remote:3@Other/sub/f", 1));
   char out[256] = "";
-  EXPECT_EQ(0, kdx_Get_RemoteFolder_Path("/remote:3@Backup/sub/f", out, sizeof out));
-  EXPECT_STREQ("/share/VOL1/remote3/sub/f", out);
   EXPECT_EQ(-1, kdx_Get_RemoteFolder_Path("/remote:", out, sizeof out));
   EXPECT_EQ(-1, kdx_Get_RemoteFolder_Path("/remote:4@Backup/sub", out, sizeof out));
+  EXPECT_EQ(0, kdx_Get_RemoteFolder_Path("/remote:3@Backup/sub/f", out, sizeof out));
+  EXPECT_STREQ("/share/VOL1/remote3/sub/f", out);
 }
 
+// "<result> <uri after> <out>"; without out the folder is written back into the uri.
 TEST_F(Paths, TeamFolderAnswersOnlyUnderTheShares) {
-  char uri[64] = "tfx://Team1/doc", out[64] = "", plain[] = "/Public";
-  EXPECT_EQ(-1, resolve_team_folder(uri, sizeof uri, "bob", out, sizeof out));  // no tool
+  auto team = [](const char* text, bool with_out) {
+    char uri[64], out[64] = "";
+    snprintf(uri, sizeof uri, "%s", text);
+    int rc = resolve_team_folder(uri, sizeof uri, "bob", with_out ? out : nullptr, with_out ? sizeof out : 0);
+    return std::to_string(rc) + " " + uri + " " + out;
+  };
+  EXPECT_EQ("-1 tfx://Team1/doc ", team("tfx://Team1/doc", true));  // no tool
   root_.script("/sbin/mirrasrv_tool", "printf '%s' /share/VOL1/Team1\n");
-  EXPECT_EQ(0, resolve_team_folder(plain, sizeof plain, "u", out, sizeof out));
-  EXPECT_EQ(1, resolve_team_folder(uri, sizeof uri, "bob", nullptr, 0));
-  EXPECT_STREQ("/share/VOL1/Team1/doc", uri);  // written back into the address
+  EXPECT_EQ("0 /Public ", team("/Public", true));
+  EXPECT_EQ("1 /share/VOL1/Team1/doc ", team("tfx://Team1/doc", false));
   root_.script("/sbin/mirrasrv_tool", "printf '%s' /elsewhere\n");
-  snprintf(uri, sizeof uri, "%s", "tfx://Team1/doc");
-  EXPECT_EQ(1, resolve_team_folder(uri, sizeof uri, "bob", out, sizeof out));
-  EXPECT_STREQ("/doc", out);  // an answer outside the shares gives no folder
-  EXPECT_STREQ("tfx://Team1/doc", uri);
+  EXPECT_EQ("1 tfx://Team1/doc /doc", team("tfx://Team1/doc", true));  // outside the shares: no folder
   root_.script("/sbin/mirrasrv_tool", "exit 0\n");
-  EXPECT_EQ(-1, resolve_team_folder(uri, sizeof uri, "bob", out, sizeof out));
-  EXPECT_STREQ("tfx://Team1/doc", uri);
+  EXPECT_EQ("-1 tfx://Team1/doc ", team("tfx://Team1/doc", true));
 }
 
 TEST_F(Paths, ExpandsLoginMacros) {
-  char path[64];
-  auto expand = [&path](const char* text, const char* home) {
+  auto expand = [](const char* text, const char* home, size_t size = 64) {
+    char path[64];
     snprintf(path, sizeof path, "%s", text);
-    expand_share_path_macros(path, sizeof path, home);
+    expand_share_path_macros(path, size, home);
     return std::string(path);
   };
   auto who = [](const char* login) {  // "<domain>|<user>|<login>"
@@ -155,10 +154,8 @@ TEST_F(Paths, ExpandsLoginMacros) {
   EXPECT_EQ("/share/carol", expand("/share/%D\\%U", ""));  // no domain: its separator goes too
   EXPECT_EQ("/homes//root", expand("/homes/%H/tail", "root"));
   EXPECT_EQ("/homes/%H/tail", expand("/homes/%H/tail", "no-such-user-slt"));
-  snprintf(path, sizeof path, "%s", "/share/%U%U%U%U%U%U%U%U%U%U%U%U%U%U%U%U%U%U%U%U%U%U%U%U");
   set_login_identity("a-very-long-login-name-that-overflows-the-buffer");
-  expand_share_path_macros(path, 16, "");
-  EXPECT_EQ(15u, strlen(path));
+  EXPECT_EQ(15u, expand("/share/%U%U%U%U%U%U%U%U%U%U%U%U%U%U%U%U%U%U%U%U%U%U%U%U", "", 16).size());
 }
 
 }  // namespace

@@ -62,9 +62,8 @@ std::string drain(int fd) {  // opened anew through /proc: from the start
 
 ApplianceRoot::ApplianceRoot() {
   const char* tmp = getenv("TMPDIR");
-  std::string tmpl = std::string(tmp && tmp[0] ? tmp : "/tmp") + "/slt-root-XXXXXX";
-  must(mkdtemp(&tmpl[0]) != nullptr, "mkdtemp");
-  dir_ = tmpl;
+  dir_ = std::string(tmp && tmp[0] ? tmp : "/tmp") + "/slt-root-XXXXXX";
+  must(mkdtemp(&dir_[0]) != nullptr, "mkdtemp");
   for (const char* d : {"/etc/config", "/tmp", "/share", "/home/httpd/cgi-bin/html", "/sbin", "/bin",
                         "/usr/bin", "/usr/sbin", "/usr/local/bin"})
     mkdirs(d);
@@ -106,7 +105,6 @@ ScopedEnv::ScopedEnv(const std::map<std::string, std::string>& vars) {
   }
   profile_cache_clear();
 }
-
 ScopedEnv::~ScopedEnv() {
   for (const auto& kv : saved_) {
     if (kv.second.first) setenv(kv.first.c_str(), kv.second.second.c_str(), 1);
@@ -120,8 +118,7 @@ RunResult run_program(const std::string& program, const std::vector<std::string>
                       const std::string& input) {
   std::vector<std::string> envs;
   for (char** e = environ; *e; ++e) {
-    std::string kv(*e);
-    std::string key = kv.substr(0, kv.find('='));
+    std::string kv(*e), key = kv.substr(0, kv.find('='));
     if (key != "SHARELINK_ROOT" && env.count(key) == 0) envs.push_back(kv);
   }
   envs.push_back("SHARELINK_ROOT=" + root.dir());
@@ -130,7 +127,6 @@ RunResult run_program(const std::string& program, const std::vector<std::string>
   std::vector<std::string> argv_s{program};
   argv_s.insert(argv_s.end(), args.begin(), args.end());
   std::vector<char*> envp = c_strings(envs), argv = c_strings(argv_s);
-
   int fds[3] = {memory_file(input), memory_file(""), memory_file("")};
   pid_t pid = fork();
   must(pid >= 0, "fork");
@@ -143,8 +139,7 @@ RunResult run_program(const std::string& program, const std::vector<std::string>
   close(fds[0]);
   signal(SIGPIPE, SIG_IGN);
   int status = 0;
-  while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
-  }
+  while (waitpid(pid, &status, 0) < 0 && errno == EINTR) continue;
   int code = WIFEXITED(status) ? WEXITSTATUS(status) : WIFSIGNALED(status) ? 128 + WTERMSIG(status) : -1;
   std::string out = drain(fds[1]);
   return RunResult{code, out, drain(fds[2])};

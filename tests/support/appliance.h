@@ -22,8 +22,7 @@ class ApplianceRoot {
   std::string path(const std::string& ap) const;  // the file-system path of appliance path ap
   void mkdirs(const std::string& ap) const;
   void write(const std::string& ap, const std::string& content, mode_t mode = 0644) const;
-  // A stand-in program: "#!/bin/sh" followed by body, executable.
-  void script(const std::string& ap, const std::string& body) const;
+  void script(const std::string& ap, const std::string& body) const;  // "#!/bin/sh\n" + body, 0755
   std::string read(const std::string& ap) const;
   bool exists(const std::string& ap) const;
   void set_mtime(const std::string& ap, time_t when) const;
