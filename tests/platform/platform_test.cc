@@ -1,49 +1,16 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 #include <cerrno>
 #include <cstring>
 #include <string>
 
-#include "platform/base64.h"
 #include "platform/cgi.h"
 #include "platform/exec.h"
-#include "platform/fs.h"
 #include "platform/os.h"
-#include "platform/root.h"
 #include "support/appliance.h"
 
 namespace {
-
-TEST(Root, JoinsAndStripsTheRoot) {
-  ScopedEnv env{{{"SHARELINK_ROOT", "/r/oot/"}}};
-  EXPECT_EQ("/r/oot/etc/x", rooted_path("/etc/x"));
-  EXPECT_EQ("rel/x", rooted_path("rel/x"));
-  for (const auto& c : {std::make_pair("/r/oot/share/a", "/share/a"), std::make_pair("/r/oot", "/"),
-                        std::make_pair("/r/ootx/a", "-"), std::make_pair("/etc/passwd", "-")}) {
-    char out[64] = "-";
-    EXPECT_EQ(c.second[0] != '-', unrooted_path(c.first, out, sizeof out)) << c.first;
-    EXPECT_STREQ(c.second, out) << c.first;
-  }
-  ScopedEnv none{{{"SHARELINK_ROOT", ""}}};
-  EXPECT_EQ("/etc/x", rooted_path("/etc/x"));
-}
-
-TEST(Fs, TemporaryNamesAreUniqueAndReserved) {
-  ApplianceRoot root;
-  ScopedEnv env{{{"SHARELINK_ROOT", root.dir()}}};
-  char a[] = "/etc/config/tmpXXXXXX", b[] = "/etc/config/tmpXXXXXX", bad[] = "/etc/config/tmp";
-  ASSERT_EQ(0, vexa_mktmpname(a));
-  ASSERT_EQ(0, vexa_mktmpname(b));
-  EXPECT_STRNE(a, b);
-  struct stat st;
-  ASSERT_EQ(0, stat(root.path(a).c_str(), &st));
-  mode_t mask = umask(0);
-  umask(mask);
-  EXPECT_EQ(0666 & ~mask, st.st_mode & 0777);
-  EXPECT_EQ(-1, vexa_mktmpname(bad));
-}
 
 // Also run with only descriptors 0-2 open: descriptor 200 is made here.
 TEST(Exec, CapturesOutputReportsStatusAndClosesOtherDescriptors) {
@@ -90,17 +57,6 @@ TEST(Cgi, ParsesAndDecodesParameters) {
     EXPECT_STREQ(c.second, CGI_Find_Parameter(&req, c.first)) << c.first;
   }
   EXPECT_EQ(nullptr, CGI_Find_Parameter(&req, "none"));
-}
-
-TEST(Base64, EncodesTheStandardAlphabet) {
-  char out[base64_size(16)];
-  const struct { const char* in; const char* out; } cases[] = {
-      {"", ""}, {"f", "Zg=="}, {"fo", "Zm8="}, {"foo", "Zm9v"}, {"foob", "Zm9vYg=="}, {"\xff\xfe\xfd", "//79"}};
-  for (const auto& c : cases) {
-    int n = to64frombits(out, reinterpret_cast<const unsigned char*>(c.in), static_cast<int>(strlen(c.in)));
-    EXPECT_STREQ(c.out, out);
-    EXPECT_EQ(static_cast<int>(strlen(c.out)), n);
-  }
 }
 
 }  // namespace

@@ -21,9 +21,7 @@ extern char** environ;
 
 namespace {
 
-void must(bool ok, const std::string& what) {
-  if (!ok) throw std::runtime_error(what + ": " + strerror(errno));
-}
+void must(bool ok, const std::string& what) { if (!ok) throw std::runtime_error(what + ": " + strerror(errno)); }
 
 void mkdirs_real(const std::string& p) {
   for (size_t slash = p.find('/', 1);; slash = p.find('/', slash + 1)) {
@@ -69,9 +67,7 @@ ApplianceRoot::ApplianceRoot() {
     mkdirs(d);
 }
 
-ApplianceRoot::~ApplianceRoot() {
-  if (dir_.size() > 5 && system(("rm -rf '" + dir_ + "'").c_str()) != 0) return;
-}
+ApplianceRoot::~ApplianceRoot() { if (dir_.size() > 5 && system(("rm -rf '" + dir_ + "'").c_str()) != 0) return; }
 std::string ApplianceRoot::path(const std::string& ap) const { return dir_ + ap; }
 void ApplianceRoot::mkdirs(const std::string& ap) const { mkdirs_real(path(ap)); }
 void ApplianceRoot::write(const std::string& ap, const std::string& content, mode_t mode) const {
@@ -86,10 +82,7 @@ void ApplianceRoot::script(const std::string& ap, const std::string& body) const
   write(ap, "#!/bin/sh\n" + body, 0755);
 }
 std::string ApplianceRoot::read(const std::string& ap) const { return read_file(path(ap)); }
-bool ApplianceRoot::exists(const std::string& ap) const {
-  struct stat st;
-  return lstat(path(ap).c_str(), &st) == 0;
-}
+bool ApplianceRoot::exists(const std::string& ap) const { struct stat st; return lstat(path(ap).c_str(), &st) == 0; }
 void ApplianceRoot::set_mtime(const std::string& ap, time_t when) const {
   struct timeval tv[2] = {{when, 0}, {when, 0}};
   must(utimes(path(ap).c_str(), tv) == 0, "utimes " + ap);
