@@ -1,40 +1,20 @@
 #include <gtest/gtest.h>
-#include <sys/stat.h>
-
 #include <regex>
 #include <string>
-
-#include "diag/app_log.h"
 #include "diag/db_error_log.h"
 #include "diag/debug_log.h"
 #include "support/appliance.h"
 
 namespace {
-
 class DiagTest : public ::testing::Test {
  protected:
   void SetUp() override { set_debug_destination("/tmp/debug.log", kDebugToFile); }
   void TearDown() override { set_debug_destination(nullptr, kDebugToStderr); set_debug_level(0); }
   void modules(std::string list, int result = 0) { EXPECT_EQ(result, set_debug_modules(&list[0])) << list; }
   std::string log() const { return root.read("/tmp/debug.log"); }
-
   ApplianceRoot root;
   ScopedEnv env{{{"SHARELINK_ROOT", root.dir()}}};
 };
-
-// A log of exactly the limit takes one more line; a longer one becomes the old generation.
-TEST_F(DiagTest, AppLogRotatesOnlyAboveTheLimit) {
-  const std::string full(204800, 'a'), over(204801, 'b');
-  root.write(kAppLogPath, full);
-  app_log("caller", 12, "first %s\n", "line");
-  EXPECT_EQ(full + "caller 12, first line\n", root.read(kAppLogPath));
-  struct stat st;
-  EXPECT_TRUE(stat(root.path(kAppLogPath).c_str(), &st) == 0 && (st.st_mode & 0777) == 0777);
-  EXPECT_FALSE(root.exists(kAppLogOldPath));
-  root.write(kAppLogPath, over), root.write(kAppLogOldPath, "older generation");
-  app_log("caller", 13, "second\n");
-  EXPECT_EQ("caller 13, second\n" + over, root.read(kAppLogPath) + root.read(kAppLogOldPath));
-}
 
 // Each list starts the mask afresh; a message passes the level threshold and the mask, or is
 // dropped. Store errors are worded by code and go out twice (the open failure: e2e/store_test).
@@ -72,5 +52,4 @@ TEST_F(DiagTest, FatalMessageWithFileDestinationEndsTheProcess) {
   EXPECT_TRUE(std::regex_match(log(), std::regex("\\(pid=[0-9]+\\)" + stamp + ": cannot go on\n" + stamp +
                                                  ": cannot go on\n" + stamp + ": Aborting\n"))) << log();
 }
-
 }  // namespace

@@ -1,17 +1,14 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
-
 #include <cerrno>
 #include <cstring>
 #include <string>
-
 #include "platform/cgi.h"
 #include "platform/exec.h"
 #include "platform/os.h"
 #include "support/appliance.h"
 
 namespace {
-
 // Also run with only descriptors 0-2 open: descriptor 200 is made here.
 TEST(Exec, CapturesOutputReportsStatusAndClosesOtherDescriptors) {
   ApplianceRoot root;
@@ -29,7 +26,6 @@ TEST(Exec, CapturesOutputReportsStatusAndClosesOtherDescriptors) {
   EXPECT_STREQ("a b||c|", hs_io_read(io.get(), &len));
   EXPECT_EQ(7u, len);
   EXPECT_EQ(-1, _hs_secure_execv("/usr/bin/none", missing, io.get()));
-
   int fd = open("/dev/null", O_RDONLY);
   int leak = dup2(fd, 200);
   close(fd);
@@ -39,7 +35,6 @@ TEST(Exec, CapturesOutputReportsStatusAndClosesOtherDescriptors) {
   EXPECT_EQ("message body\n", root.read("/tmp/got"));
   EXPECT_EQ(std::string::npos, root.read("/tmp/fds").find("200\n"));
   EXPECT_EQ(1 << 8, spawn_with_stdin_file("/usr/bin/none", missing, "/tmp/in"));
-
   os.spawn = [](pid_t*, const char*, const posix_spawn_file_actions_t*, const posix_spawnattr_t*,
                 char* const*, char* const*) { return EAGAIN; };
   EXPECT_EQ(-1, _hs_secure_execv("/usr/bin/echoer", argv, nullptr));
@@ -58,5 +53,4 @@ TEST(Cgi, ParsesAndDecodesParameters) {
   }
   EXPECT_EQ(nullptr, CGI_Find_Parameter(&req, "none"));
 }
-
 }  // namespace

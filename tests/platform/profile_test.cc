@@ -1,11 +1,8 @@
 #include "platform/profile.h"
-
 #include <gtest/gtest.h>
-
 #include "support/appliance.h"
 
 namespace {
-
 class ProfileTest : public ::testing::Test {
  protected:
   ApplianceRoot root;
@@ -55,5 +52,4 @@ TEST_F(ProfileTest, WriterKeepsOtherLinesAndSeesChanges) {
   GetProfileString("Stunnel", "Port", "none", out, sizeof out);
   EXPECT_STREQ("none", out);
 }
-
 }  // namespace

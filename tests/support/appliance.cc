@@ -1,5 +1,4 @@
 #include "support/appliance.h"
-
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/mman.h>
@@ -7,28 +6,24 @@
 #include <sys/time.h>
 #include <sys/wait.h>
 #include <unistd.h>
-
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
-
 #include "platform/profile.h"
 
 extern char** environ;
 
 namespace {
-
 void must(bool ok, const std::string& what) { if (!ok) throw std::runtime_error(what + ": " + strerror(errno)); }
 
 void mkdirs_real(const std::string& p) {
-  for (size_t slash = p.find('/', 1);; slash = p.find('/', slash + 1)) {
-    std::string cur = p.substr(0, slash);
-    must(mkdir(cur.c_str(), 0755) == 0 || errno == EEXIST, "mkdir " + cur);
-    if (slash == std::string::npos) return;
-  }
+  std::error_code ec;
+  std::filesystem::create_directories(p, ec);
+  must(!ec || std::filesystem::is_directory(p), "mkdir " + p);
 }
 
 std::vector<char*> c_strings(std::vector<std::string>& v) {
@@ -55,7 +50,6 @@ std::string drain(int fd) {  // opened anew through /proc: from the start
   close(fd);
   return s;
 }
-
 }  // namespace
 
 ApplianceRoot::ApplianceRoot() {
@@ -67,7 +61,10 @@ ApplianceRoot::ApplianceRoot() {
     mkdirs(d);
 }
 
-ApplianceRoot::~ApplianceRoot() { if (dir_.size() > 5 && system(("rm -rf '" + dir_ + "'").c_str()) != 0) return; }
+ApplianceRoot::~ApplianceRoot() {
+  std::error_code ec;
+  std::filesystem::remove_all(dir_, ec);
+}
 std::string ApplianceRoot::path(const std::string& ap) const { return dir_ + ap; }
 void ApplianceRoot::mkdirs(const std::string& ap) const { mkdirs_real(path(ap)); }
 void ApplianceRoot::write(const std::string& ap, const std::string& content, mode_t mode) const {

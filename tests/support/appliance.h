@@ -17,7 +17,6 @@ class ApplianceRoot {
   ~ApplianceRoot();
   ApplianceRoot(const ApplianceRoot&) = delete;
   ApplianceRoot& operator=(const ApplianceRoot&) = delete;
-
   const std::string& dir() const { return dir_; }
   std::string path(const std::string& ap) const;  // the file-system path of appliance path ap
   void mkdirs(const std::string& ap) const;
@@ -27,7 +26,6 @@ class ApplianceRoot {
   bool exists(const std::string& ap) const;
   void set_mtime(const std::string& ap, time_t when) const;
   void remove(const std::string& ap) const;
-
  private:
   std::string dir_;
 };
@@ -38,7 +36,6 @@ class ScopedEnv {
  public:
   explicit ScopedEnv(const std::map<std::string, std::string>& vars);
   ~ScopedEnv();
-
  private:
   std::map<std::string, std::pair<bool, std::string>> saved_;
 };
