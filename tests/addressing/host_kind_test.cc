@@ -16,14 +16,11 @@ class HostTable : public ::testing::Test {
   HostTable() {
     HostAddressTable& t = g_host_address_table;
     memset(&t, 0, sizeof t);
-    set(t.external_ip, "203.0.113.7");
-    set(t.myrelay_hn, "box.vexarelay.example");
-    set(t.ddns_hn_list, "home.dyn.example,alt.dyn.example");
-    set(t.local_ip, "192.168.1.10");
+    set(t.external_ip, "203.0.113.7"), set(t.myrelay_hn, "box.vexarelay.example");
+    set(t.ddns_hn_list, "home.dyn.example,alt.dyn.example"), set(t.local_ip, "192.168.1.10");
     set(t.local_ip_list, "192.168.1.10,192.168.1.11,192.168.1.12,192.168.1.13,192.168.1.14,"
                          "192.168.1.15,192.168.1.16,192.168.1.17,192.168.1.18");
-    set(t.local_ipv6_list, "fe80::1,fe80::2");
-    set(t.host_ip, "nas.local");
+    set(t.local_ipv6_list, "fe80::1,fe80::2"), set(t.host_ip, "nas.local");
     t.port = 8080, t.sslPort = 443, t.extPort = 18080, t.extSslPort = 10443;
   }
   ~HostTable() override { memset(&g_host_address_table, 0, sizeof g_host_address_table); }

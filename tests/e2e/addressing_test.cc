@@ -92,8 +92,6 @@ TEST_F(Discover, PartialAnswers) {
   }
   cloud_client("", "2001:db8::7");
   EXPECT_NE(std::string::npos, discover().out.find("\"external_ip\": \"2001:db8::7\", \"ext_ip_list\": \"2001:db8::7\""));
-  cloud_client("203.0.113.7", "");  // ext_ip_list: a copy of the IPv4
-  EXPECT_NE(std::string::npos, discover().out.find("\"external_ip\": \"203.0.113.7\", \"ext_ip_list\": \"203.0.113.7\""));
   root_.remove("/usr/bin/nimbo_cli");
   printing("/usr/sbin/nsh", "nsh", R"({"data":{"eth0":{"IPv4":[],"IPv6":[]}}})");
   for (const char* gone : {"/usr/sbin/nmcli", "/usr/local/bin/nimbo_device_tool", "/etc/config/Korvix.conf"})

@@ -9,7 +9,6 @@
 #include "paths/path_macros.h"
 #include "paths/remote_folder.h"
 #include "paths/share_name.h"
-#include "paths/team_folder.h"
 #include "platform/profile.h"
 #include "support/appliance.h"
 
@@ -50,10 +49,10 @@ TEST_F(Paths, ClassifiesByPrefixThenByShare) {
       {"/M/a", 0},      // one-byte share names are ordinary
       {"/Cache/a", 0}};  // cloud cache not installed
   for (const auto& c : cases) EXPECT_EQ(c.kind, kdx_check_file_ap_type(c.path)) << c.path;
-  config("/etc/config/xpkg.conf", "[Skylet]\nInstall_Path = /opt/sky\nEnable = TRUE\n");
-  EXPECT_EQ(12, kdx_check_file_ap_type("/Cache/a"));
-  config("/etc/config/xpkg.conf", "[Skylet]\nInstall_Path = /opt/sky\nEnable = FALSE\n");
-  EXPECT_EQ(0, kdx_check_file_ap_type("/Cache/a"));
+  for (const char* enable : {"TRUE", "FALSE"}) {
+    config("/etc/config/xpkg.conf", std::string("[Skylet]\nInstall_Path = /opt/sky\nEnable = ") + enable + "\n");
+    EXPECT_EQ(enable[0] == 'T' ? 12 : 0, kdx_check_file_ap_type("/Cache/a")) << enable;
+  }
   char name[8];
   EXPECT_EQ(6, share_name_of("/Public/docs", name, sizeof name));
   EXPECT_STREQ("Public", name);
@@ -102,23 +101,6 @@ TEST_F(Paths, ResolvesVirtualRoots) {
   EXPECT_EQ(-1, kdx_Get_RemoteFolder_Path("/remote:4@Backup/sub", out, sizeof out));
   EXPECT_EQ(0, kdx_Get_RemoteFolder_Path("/remote:3@Backup/sub/f", out, sizeof out));
   EXPECT_STREQ("/share/VOL1/remote3/sub/f", out);
-}
-
-// "<result> <uri after> <out>"; without out the folder is written back into the uri.
-TEST_F(Paths, TeamFolderAnswersOnlyUnderTheShares) {
-  auto team = [](const char* text, bool with_out) {
-    char uri[64], out[64] = "";
-    snprintf(uri, sizeof uri, "%s", text);
-    int rc = resolve_team_folder(uri, sizeof uri, "bob", with_out ? out : nullptr, with_out ? sizeof out : 0);
-    return std::to_string(rc) + " " + uri + " " + out;
-  };
-  EXPECT_EQ("-1 tfx://Team1/doc ", team("tfx://Team1/doc", true));  // no tool
-  root_.script("/sbin/mirrasrv_tool", "printf '%s' /share/VOL1/Team1\n");
-  EXPECT_EQ("1 /share/VOL1/Team1/doc ", team("tfx://Team1/doc", false));
-  root_.script("/sbin/mirrasrv_tool", "printf '%s' /elsewhere\n");
-  EXPECT_EQ("1 tfx://Team1/doc /doc", team("tfx://Team1/doc", true));  // outside the shares: no folder
-  root_.script("/sbin/mirrasrv_tool", "exit 0\n");
-  EXPECT_EQ("-1 tfx://Team1/doc ", team("tfx://Team1/doc", true));
 }
 
 TEST_F(Paths, ExpandsLoginMacros) {

@@ -33,23 +33,4 @@ TEST_F(ProfileTest, ReadsSectionsKeysCaseAndDefaults) {
   EXPECT_STREQ("", out);
 }
 
-// The writer keeps other lines, later reads see the change, and the file is the root's only.
-TEST_F(ProfileTest, WriterKeepsOtherLinesAndSeesChanges) {
-  root.write("/etc/config/Korvix.conf", "; head\n[Depot]\nA = 1\n\n[Stunnel]\nPort = 443\n");
-  char out[64];
-  GetProfileString("Stunnel", "Port", "", out, sizeof out);
-  EXPECT_STREQ("443", out);
-  ASSERT_EQ(0, Set_Profile_String("stunnel", "port", "8443"));
-  ASSERT_EQ(0, Set_Profile_String("Depot", "Share_Link_Db", "/share/x.db"));
-  ASSERT_EQ(0, Set_Profile_String("New", "k", "v"));
-  EXPECT_EQ("; head\n[Depot]\nA = 1\nShare_Link_Db = /share/x.db\n\n[Stunnel]\nPort = 8443\n[New]\nk = v\n",
-            root.read("/etc/config/Korvix.conf"));
-  GetProfileString("Stunnel", "Port", "", out, sizeof out);
-  EXPECT_STREQ("8443", out);
-  ASSERT_EQ(0, Set_Private_Profile_String("S", "k", "v", "/etc/config/created.ini"));
-  EXPECT_EQ("[S]\nk = v\n", root.read("/etc/config/created.ini"));
-  ScopedEnv other{{{"SHARELINK_ROOT", root.dir() + "/nowhere"}}};
-  GetProfileString("Stunnel", "Port", "none", out, sizeof out);
-  EXPECT_STREQ("none", out);
-}
 }  // namespace

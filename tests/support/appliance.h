@@ -1,5 +1,4 @@
-// Test appliances: a fresh appliance root in a temporary folder, files and
-// stand-in programs written into it, and the real programs run against it.
+// A fresh appliance root in a temporary folder, stand-in programs in it, real programs run on it.
 #ifndef SLT_TESTS_SUPPORT_APPLIANCE_H_
 #define SLT_TESTS_SUPPORT_APPLIANCE_H_
 
@@ -30,8 +29,7 @@ class ApplianceRoot {
   std::string dir_;
 };
 
-// Sets SHARELINK_ROOT (and any other variables) in this process for one scope
-// and restores the previous values; also clears the platform's profile cache.
+// Sets variables (SHARELINK_ROOT...) in this process for one scope; clears the profile cache.
 class ScopedEnv {
  public:
   explicit ScopedEnv(const std::map<std::string, std::string>& vars);
@@ -46,8 +44,7 @@ struct RunResult {
   std::string err;
 };
 
-// Runs a program with SHARELINK_ROOT = root and extra variables (a value of
-// "\x01unset" removes a variable), feeding `input` on standard input.
+// Runs a program with SHARELINK_ROOT = root, extra variables ("\x01unset" removes one) and input.
 RunResult run_program(const std::string& program, const std::vector<std::string>& args,
                       const ApplianceRoot& root, const std::map<std::string, std::string>& env = {},
                       const std::string& input = std::string());
