@@ -24,17 +24,15 @@ class Discover : public ::testing::Test {
  protected:
   Discover() {
     cloud_client("203.0.113.7", "2001:db8::7");
-    printing("/usr/sbin/nmcli", "nmcli", kDdnsConfig);
-    printing("/usr/sbin/nsh", "nsh", kInterfaces);
-    printing("/usr/local/bin/nimbo_device_tool", "device", kDeviceStatus);
+    printing("/usr/sbin/nmcli", kDdnsConfig);
+    printing("/usr/sbin/nsh", kInterfaces);
+    printing("/usr/local/bin/nimbo_device_tool", kDeviceStatus);
     root_.write("/etc/config/Korvix.conf", "[System]\nWeb Access Port = 8080\nExternal Web Port = 18080\n"
                                            "External SSL Port = 10443\n[Stunnel]\nPort = 443\n");
   }
-  // A stand-in that logs its arguments to /tmp/<name>.args and prints `out`.
-  void printing(const std::string& program, const std::string& name, const std::string& out) {
-    root_.write("/tmp/" + name + ".out", out);
-    root_.script(program, "echo \"$@\" >> \"$SHARELINK_ROOT/tmp/" + name +
-                              ".args\"\ncat \"$SHARELINK_ROOT/tmp/" + name + ".out\"\n");
+  void printing(const std::string& program, const std::string& out) {  // a stand-in that prints out
+    root_.write(program + ".out", out);
+    root_.script(program, "cat \"$SHARELINK_ROOT" + program + ".out\"\n");
   }
   void cloud_client(const std::string& v4, const std::string& v6) {
     root_.script("/usr/bin/nimbo_cli", "echo \"$@\" >> \"$SHARELINK_ROOT/tmp/nimbo.args\"\n"
@@ -93,7 +91,7 @@ TEST_F(Discover, PartialAnswers) {
   cloud_client("", "2001:db8::7");
   EXPECT_NE(std::string::npos, discover().out.find("\"external_ip\": \"2001:db8::7\", \"ext_ip_list\": \"2001:db8::7\""));
   root_.remove("/usr/bin/nimbo_cli");
-  printing("/usr/sbin/nsh", "nsh", R"({"data":{"eth0":{"IPv4":[],"IPv6":[]}}})");
+  printing("/usr/sbin/nsh", R"({"data":{"eth0":{"IPv4":[],"IPv6":[]}}})");
   for (const char* gone : {"/usr/sbin/nmcli", "/usr/local/bin/nimbo_device_tool", "/etc/config/Korvix.conf"})
     root_.remove(gone);
   RunResult r = discover();

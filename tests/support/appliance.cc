@@ -90,16 +90,13 @@ ScopedEnv::ScopedEnv(const std::map<std::string, std::string>& vars) {
   for (const auto& kv : vars) {
     const char* old = getenv(kv.first.c_str());
     saved_[kv.first] = {old != nullptr, old ? old : ""};
-    if (kv.second == "\x01unset") unsetenv(kv.first.c_str());
-    else setenv(kv.first.c_str(), kv.second.c_str(), 1);
+    kv.second == "\x01unset" ? unsetenv(kv.first.c_str()) : setenv(kv.first.c_str(), kv.second.c_str(), 1);
   }
   profile_cache_clear();
 }
 ScopedEnv::~ScopedEnv() {
-  for (const auto& kv : saved_) {
-    if (kv.second.first) setenv(kv.first.c_str(), kv.second.second.c_str(), 1);
-    else unsetenv(kv.first.c_str());
-  }
+  for (const auto& kv : saved_)
+    kv.second.first ? setenv(kv.first.c_str(), kv.second.second.c_str(), 1) : unsetenv(kv.first.c_str());
   profile_cache_clear();
 }
 
