@@ -12,7 +12,6 @@ HostAddressTable empty_table() {
   memset(&t, 0, sizeof t);
   return t;
 }
-
 // Bad outputs leave their fields alone; good ones fill at most 16 entries and the bounded lists.
 TEST(Parsers, KeepWithinBounds) {
   char out[8] = "keep";
@@ -53,7 +52,6 @@ TEST(Parsers, KeepWithinBounds) {
     EXPECT_EQ("-1 -1", std::to_string(d.code) + " " + std::to_string(d.vlink_status)) << bad;
   }
 }
-
 // Every cut and every single damaged byte of good outputs: no overrun, no crash.
 TEST(Parsers, SurviveDamagedOutput) {
   const char noise[] = "-{}[]\",:\\ 0a\x01\xff";

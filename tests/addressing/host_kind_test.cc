@@ -31,7 +31,6 @@ class HostTable : public ::testing::Test {
     return url;
   }
 };
-
 TEST_F(HostTable, ClassifiesEveryKind) {
   const struct { const char* text; int kind; } cases[] = {
       {"http://x/share.cgi", 11}, {"https:/x", 11}, {":5", 5}, {":21:box", 21}, {":0:box", 6}, {":22", 6},
@@ -49,7 +48,6 @@ TEST_F(HostTable, ClassifiesEveryKind) {
   EXPECT_EQ(1, classify_host("db8::7"));
   EXPECT_EQ(6, classify_host("2001:db8::8"));
 }
-
 // A stored host text, or (text null) the output buffer itself, to "<host printed> <kind>".
 TEST_F(HostTable, ResolvesStoredHostTexts) {
   auto resolved = [](const char* text, const char* start = "", size_t size = 512) {
@@ -72,7 +70,6 @@ TEST_F(HostTable, ResolvesStoredHostTexts) {
   set(g_host_address_table.host_ip, "nas.local:8080");
   EXPECT_EQ("192.168.1.10 5|nas.local 6", resolved(":5") + "|" + resolved(nullptr, "nas.local:8080"));
 }
-
 // Link prefix by host kind (the table leaves out the "/share.cgi?ssid=S1" every link ends in).
 TEST_F(HostTable, ChoosesPortsByHostKind) {
   const struct { int ssl; const char* host; const char* url; const char* port; } cases[] = {
@@ -114,7 +111,6 @@ TEST_F(HostTable, ChoosesPortsByHostKind) {
   EXPECT_EQ("http://h:777/share.cgi?ssid=S1", forced(4, "h", "777"));
   EXPECT_EQ("none", forced(4, nullptr, "777"));
 }
-
 // Timeout and retry of the cloud client come from the request, within range.
 TEST(Discovery, TakesTimeoutAndRetryFromTheRequest) {
   ApplianceRoot root;

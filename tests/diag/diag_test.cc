@@ -15,7 +15,6 @@ class DiagTest : public ::testing::Test {
   ApplianceRoot root;
   ScopedEnv env{{{"SHARELINK_ROOT", root.dir()}}};
 };
-
 // Each list starts the mask afresh; a message passes the level threshold and the mask, or is
 // dropped. Store errors are worded by code and go out twice (the open failure: e2e/store_test).
 TEST_F(DiagTest, ModuleListsAndLevelsFilterMessages) {
@@ -41,7 +40,6 @@ TEST_F(DiagTest, ModuleListsAndLevelsFilterMessages) {
   for (const char* twice : {", DB PARAMETER ERROR, Ret=-11, Ssid=AbC, Fid=7\n", ", sharelink query error, Ret=-5, Ssid=AbC\n"})
     EXPECT_LT(text.find(twice), text.rfind(twice)) << twice;  // found, twice
 }
-
 // Stamped after the process id in the file, plain on standard error; then the process ends.
 TEST_F(DiagTest, FatalMessageWithFileDestinationEndsTheProcess) {
   EXPECT_EXIT(debug_log(0, 0, "cannot go on\n"), ::testing::ExitedWithCode(1), "^cannot go on\nAborting\n$");

@@ -50,7 +50,6 @@ class Discover : public ::testing::Test {
   }
   ApplianceRoot root_;
 };
-
 TEST_F(Discover, PrintsTheWholeDocument) {
   std::map<std::string, std::string> env = relay("box", "1");
   env["HTTP_HOST"] = "example:8080";
@@ -81,7 +80,6 @@ TEST_F(Discover, PrintsTheWholeDocument) {
   EXPECT_EQ("get_external_ip -x 5 -r 1 -c KDX_NIMBO_CLI_CACHE_VALID_PERIOD\nget_external_ip -x 5 -r 1 -c "
             "KDX_NIMBO_CLI_CACHE_VALID_PERIOD -6\n", root_.read("/tmp/nimbo.args"));
 }
-
 // Relay name only with the service on and 3+ characters; missing sources leave their fields
 // empty; the external address falls back to the IPv6 answer.
 TEST_F(Discover, PartialAnswers) {
@@ -104,7 +102,6 @@ TEST_F(Discover, PartialAnswers) {
             "\"mynimbo_device_name\": \"\", \"mynimbo_link_status\": -1, \"ddns_list\": [ ], \"ip_list\": [ ] } }\n",
             r.out);
 }
-
 // Host choice itself is covered by addressing/host_kind_test; here the command around it.
 TEST_F(Discover, UrlPrintsTheLinkOfAStoredKey) {
   make_store(root_);

@@ -38,7 +38,6 @@ class Paths : public ::testing::Test {
   ApplianceRoot root_;
   ScopedEnv env_;
 };
-
 TEST_F(Paths, ClassifiesByPrefixThenByShare) {
   EXPECT_EQ(-1, kdx_check_file_ap_type(nullptr));
   const struct { const char* path; int kind; } cases[] = {
@@ -56,7 +55,6 @@ TEST_F(Paths, ClassifiesByPrefixThenByShare) {
   EXPECT_EQ(6, share_name_of("/Public/docs", name, sizeof name));
   EXPECT_STREQ("Public", name);
 }
-
 // Share quirks; a link to the root's own /etc; roots allowed for real paths.
 TEST_F(Paths, ResolvesSharesWithinAllowedRoots) {
   link(root_.path("/etc"), "/share/VOL1/Public/in");
@@ -75,7 +73,6 @@ TEST_F(Paths, ResolvesSharesWithinAllowedRoots) {
     EXPECT_EQ(r.allowed, is_allowed_real_path(r.path, r.within)) << (r.path ? r.path : "(null)");
   }
 }
-
 // Each virtual root fails while its package, export or mount is missing, then resolves.
 TEST_F(Paths, ResolvesVirtualRoots) {
   const struct { const char* path; const char* out; int remote = 0; } cases[] = {
@@ -97,7 +94,6 @@ TEST_F(Paths, ResolvesVirtualRoots) {
   for (const char* bad : {"/remote:3@Other/sub/f", "/remote:", "/remote:4@Backup/sub"})
     EXPECT_EQ("-1", resolved(bad, 1)) << bad;
 }
-
 TEST_F(Paths, ExpandsLoginMacros) {
   auto expand = [](const char* text, const char* home, size_t size = 64) {
     char path[64];

@@ -41,7 +41,6 @@ TEST(Exec, CapturesOutputReportsStatusAndClosesOtherDescriptors) {
   os_reset();
   EXPECT_EQ(3, _hs_secure_execv("/usr/bin/echoer", argv, nullptr));
 }
-
 TEST(Cgi, ParsesAndDecodesParameters) {
   CgiRequest req;
   const char q[] = "func=download&path=%2FPublic%2Fa+b.txt&empty=&flag&bad=%zz%4&func=second";

@@ -8,7 +8,6 @@ class ProfileTest : public ::testing::Test {
   ApplianceRoot root;
   ScopedEnv env{{{"SHARELINK_ROOT", root.dir()}}};
 };
-
 TEST_F(ProfileTest, ReadsSectionsKeysCaseAndDefaults) {
   const char* ini = "/etc/config/a.ini";
   root.write(ini, "top = level\r\n[System]\n  Web Access Port =  8081 \r\n; comment = no\n# also = no\n"

@@ -15,7 +15,6 @@ std::string value(const char* section, const char* key, const char* file) {
   Get_Private_Profile_String(section, key, "-", out, sizeof out, file);
   return out;
 }
-
 // Within a scope a file is read (or found missing) once, until the process writes it.
 TEST(RunScope, ProfileFilesAreLookedAtOncePerScope) {
   ApplianceRoot root;
@@ -38,7 +37,6 @@ TEST(RunScope, ProfileFilesAreLookedAtOncePerScope) {
   root.write(conf, "[A]\nk = 333\nj = 4\n");
   EXPECT_EQ("333 new 4", seen());
 }
-
 // Links followed inside the root, never out of it; each result the same under a scope, twice.
 TEST(RunScope, CanonicalPathsAreTheSameAsWithoutIt) {
   ApplianceRoot root;

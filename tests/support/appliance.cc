@@ -25,14 +25,12 @@ void mkdirs_real(const std::string& p) {
   std::filesystem::create_directories(p, ec);
   must(!ec || std::filesystem::is_directory(p), "mkdir " + p);
 }
-
 std::vector<char*> c_strings(std::vector<std::string>& v) {
   std::vector<char*> out;
   for (auto& s : v) out.push_back(&s[0]);
   out.push_back(nullptr);
   return out;
 }
-
 // The child's standard streams are memory files: no pipe to keep draining, and a child that
 // leaves early cannot block the writer of its input.
 int memory_file(const std::string& content) {
@@ -44,14 +42,12 @@ int memory_file(const std::string& content) {
   lseek(fd, 0, SEEK_SET);
   return fd;
 }
-
 std::string drain(int fd) {  // opened anew through /proc: from the start
   std::string s = read_file("/proc/self/fd/" + std::to_string(fd));
   close(fd);
   return s;
 }
 }  // namespace
-
 ApplianceRoot::ApplianceRoot() {
   const char* tmp = getenv("TMPDIR");
   dir_ = std::string(tmp && tmp[0] ? tmp : "/tmp") + "/slt-root-XXXXXX";
@@ -60,7 +56,6 @@ ApplianceRoot::ApplianceRoot() {
                         "/usr/bin", "/usr/sbin", "/usr/local/bin"})
     mkdirs(d);
 }
-
 ApplianceRoot::~ApplianceRoot() {
   std::error_code ec;
   std::filesystem::remove_all(dir_, ec);
@@ -99,7 +94,6 @@ ScopedEnv::~ScopedEnv() {
     kv.second.first ? setenv(kv.first.c_str(), kv.second.second.c_str(), 1) : unsetenv(kv.first.c_str());
   profile_cache_clear();
 }
-
 RunResult run_program(const std::string& program, const std::vector<std::string>& args,
                       const ApplianceRoot& root, const std::map<std::string, std::string>& env,
                       const std::string& input) {
@@ -131,7 +125,6 @@ RunResult run_program(const std::string& program, const std::vector<std::string>
   std::string out = drain(fds[1]);
   return RunResult{code, out, drain(fds[2])};
 }
-
 std::string tool_binary() { return std::string(SLT_BUILD_DIR) + "/ShareLinkTool"; }
 std::string ctl_binary() { return std::string(SLT_BUILD_DIR) + "/sharelinkctl"; }
 std::string cgi_binary() { return std::string(SLT_BUILD_DIR) + "/sharelink.cgi"; }
