@@ -19,7 +19,6 @@ extern char** environ;
 
 namespace {
 void must(bool ok, const std::string& what) { if (!ok) throw std::runtime_error(what + ": " + strerror(errno)); }
-
 void mkdirs_real(const std::string& p) {
   std::error_code ec;
   std::filesystem::create_directories(p, ec);
@@ -56,10 +55,7 @@ ApplianceRoot::ApplianceRoot() {
                         "/usr/bin", "/usr/sbin", "/usr/local/bin"})
     mkdirs(d);
 }
-ApplianceRoot::~ApplianceRoot() {
-  std::error_code ec;
-  std::filesystem::remove_all(dir_, ec);
-}
+ApplianceRoot::~ApplianceRoot() { std::error_code ec; std::filesystem::remove_all(dir_, ec); }
 std::string ApplianceRoot::path(const std::string& ap) const { return dir_ + ap; }
 void ApplianceRoot::mkdirs(const std::string& ap) const { mkdirs_real(path(ap)); }
 void ApplianceRoot::write(const std::string& ap, const std::string& content, mode_t mode) const {

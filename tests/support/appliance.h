@@ -3,6 +3,7 @@
 #define SLT_TESTS_SUPPORT_APPLIANCE_H_
 
 #include <sys/types.h>
+
 #include <ctime>
 #include <map>
 #include <string>
@@ -36,15 +37,18 @@ class ScopedEnv {
  private:
   std::map<std::string, std::pair<bool, std::string>> saved_;
 };
+
 struct RunResult {
   int status = -1;  // exit status, or 128 + signal
   std::string out;
   std::string err;
 };
+
 // Runs a program with SHARELINK_ROOT = root, extra variables ("\x01unset" removes one) and input.
 RunResult run_program(const std::string& program, const std::vector<std::string>& args,
                       const ApplianceRoot& root, const std::map<std::string, std::string>& env = {},
                       const std::string& input = std::string());
+
 std::string tool_binary();  // build/ShareLinkTool
 std::string ctl_binary();   // build/sharelinkctl
 std::string cgi_binary();   // build/sharelink.cgi
