@@ -30,8 +30,7 @@ std::vector<char*> c_strings(std::vector<std::string>& v) {
   out.push_back(nullptr);
   return out;
 }
-// The child's standard streams are memory files: no pipe to keep draining, and a child that
-// leaves early cannot block the writer of its input.
+// Standard input as a memory file: a child that leaves early cannot block its writer.
 int memory_file(const std::string& content) {
   int made = memfd_create("slt-run", MFD_CLOEXEC);
   int fd = fcntl(made, F_DUPFD_CLOEXEC, 3);  // above 0-2, which the child's streams take
@@ -41,7 +40,7 @@ int memory_file(const std::string& content) {
   lseek(fd, 0, SEEK_SET);
   return fd;
 }
-std::string drain(int fd) {  // opened anew through /proc: from the start
+std::string drain(int fd) {  // opened anew through /proc: to the end
   std::string s = read_file("/proc/self/fd/" + std::to_string(fd));
   close(fd);
   return s;
@@ -104,22 +103,24 @@ RunResult run_program(const std::string& program, const std::vector<std::string>
   std::vector<std::string> argv_s{program};
   argv_s.insert(argv_s.end(), args.begin(), args.end());
   std::vector<char*> envp = c_strings(envs), argv = c_strings(argv_s);
-  int fds[3] = {memory_file(input), memory_file(""), memory_file("")};
+  int in = memory_file(input), out[2], err[2];
+  must(pipe2(out, O_CLOEXEC) == 0 && pipe2(err, O_CLOEXEC) == 0, "pipe");
+  fcntl(err[1], F_SETPIPE_SZ, 1 << 20);  // standard error waits there while standard output is read
   pid_t pid = fork();
   must(pid >= 0, "fork");
   if (pid == 0) {  // dup2 clears close-on-exec on 0-2
-    for (int i = 0; i < 3; ++i) dup2(fds[i], i);
+    dup2(in, 0), dup2(out[1], 1), dup2(err[1], 2);
     if (chdir(root.dir().c_str()) != 0) _exit(126);
     execve(program.c_str(), argv.data(), envp.data());
     _exit(127);
   }
-  close(fds[0]);
+  close(in), close(out[1]), close(err[1]);
   signal(SIGPIPE, SIG_IGN);
+  std::string text = drain(out[0]), errors = drain(err[0]);
   int status = 0;
   while (waitpid(pid, &status, 0) < 0 && errno == EINTR) continue;
   int code = WIFEXITED(status) ? WEXITSTATUS(status) : WIFSIGNALED(status) ? 128 + WTERMSIG(status) : -1;
-  std::string out = drain(fds[1]);
-  return RunResult{code, out, drain(fds[2])};
+  return RunResult{code, text, errors};
 }
 std::string tool_binary() { return std::string(SLT_BUILD_DIR) + "/ShareLinkTool"; }
 std::string ctl_binary() { return std::string(SLT_BUILD_DIR) + "/sharelinkctl"; }
