@@ -1,232 +1,125 @@
+// Display paths to real paths; plain shares, team folders and climbing out run end to end
+// (e2e/paths_test, e2e/security_test).
 #include <gtest/gtest.h>
 #include <unistd.h>
-
 #include <cstring>
 #include <string>
-
 #include "paths/allowed_root.h"
 #include "paths/display_path.h"
 #include "paths/path_macros.h"
-#include "paths/remote_folder.h"
 #include "paths/share_name.h"
-#include "paths/team_folder.h"
 #include "platform/profile.h"
 #include "support/appliance.h"
 
 namespace {
-
 class Paths : public ::testing::Test {
  protected:
   Paths() : env_{{{"SHARELINK_ROOT", root_.dir()}}} {
     set_login_identity(nullptr);
     root_.write("/etc/config/smb.conf",
-                "[Public]\npath = /share/VOL1/Public\n[X]\npath = /share/X/\n"
-                "[Media]\nshare kind = mtp\n[Disc]\nshare kind = odd\n[M]\nshare kind = mtp\n"
-                "[Cache]\nshare kind = skylet\npath = /share/VOL1/Cache\n"
-                "[Home]\npath = /share/homes/%U\n");
+                "[Public]\npath = /share/VOL1/Public\n[X]\npath = /share/X/\n[Media]\nshare kind = mtp\n"
+                "[Disc]\nshare kind = odd\n[M]\nshare kind = mtp\n"
+                "[Cache]\nshare kind = skylet\npath = /share/VOL1/Cache\n[Home]\npath = /share/homes/%U\n");
     root_.write("/etc/smb.conf", "[Q2]\nq type = 2\n");
     root_.write("/share/VOL1/Public/docs/a.txt", "hello");
     root_.mkdirs("/share/X/a");
   }
   ~Paths() override { set_login_identity(nullptr); }
-
-  std::string resolve(const char* path, int* kind, const char* creator = "") {
+  // "<real path> <kind>", or "-1" alone for a failure.
+  static std::string resolved(const char* path, int remote = 0) {
     char out[4096] = "";
-    *kind = resolve_display_path(0, path, out, sizeof out, creator);
-    return out;
+    int kind = resolve_display_path(remote, path, out, sizeof out, "");
+    return kind < 0 ? std::to_string(kind) : std::string(out) + " " + std::to_string(kind);
   }
-
+  void config(const std::string& ap, const std::string& text) { root_.write(ap, text); profile_cache_clear(); }
+  void link(const std::string& target, const std::string& ap) {
+    ASSERT_EQ(0, symlink(target.c_str(), root_.path(ap).c_str())) << ap;
+  }
   ApplianceRoot root_;
   ScopedEnv env_;
 };
-
 TEST_F(Paths, ClassifiesByPrefixThenByShare) {
   EXPECT_EQ(-1, kdx_check_file_ap_type(nullptr));
-  const struct {
-    const char* path;
-    int kind;
-  } cases[] = {
+  const struct { const char* path; int kind; } cases[] = {
       {"/", 0}, {"/remote:3@Backup/a", 4}, {"/ubuntu:/a", 5}, {"/survix:/cam", 6}, {"/snapshot:/s1/a", 7},
       {"/snapshot_vault:/v/a", 8}, {"/zelm:/arc", 9}, {"tfx://Team1/doc", 10}, {"/tfx://Team1/doc", 10},
-      {"/Public/odd:name", 0}, {"/Media/a", 1}, {"/Q2/a", 2}, {"Disc/a", 3},
-      {"/M/a", 0},  // one-byte share names are ordinary
-      {"/mnt/snapshot/1/a", 11},
-      {"/Cache/a", 0},  // cloud cache not installed
-  };
+      {"/Public/odd:name", 0}, {"/Media/a", 1}, {"/Q2/a", 2}, {"Disc/a", 3}, {"/mnt/snapshot/1/a", 11},
+      {"/M/a", 0},      // one-byte share names are ordinary
+      {"/Cache/a", 0}};  // cloud cache not installed
   for (const auto& c : cases) EXPECT_EQ(c.kind, kdx_check_file_ap_type(c.path)) << c.path;
-
-  root_.write("/etc/config/xpkg.conf", "[Skylet]\nInstall_Path = /opt/sky\nEnable = TRUE\n");
-  profile_cache_clear();
-  EXPECT_EQ(12, kdx_check_file_ap_type("/Cache/a"));
-  root_.write("/etc/config/xpkg.conf", "[Skylet]\nInstall_Path = /opt/sky\nEnable = FALSE\n");
-  profile_cache_clear();
-  EXPECT_EQ(0, kdx_check_file_ap_type("/Cache/a"));
-
+  for (const char* enable : {"TRUE", "FALSE"}) {
+    config("/etc/config/xpkg.conf", std::string("[Skylet]\nInstall_Path = /opt/sky\nEnable = ") + enable + "\n");
+    EXPECT_EQ(enable[0] == 'T' ? 12 : 0, kdx_check_file_ap_type("/Cache/a")) << enable;
+  }
   char name[8];
   EXPECT_EQ(6, share_name_of("/Public/docs", name, sizeof name));
   EXPECT_STREQ("Public", name);
-  EXPECT_EQ(3, share_name_of("Public", name, 4));
-  EXPECT_STREQ("Pub", name);
 }
-
-// Shares with their quirks, and paths that leave them (through "..", a link
-// inside the root, or the host's own /etc outside it).
-TEST_F(Paths, ResolvesSharesAndRefusesPathsThatLeaveThem) {
-  ASSERT_EQ(0, symlink(root_.path("/etc").c_str(), root_.path("/share/VOL1/Public/in").c_str()));
-  ASSERT_EQ(0, symlink("/etc", root_.path("/share/VOL1/Public/out").c_str()));
-  const struct {
-    const char* path;
-    const char* out;  // nullptr: not checked
-    int kind;
-  } cases[] = {
-      {"/Public/docs/a.txt", "/share/VOL1/Public/docs/a.txt", 3},
-      {"Public/docs/a.txt", "/share/VOL1/Public/docs/a.txt", 3},
-      {"/Public", "/share/VOL1/Public", 1},
-      {"/X/a", "/share/X", 1},  // a share path ending in "/" drops both its slash and the rest
-      {"/Nope/a", nullptr, -1},  // falls back to "MD0_DATA", which no root allows
-      {"/Public/docs/missing.txt", nullptr, -1},
-      {"/Public/../../../etc/config", nullptr, -1},
-      {"/Public/in/config", nullptr, -1},
-      {"/Public/out/passwd", nullptr, -1},
-  };
-  for (const auto& c : cases) {
-    int kind = 0;
-    std::string out = resolve(c.path, &kind);
-    EXPECT_EQ(c.kind, kind) << c.path;
-    if (c.out != nullptr) {
-      EXPECT_EQ(c.out, out) << c.path;
-    }
-  }
-
-  EXPECT_EQ(0, is_allowed_real_path(nullptr, nullptr));
-  EXPECT_EQ(0, is_allowed_real_path("MD0_DATA/a", nullptr));
-  EXPECT_EQ(1, is_allowed_real_path("/share/VOL1/not-yet", nullptr));
-  EXPECT_EQ(0, is_allowed_real_path("/etc/config", nullptr));
-  EXPECT_EQ(1, is_allowed_real_path("/mnt/survix_recordings/cam", nullptr));
-  EXPECT_EQ(0, is_allowed_real_path("/mnt/survix_recordings/../../etc/config", nullptr));
-  EXPECT_EQ(0, is_allowed_real_path("/mnt/other", nullptr));
-  EXPECT_EQ(0, is_allowed_real_path("/share/VOL1", "/share/VOL1/Public"));
-  EXPECT_EQ(1, is_allowed_real_path("/share/VOL1/Public", "/share/X"));
+// Share quirks; a link to the root's own /etc; roots allowed for real paths.
+TEST_F(Paths, ResolvesSharesWithinAllowedRoots) {
+  link(root_.path("/etc"), "/share/VOL1/Public/in");
+  EXPECT_EQ("/share/VOL1/Public 1", resolved("/Public"));
+  EXPECT_EQ("/share/X 1", resolved("/X/a"));  // a share path ending in "/" drops its slash and the rest
+  EXPECT_EQ("-1", resolved("/Public/docs/missing.txt"));
+  EXPECT_EQ("-1", resolved("/Public/in/config"));
   root_.mkdirs("/mnt/snapshot/1");
-  ASSERT_EQ(0, symlink(root_.path("/mnt/snapshot/1").c_str(),
-                       root_.path("/share/VOL1/snap").c_str()));
-  EXPECT_EQ(1, is_allowed_real_path("/share/VOL1/snap", nullptr));
+  link(root_.path("/mnt/snapshot/1"), "/share/VOL1/snap");
+  const struct { const char* path; const char* within; int allowed; } roots[] = {
+      {nullptr, nullptr, 0}, {"MD0_DATA/a", nullptr, 0}, {"/share/VOL1/not-yet", nullptr, 1},
+      {"/etc/config", nullptr, 0}, {"/mnt/survix_recordings/cam", nullptr, 1}, {"/mnt/other", nullptr, 0},
+      {"/mnt/survix_recordings/../../etc/config", nullptr, 0}, {"/share/VOL1", "/share/VOL1/Public", 0},
+      {"/share/VOL1/Public", "/share/X", 1}, {"/share/VOL1/snap", nullptr, 1}};
+  for (const auto& r : roots) {
+    EXPECT_EQ(r.allowed, is_allowed_real_path(r.path, r.within)) << (r.path ? r.path : "(null)");
+  }
 }
-
+// Each virtual root fails while its package, export or mount is missing, then resolves.
 TEST_F(Paths, ResolvesVirtualRoots) {
-  int kind = 0;
-  root_.write("/mnt/survix_recordings/cam1/a.mp4", "v");
-  EXPECT_EQ("/mnt/survix_recordings/cam1/a.mp4", resolve("/survix:/cam1/a.mp4", &kind));
-  EXPECT_EQ(3, kind);
-
-  resolve("/ubuntu:/x", &kind);
-  EXPECT_EQ(-1, kind);  // no container package
+  const struct { const char* path; const char* out; int remote = 0; } cases[] = {
+      {"/survix:/cam1/a.mp4", "/mnt/survix_recordings/cam1/a.mp4 3"},
+      {"/ubuntu:/x", "/share/VOL1/ct/container-rootfs-home//x 1"}, {"/snapshot:/s1/a", "/mnt/snapexp/s1/a 3"},
+      {"/snapshot_vault:/v/a", "/mnt/vaultexp/v/a 3"}, {"/zelm:/arc/f", "/share/VOL1/zelm/arc/f 3"},
+      {"/remote:3@Backup/sub/f", "/share/VOL1/remote3/sub/f 3", 1}};
+  for (const auto& c : cases) EXPECT_EQ("-1", resolved(c.path, c.remote)) << c.path;
+  for (const char* file : {"/mnt/survix_recordings/cam1/a.mp4", "/mnt/snapexp/s1/a", "/mnt/vaultexp/v/a",
+                           "/share/VOL1/zelm/arc/f", "/share/VOL1/remote3/sub/f", "/share/VOL1/ct/container-rootfs-home/x/f",
+                           "/ZELM/var/f"})
+    root_.write(file, "x");
+  link(root_.path("/share/VOL1/zelm"), "/ZELM/var/mnt");
   root_.write("/etc/config/xpkg.conf", "[ubuntu-hd]\nInstall_Path = /share/VOL1/ct\n");
-  root_.mkdirs("/share/VOL1/ct/container-rootfs-home/x");
-  profile_cache_clear();
-  EXPECT_EQ("/share/VOL1/ct/container-rootfs-home//x", resolve("/ubuntu:/x", &kind));
-  EXPECT_EQ(1, kind);
-
-  resolve("/snapshot:/s1/a", &kind);
-  EXPECT_EQ(-1, kind);  // no export path
   root_.write("/etc/config/Korvix.conf",
-              "[Snapshot]\nUnified Export = yes\nExport Path = /mnt/snapexp\n"
-              "Vault Export Path = /mnt/vaultexp\n");
-  root_.write("/mnt/snapexp/s1/a", "s");
-  root_.write("/mnt/vaultexp/v/a", "v");
-  profile_cache_clear();
-  EXPECT_EQ("/mnt/snapexp/s1/a", resolve("/snapshot:/s1/a", &kind));
-  EXPECT_EQ(3, kind);
-  EXPECT_EQ("/mnt/vaultexp/v/a", resolve("/snapshot_vault:/v/a", &kind));
-  EXPECT_EQ(3, kind);
-
-  resolve("/zelm:/arc/f", &kind);
-  EXPECT_EQ(-1, kind);  // nothing mounted
-  root_.write("/share/VOL1/zelm/arc/f", "z");
-  root_.mkdirs("/ZELM/var");
-  ASSERT_EQ(0, symlink(root_.path("/share/VOL1/zelm").c_str(), root_.path("/ZELM/var/mnt").c_str()));
-  EXPECT_EQ("/share/VOL1/zelm/arc/f", resolve("/zelm:/arc/f", &kind));
-  EXPECT_EQ(3, kind);
+              "[Snapshot]\nUnified Export = yes\nExport Path = /mnt/snapexp\nVault Export Path = /mnt/vaultexp\n");
+  config("/etc/config/remote_folder.conf", "[3]\nName = Backup\nLocal Path = /share/VOL1/remote3\n");
+  for (const auto& c : cases) EXPECT_EQ(c.out, resolved(c.path, c.remote)) << c.path;
+  for (const char* bad : {"/remote:3@Other/sub/f", "/remote:", "/remote:4@Backup/sub"})
+    EXPECT_EQ("-1", resolved(bad, 1)) << bad;
 }
-
-TEST_F(Paths, ResolvesTeamFoldersThroughTheSyncTool) {
-  int kind = 0;
-  resolve("tfx://Team1/doc/a.txt", &kind, "Mirra:alice");
-  EXPECT_EQ(-1, kind);  // no tool
-  root_.script("/sbin/mirrasrv_tool",
-               "echo \"$@\" >> \"$SHARELINK_ROOT/tmp/mirrasrv.args\"\n"
-               "printf '%s' /share/VOL1/Team1\n");
-  root_.write("/share/VOL1/Team1/doc/a.txt", "t");
-  EXPECT_EQ("/share/VOL1/Team1/doc/a.txt", resolve("tfx://Team1/doc/a.txt", &kind, "Mirra:alice"));
-  EXPECT_EQ(3, kind);
-  EXPECT_EQ("-t alice:tfx://Team1\n", root_.read("/tmp/mirrasrv.args"));
-
-  char uri[64] = "tfx://Team1/doc";
-  char out[64] = "";
-  EXPECT_EQ(0, resolve_team_folder(const_cast<char*>(std::string("/Public").data()), 8, "u", out,
-                                   sizeof out));
-  EXPECT_EQ(1, resolve_team_folder(uri, sizeof uri, "bob", nullptr, 0));
-  EXPECT_STREQ("/share/VOL1/Team1/doc", uri);  // written back into the address
-
-  root_.script("/sbin/mirrasrv_tool", "printf '%s' /elsewhere\n");
-  char uri2[64] = "tfx://Team1/doc";
-  EXPECT_EQ(1, resolve_team_folder(uri2, sizeof uri2, "bob", out, sizeof out));
-  EXPECT_STREQ("/doc", out);  // an answer outside the shares gives no folder
-  EXPECT_STREQ("tfx://Team1/doc", uri2);
-  root_.script("/sbin/mirrasrv_tool", "exit 0\n");
-  EXPECT_EQ(-1, resolve_team_folder(uri2, sizeof uri2, "bob", out, sizeof out));
-  EXPECT_STREQ("tfx://Team1/doc", uri2);
-}
-
-TEST_F(Paths, ResolvesRemoteFolders) {
-  root_.write("/etc/config/remote_folder.conf",
-              "[3]\nName = Backup\nLocal Path = /share/VOL1/remote3\n");
-  root_.write("/share/VOL1/remote3/sub/f", "r");
-  char out[256] = "";
-  EXPECT_EQ(0, kdx_Get_RemoteFolder_Path("/remote:3@Backup/sub/f", out, sizeof out));
-  EXPECT_STREQ("/share/VOL1/remote3/sub/f", out);
-  EXPECT_EQ(-1, kdx_Get_RemoteFolder_Path("/remote:", out, sizeof out));
-  EXPECT_EQ(-1, kdx_Get_RemoteFolder_Path("/remote:4@Backup/sub", out, sizeof out));
-  EXPECT_EQ(3, resolve_display_path(1, "/remote:3@Backup/sub/f", out, sizeof out, ""));
-  EXPECT_EQ(-1, resolve_display_path(1, "/remote:3@Other/sub/f", out, sizeof out, ""));
-}
-
 TEST_F(Paths, ExpandsLoginMacros) {
-  char path[64];
-  auto expand = [&path](const char* text, const char* home) {
+  auto expand = [](const char* text, const char* home, size_t size = 64) {
+    char path[64];
     snprintf(path, sizeof path, "%s", text);
-    expand_share_path_macros(path, sizeof path, home);
+    expand_share_path_macros(path, size, home);
     return std::string(path);
   };
-  set_login_identity("DOM+Ann");  // separator "\": no domain
-  EXPECT_STREQ("", login_identity().domain);
-  EXPECT_STREQ("dom+ann", login_identity().user);
-
-  root_.write("/etc/config/Korvix.conf", "[Samba]\nwinbind separator = +\n");
-  profile_cache_clear();
-  set_login_identity("DOM+Ann");
-  EXPECT_STREQ("DOM+Ann", login_identity().login);
+  auto who = [](const char* login) {  // "<domain>|<user>|<login>"
+    set_login_identity(login);
+    const LoginIdentity& i = login_identity();
+    return std::string(i.domain) + "|" + i.user + "|" + i.login;
+  };
+  EXPECT_EQ("|dom+ann|DOM+Ann", who("DOM+Ann"));  // separator "\": no domain
+  config("/etc/config/Korvix.conf", "[Samba]\nwinbind separator = +\n");
+  EXPECT_EQ("DOM|ann|DOM+Ann", who("DOM+Ann"));
   EXPECT_EQ("/share/ann", expand("/share/%U", ""));
   EXPECT_EQ("/share/DOM+ann/x", expand("/share/%D+%U/x", ""));
-  int kind = 0;
   root_.mkdirs("/share/homes/ann/x");
-  EXPECT_EQ("/share/homes/ann/x", resolve("/Home/x", &kind));
-  EXPECT_EQ(1, kind);
-
-  root_.write("/etc/config/Korvix.conf", "[Samba]\nwinbind separator = \\\n");
-  profile_cache_clear();
-  set_login_identity("sales\\Bob");
-  EXPECT_STREQ("SALES", login_identity().domain);
-  EXPECT_STREQ("bob", login_identity().user);
-  set_login_identity("carol");
+  EXPECT_EQ("/share/homes/ann/x 1", resolved("/Home/x"));
+  config("/etc/config/Korvix.conf", "[Samba]\nwinbind separator = \\\n");
+  EXPECT_EQ("SALES|bob|sales\\Bob", who("sales\\Bob"));
+  who("carol");
   EXPECT_EQ("/share/carol", expand("/share/%D\\%U", ""));  // no domain: its separator goes too
-
   EXPECT_EQ("/homes//root", expand("/homes/%H/tail", "root"));
   EXPECT_EQ("/homes/%H/tail", expand("/homes/%H/tail", "no-such-user-slt"));
-  snprintf(path, sizeof path, "%s", "/share/%U%U%U%U%U%U%U%U%U%U%U%U%U%U%U%U%U%U%U%U%U%U%U%U");
   set_login_identity("a-very-long-login-name-that-overflows-the-buffer");
-  expand_share_path_macros(path, 16, "");
-  EXPECT_EQ(15u, strlen(path));
+  EXPECT_EQ(15u, expand("/share/%U%U%U%U%U%U%U%U%U%U%U%U%U%U%U%U%U%U%U%U%U%U%U%U", "", 16).size());
 }
-
 }  // namespace
