@@ -229,7 +229,7 @@ TEST(RegistryValues, BadOnesAndADiskThatCannotGrowChangeNothing) {
     root.write(kRegistry, registry); root.remove("/tmp/parceldeck.log");
     EXPECT_EQ(0, run_program(tool_binary(), args, root).status); EXPECT_EQ(registry, root.read(kRegistry));
     std::string log = root.exists("/tmp/parceldeck.log") ? root.read("/tmp/parceldeck.log") : "";
-    if (args[0] == "4") EXPECT_EQ(1, std::count(log.begin(), log.end(), '\n')) << log;
+    if (args[0] == "4") { EXPECT_EQ(1, std::count(log.begin(), log.end(), '\n')) << log; }
   }
   root.write(kRegistry, registry); run_program(tool_binary(), {"4", "xy", "0", url, "0"}, root);
   EXPECT_EQ(line("AbC", kA, "0", "nas.example", "xy") + registry.substr(line("AbC", kA).size()), root.read(kRegistry));

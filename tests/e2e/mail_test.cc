@@ -115,7 +115,7 @@ TEST_F(MailRun, MissingLinksNoneAtNoneRecipientsSendersAndAccounts) {
   EXPECT_TRUE(has_line(1, "To: \"a\" <a@x.example>"));
   EXPECT_TRUE(has_line(1, "From: \"carol@x.example\" <carol@x.example>"));
   EXPECT_TRUE(has_line(2, "To: \"b\" <b@x.example>"));
-  a.to = "c@,d@x.example";  // "c@" has two characters
+  a.to = "c@, \r\r\r,d@x.example";  // "c@" has two characters; a blank item is none
   a.sender = "x\r\nBcc: victim@example.org";
   run(a);
   EXPECT_TRUE(has_line(3, "To: \"d\" <d@x.example>"));

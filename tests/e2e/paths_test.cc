@@ -18,6 +18,8 @@ TEST(Resolve, Table) {
   EXPECT_EQ("0 /share/VOL1/Public/docs\n1\n", resolve({"Public/docs"}));
   EXPECT_EQ("0 /share/VOL1/Public/docs/a.txt\n3\n", resolve({"tfx://Team1/docs/a.txt", "Mirra:alice"}));
   EXPECT_EQ("-t alice:tfx://Team1\n", root.read("/tmp/mirrasrv.args"));
+  EXPECT_EQ("0 /share/VOL1/Public/docs/a.txt\n3\n", resolve({"tfx://Team1/docs/a.txt"}));  // no creator: no owner
+  EXPECT_EQ("-t :tfx://Team1\n", root.read("/tmp/mirrasrv.args"));
   root.script("/sbin/mirrasrv_tool", "printf /etc\n");  // an answer outside the shares is not used
   EXPECT_EQ("1 -1", resolve({"tfx://Team1/config", "Mirra:alice"}));
   EXPECT_EQ("1 -1", resolve({"/Unknown/a"}));  // no such share: "MD0_DATA" is refused

@@ -146,7 +146,10 @@ TEST_F(ShareTest, FileBodiesAreAttachmentsWithValidators) {
   const Case cases[] = {
       {{"-H", "Range: bytes=10-19", "-H", "If-Range: " + etag}, 206, report_.substr(10, 10), "bytes 10-19/20000"},
       {{"-H", "Range: bytes=10-19", "-H", "If-Range: \"old\""}, 200, report_, ""},
-      {{"-H", "If-None-Match: " + etag}, 304, "", ""},
+      {{"-H", "Range: bytes=10-19", "-H", "If-Range: " + modified}, 206, report_.substr(10, 10), "bytes 10-19/20000"},
+      {{"-H", "Range: bytes=10-19", "-H", "If-Range: Sat, 08 Sep 2001 01:46:40 GMT"}, 200, report_, ""},
+      {{"-H", "If-None-Match: \"old\", " + etag}, 304, "", ""},
+      {{"-H", "If-None-Match: \"old\""}, 200, report_, ""},
       {{"-H", "If-Modified-Since: " + modified}, 304, "", ""},
   };
   for (const Case& c : cases) {
@@ -226,6 +229,8 @@ TEST_F(ShareTest, AccessCodeCookieAndThrottling) {
   EXPECT_EQ(0, audit.status);
   EXPECT_TRUE(has(audit.out, "\tbad-code\n") && has(audit.out, "\tdownload\n")) << audit.out;
   EXPECT_FALSE(has(audit.out, "guess99"));
+  EXPECT_PRED2(has, run_program(ctl_binary(), {"audit", "guess0"}, root_).out, "\trefused:unknown\n");
+  EXPECT_PRED2(has, run_program(ctl_binary(), {"audit", "guess99"}, root_).out, "\trefused:throttled\n");
   for (const std::string& text : {audit.out, root_.read("/web/logs/error.log"),
                                   run_program(ctl_binary(), {"audit"}, root_).out}) {
     EXPECT_FALSE(has(text, "s3cret") || has(text, "guess-one")) << text;
@@ -270,7 +275,9 @@ TEST_F(ShareTest, NamesEscapedAndListsPaged) {
   EXPECT_EQ(200u, rows(page0)); EXPECT_EQ(6u, rows(page1));
   EXPECT_TRUE(has(page0, ">zdir/<") && has(page0, "page=1\">Next")) << page0;
   EXPECT_PRED2(has, page1, "page=0\">Previous");
-
+  for (const char* odd : {"-5", "1000000"}) {  // out of range: the first page
+    EXPECT_EQ(200u, rows(get(std::string("?ssid=big&page=") + odd).body)) << odd;
+  }
 }
 
 TEST(ShareCgiProgram, AnyRequestGetsASafeAnswer) {

@@ -5,6 +5,7 @@
 #include <string>
 #include "platform/cgi.h"
 #include "platform/exec.h"
+#include "platform/fs.h"
 #include "platform/os.h"
 #include "support/appliance.h"
 
@@ -40,6 +41,15 @@ TEST(Exec, CapturesOutputReportsStatusAndClosesOtherDescriptors) {
   EXPECT_EQ(-1, spawn_with_stdin_file("/usr/sbin/reader", reader, "/tmp/in"));
   os_reset();
   EXPECT_EQ(3, _hs_secure_execv("/usr/bin/echoer", argv, nullptr));
+}
+// A rename is durable only once the folder holding it is synced, inside the root.
+TEST(Fs, SyncsTheFolderThatHoldsAPath) {
+  ApplianceRoot root;
+  ScopedEnv env{{{"SHARELINK_ROOT", root.dir()}}};
+  root.write("/etc/config/a.conf", "");
+  EXPECT_EQ(0, fs_sync_parent_dir("/etc/config/a.conf"));
+  EXPECT_EQ(0, fs_sync_parent_dir("/etc/config/not-yet"));
+  EXPECT_EQ(-1, fs_sync_parent_dir("/etc/nofolder/a.conf"));
 }
 TEST(Cgi, ParsesAndDecodesParameters) {
   CgiRequest req;

@@ -73,6 +73,7 @@ TEST(HttpDate, FormatsReadsAndTranslates) {
                           "Sun, 6 Nov 1994 08:49:37 GMT", "Thu, 29 Feb 2001 08:49:37 GMT" /* no such day */,
                           "Sun, 06 Nov 1994 24:00:00 GMT", "Sun, 06 Nov 1994 08:60:00 GMT",
                           "Sun, 06 Xyz 1994 08:49:37 GMT", "Sun, 06 Nov 19x4 08:49:37 GMT", "784111777",
+                          "Sun, 06 Nov 1994 08:49:3/ GMT" /* "3/" would read as 29 */,
                           static_cast<const char*>(nullptr)}) {
     time_t when = 42;
     EXPECT_TRUE(!parse_http_date(bad, &when) && when == 42) << (bad ? bad : "(null)");

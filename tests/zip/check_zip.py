@@ -30,6 +30,8 @@ with zipfile.ZipFile(archive) as zf:
         if i.filename.startswith("/") or ".." in i.filename.split("/") or not i.flag_bits & 0x800 \
                 or i.compress_type != zipfile.ZIP_STORED:
             problems.append("zipfile: entry %r: name, UTF-8 flag or method" % i.filename)
+        if max(i.file_size, i.header_offset) >= 0xFFFFFFFF and i.extract_version < 45:
+            problems.append("zipfile: ZIP64 entry %r needs version 4.5" % i.filename)
         path = want.get(i.filename)
         if path and i.file_size != os.path.getsize(path):
             problems.append("zipfile: size of %r differs" % i.filename)
