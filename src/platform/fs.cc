@@ -85,6 +85,8 @@ int fs_sync_parent_dir(const char* path) {
   return r == 0 ? 0 : -1;
 }
 
+void fs_widen_pipe(int fd, int bytes) { fcntl(fd, F_SETPIPE_SZ, bytes); }
+
 int remove_file(const char* path) { return fs_unlink(path); }
 
 int vexa_mktmpname(char* name) {

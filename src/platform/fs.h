@@ -38,6 +38,10 @@ int fs_sync_stream(FILE* f);
 // Flushes the folder that holds `path`, so that a rename into it is durable.
 int fs_sync_parent_dir(const char* path);
 
+// Asks for a pipe buffer of `bytes` on fd, when fd is a pipe: fewer switches
+// between the writer and the reader per MiB. A hint; nothing changes on failure.
+void fs_widen_pipe(int fd, int bytes);
+
 // Removes a file. The appliance kernel's own removal call exists only in the
 // appliance build; everywhere else this is unlink. 0 or -1.
 int remove_file(const char* path);

@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <sys/file.h>
 #include <sys/random.h>
+#include <sys/sendfile.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -45,12 +46,15 @@ long real_openat2(int dirfd, const char* p, void* how, size_t size) {
 ssize_t real_getrandom(void* buf, size_t len, unsigned flags) {
   return ::getrandom(buf, len, flags);
 }
+ssize_t real_sendfile(int out, int in, off_t* offset, size_t count) {
+  return ::sendfile(out, in, offset, count);
+}
 
 constexpr OsCalls kDefaults = {
     real_open,  real_read,   real_write,  real_fsync,  real_close,  real_rename,
     real_unlink, real_stat,  real_lstat,  real_flock,  real_fopen,  real_fwrite,
     real_ferror, real_fclose, real_spawn, real_waitpid, real_time,  real_usleep,
-    real_openat, real_openat2, real_getrandom,
+    real_openat, real_openat2, real_getrandom, real_sendfile,
 };
 
 }  // namespace

@@ -45,6 +45,8 @@ struct OsCalls {
   int (*openat)(int dirfd, const char* path, int flags, mode_t mode);
   long (*openat2)(int dirfd, const char* path, void* how, size_t size);
   ssize_t (*getrandom)(void* buf, size_t len, unsigned flags);
+  // Copies count bytes of in_fd from *offset to out_fd inside the kernel.
+  ssize_t (*sendfile)(int out_fd, int in_fd, off_t* offset, size_t count);
 };
 
 extern OsCalls os;

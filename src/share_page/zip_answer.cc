@@ -7,6 +7,7 @@
 #include <cstring>
 #include <vector>
 
+#include "platform/fs.h"
 #include "platform/os.h"
 #include "platform/root.h"
 #include "share_page/access_db.h"
@@ -119,9 +120,7 @@ int send_zip(const GateResult& g, bool head, const FidOpener& open_fid,
                   std::to_string(plan.total_size()) + "\r\n\r\n";
   if (!delivery_write(h.data(), h.size()) || !delivery_flush()) return 1;
   if (head) return 0;
-  // A larger pipe to the server: fewer switches between it and this
-  // process per MiB (a hint; the default size works too).
-  fcntl(1, F_SETPIPE_SZ, 1 << 20);
+  fs_widen_pipe(1, 1 << 20);
   FdSink sink(1);
   FolderSource folder(g.folder.get());
   OpenFilesSource files(&fds);
