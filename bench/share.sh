@@ -12,9 +12,11 @@
 #
 # Timings come from hyperfine (each run one curl over 127.0.0.1). Everything lives in
 # bench/out/share/; the release build goes to build-release/.
-# Environment: BENCH_ROUNDS (hyperfine invocations per case, default 3),
+# Environment: BENCH_ROUNDS (hyperfine invocations per small case, default 3),
 # BENCH_RUNS (runs per invocation of the small cases, default 15),
-# BENCH_BIG_RUNS (of the 1 GiB ones, default 3).
+# BENCH_BIG_ROUNDS and BENCH_BIG_RUNS (the same for the 1 GiB cases, default
+# 7 and 3: one 1 GiB transfer over loopback varies by a third from run to
+# run here, so they take turns with the static download more often).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/deps.sh build bench
@@ -26,6 +28,7 @@ BUILD=$SRC/build-release
 RUNS=${BENCH_RUNS:-15}
 BIG_RUNS=${BENCH_BIG_RUNS:-3}
 ROUNDS=${BENCH_ROUNDS:-3}
+BIG_ROUNDS=${BENCH_BIG_ROUNDS:-7}
 WEB_CGI_DIR=$BUILD
 source scripts/web.sh
 
@@ -58,11 +61,11 @@ trap 'kill "$xs_pid" "$cgi_pid" 2>/dev/null || true' EXIT
 get='curl -sf -o /dev/null'
 # Median seconds of each named command: hyperfine runs them ROUNDS times
 # (share.cgi and static take turns), the median of the rounds' medians
-# evens out a busy machine. median NAME RUNS -n CASE CMD ...
+# evens out a busy machine. median NAME RUNS ROUNDS -n CASE CMD ...
 median() {
-  local name="$1" runs="$2" r
-  shift 2
-  for r in $(seq "$ROUNDS"); do
+  local name="$1" runs="$2" rounds="$3" r
+  shift 3
+  for r in $(seq "$rounds"); do
     hyperfine -N -w 1 -r "$runs" --export-csv "$OUT/$name-$r.csv" "$@" >/dev/null 2>&1
   done
   gawk -F, 'FNR > 1 { v[FNR - 1] = v[FNR - 1] " " $4; n = FNR - 1 }
@@ -91,7 +94,7 @@ throughput_at_least() {  # NAME SHARE_S STATIC_S LIMIT: throughput ratio
 
 # Each run is a new visitor (its own User-Agent), so every download counts.
 ua='-A "bench-$RANDOM$RANDOM"'
-mapfile -t m < <(median small "$RUNS" \
+mapfile -t m < <(median small "$RUNS" "$ROUNDS" \
   -n page "$get $xs/share.cgi?ssid=LkBenchSmall" \
   -n 4k "bash -c '$get $ua \"$xs/share.cgi?ssid=LkBenchSmall&dl=1\"'" \
   -n static "$get $xs/small.bin" \
@@ -99,10 +102,10 @@ mapfile -t m < <(median small "$RUNS" \
 ratio_at_most page "${m[0]}" "${m[2]}" 3
 # The download's command starts a shell for its User-Agent: so does its static twin.
 ratio_at_most 4k "${m[1]}" "${m[3]}" 3
-mapfile -t m < <(median big-xs "$BIG_RUNS" \
+mapfile -t m < <(median big-xs "$BIG_RUNS" "$BIG_ROUNDS" \
   -n 1g-xs "$get $xs/share.cgi?ssid=LkBenchBig00&dl=1" -n static "$get $xs/big.bin")
 throughput_at_least 1g-xs "${m[0]}" "${m[1]}" 0.9
-mapfile -t m < <(median big-cgi "$BIG_RUNS" \
+mapfile -t m < <(median big-cgi "$BIG_RUNS" "$BIG_ROUNDS" \
   -n 1g-cgi "$get $cgi/share.cgi?ssid=LkBenchBig00&dl=1" -n static "$get $cgi/big.bin")
 throughput_at_least 1g-cgi "${m[0]}" "${m[1]}" 0.5
 

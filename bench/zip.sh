@@ -5,6 +5,9 @@
 # the same amount of file data, each transfer goes to /dev/null with curl.
 # Prints both rates and their ratio (target: zip >= 0.7 x static), from
 # hyperfine medians of this one run, and share.cgi's peak RSS (GNU time).
+# "zip" is a folder zipped before, whose files' CRCs share.cgi has kept, so
+# their bytes are spliced; "zip-first" touches the files before every run,
+# so each CRC is summed from bytes read and written by share.cgi.
 # The relay case is the ceiling of any CGI answer on this server: a CGI that
 # only runs cat on the 2 GiB file, so lighttpd relays the same bytes from a
 # pipe; zip/relay says how much of that ceiling the zip reaches.
@@ -47,6 +50,7 @@ server.port = $port
 server.document-root = "$OUT/htdocs"
 server.errorlog = "$OUT/logs/error.log"
 server.stream-response-body = 2
+server.chunkqueue-chunk-sz = 65536
 alias.url = ("/share.cgi" => "$OUT/measure.cgi", "/relay.cgi" => "$OUT/relay.cgi")
 cgi.assign = (".cgi" => "")
 setenv.add-environment = ("SHARELINK_ROOT" => "$ROOT")
@@ -59,8 +63,13 @@ static_url="http://127.0.0.1:$port/whole.bin"
 relay_url="http://127.0.0.1:$port/relay.cgi"
 zip_bytes=$(curl -s -A bench -o /dev/null -w '%{size_download}' "$zip_url")
 static_bytes=$(curl -s -o /dev/null -w '%{size_download}' "$static_url")
+# CRCs are kept only for files unchanged for a few seconds.
+sleep 3
+parts=$(echo "$ROOT"/share/VOL1/Public/Folder/part*.bin)
 hyperfine -N -w 1 -r "$RUNS" --export-json "$OUT/zip.json" \
+  --prepare true --prepare "touch $parts" --prepare true --prepare true \
   -n zip "curl -sf -A bench -o /dev/null $zip_url" \
+  -n zip-first "curl -sf -A bench -o /dev/null $zip_url" \
   -n static "curl -sf -o /dev/null $static_url" \
   -n relay "curl -sf -o /dev/null $relay_url" >"$OUT/hyperfine.txt"
 python3 - "$OUT/zip.json" "$zip_bytes" "$static_bytes" "$OUT/rss" <<'PY'
@@ -68,11 +77,14 @@ import json, sys
 res = {r["command"]: r["median"] for r in json.load(open(sys.argv[1]))["results"]}
 zb, sb = int(sys.argv[2]), int(sys.argv[3])
 rz, rs, rr = zb / res["zip"] / 2**20, sb / res["static"] / 2**20, sb / res["relay"] / 2**20
+rf = zb / res["zip-first"] / 2**20
 rss = max(int(l) for l in open(sys.argv[4]) if l.strip().isdigit())
 print("case    bytes        median s  MiB/s")
 print("zip     %-12d %-9.2f %.0f" % (zb, res["zip"], rz))
+print("first   %-12d %-9.2f %.0f" % (zb, res["zip-first"], rf))
 print("static  %-12d %-9.2f %.0f" % (sb, res["static"], rs))
 print("relay   %-12d %-9.2f %.0f" % (sb, res["relay"], rr))
-print("ratio zip/static %.2f (target >= 0.70: %s); relay/static %.2f; zip/relay %.2f; share.cgi peak RSS %d KiB"
-      % (rz / rs, "met" if rz / rs >= 0.7 else "NOT met", rr / rs, rz / rr, rss))
+print("ratio zip/static %.2f (target >= 0.70: %s); first/static %.2f; relay/static %.2f; "
+      "share.cgi peak RSS %d KiB"
+      % (rz / rs, "met" if rz / rs >= 0.7 else "NOT met", rf / rs, rr / rs, rss))
 PY

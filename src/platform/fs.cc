@@ -1,6 +1,9 @@
 #include "platform/fs.h"
 
 #include <fcntl.h>
+#include <poll.h>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -86,6 +89,23 @@ int fs_sync_parent_dir(const char* path) {
 }
 
 void fs_widen_pipe(int fd, int bytes) { fcntl(fd, F_SETPIPE_SZ, bytes); }
+
+bool fs_is_pipe(int fd) {
+  struct stat st;
+  return fstat(fd, &st) == 0 && S_ISFIFO(st.st_mode);
+}
+
+long fs_pipe_unread(int fd) {
+  int n = 0;
+  return ioctl(fd, FIONREAD, &n) == 0 ? n : -1;
+}
+
+bool fs_pipe_reader_gone(int fd) {
+  struct pollfd p = {fd, 0, 0};
+  return poll(&p, 1, 0) < 0 || (p.revents & (POLLERR | POLLNVAL)) != 0;
+}
+
+int fs_dup(int fd) { return fcntl(fd, F_DUPFD_CLOEXEC, 0); }
 
 int remove_file(const char* path) { return fs_unlink(path); }
 

@@ -42,6 +42,19 @@ int fs_sync_parent_dir(const char* path);
 // between the writer and the reader per MiB. A hint; nothing changes on failure.
 void fs_widen_pipe(int fd, int bytes);
 
+// True when fd is a pipe.
+bool fs_is_pipe(int fd);
+
+// Bytes written into the pipe fd that its reader has not taken yet; -1 when
+// that cannot be told.
+long fs_pipe_unread(int fd);
+
+// True when nobody can read the pipe fd any more (its reader closed it).
+bool fs_pipe_reader_gone(int fd);
+
+// A second descriptor for the open file fd (close-on-exec), or -1.
+int fs_dup(int fd);
+
 // Removes a file. The appliance kernel's own removal call exists only in the
 // appliance build; everywhere else this is unlink. 0 or -1.
 int remove_file(const char* path);

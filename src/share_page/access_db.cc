@@ -14,6 +14,8 @@ constexpr long kClientWindow = 60 * 60;
 constexpr int kClientFailures = 20;
 constexpr long kRepeatWindow = 60 * 60;
 constexpr long kAuditKeep = 90L * 24 * 60 * 60;
+// A kept CRC is summed again after this long, so rows of files long gone go.
+constexpr long kCrcKeep = 30L * 24 * 60 * 60;
 
 const char kSchema[] =
     "CREATE TABLE IF NOT EXISTS failure (t INTEGER, client TEXT, ssid TEXT);"
@@ -22,7 +24,13 @@ const char kSchema[] =
     "CREATE INDEX IF NOT EXISTS counted_visitor ON counted(visitor, ssid, item);"
     "CREATE TABLE IF NOT EXISTS audit (t INTEGER, ssid TEXT, item TEXT, client TEXT, ua TEXT,"
     " event TEXT);"
-    "CREATE INDEX IF NOT EXISTS audit_ssid ON audit(ssid);";
+    "CREATE INDEX IF NOT EXISTS audit_ssid ON audit(ssid);"
+    "CREATE TABLE IF NOT EXISTS crc (dev INTEGER, ino INTEGER, size INTEGER, mtime INTEGER,"
+    " ctime INTEGER, crc INTEGER, t INTEGER, PRIMARY KEY (dev, ino));";
+
+long long nanos(const struct timespec& t) {
+  return static_cast<long long>(t.tv_sec) * 1000000000LL + t.tv_nsec;
+}
 
 // A prepared statement finalized on every way out.
 class Stmt {
@@ -132,6 +140,24 @@ void AccessDb::record_counted(time_t now, const std::string& visitor, const std:
   Stmt(db_, "INSERT INTO counted VALUES (?, ?, ?, ?)")
       .num(1, now).text(2, visitor).text(3, ssid).text(4, item).step();
   Stmt(db_, "DELETE FROM counted WHERE t < ?").num(1, now - kRepeatWindow).step();
+}
+
+bool AccessDb::known_crc(const struct stat& st, uint32_t* crc) {
+  Stmt s(db_, "SELECT crc FROM crc WHERE dev = ? AND ino = ? AND size = ? AND mtime = ? AND "
+              "ctime = ?");
+  s.num(1, static_cast<long long>(st.st_dev)).num(2, static_cast<long long>(st.st_ino))
+      .num(3, st.st_size).num(4, nanos(st.st_mtim)).num(5, nanos(st.st_ctim));
+  if (s.step() != SQLITE_ROW) return false;
+  *crc = static_cast<uint32_t>(s.col(0));
+  return true;
+}
+
+void AccessDb::keep_crc(time_t now, const struct stat& st, uint32_t crc) {
+  Stmt(db_, "INSERT OR REPLACE INTO crc VALUES (?, ?, ?, ?, ?, ?, ?)")
+      .num(1, static_cast<long long>(st.st_dev)).num(2, static_cast<long long>(st.st_ino))
+      .num(3, st.st_size).num(4, nanos(st.st_mtim)).num(5, nanos(st.st_ctim)).num(6, crc)
+      .num(7, now).step();
+  Stmt(db_, "DELETE FROM crc WHERE t < ?").num(1, now - kCrcKeep).step();
 }
 
 void AccessDb::audit(time_t now, const std::string& ssid, const std::string& item,

@@ -1,11 +1,14 @@
 // The share page's own state, beside the share-link store in the file
 // "share_link_access.db" (the store itself keeps exactly its four tables):
 // failed access codes for throttling, counted downloads for the one-hour
-// repeat rule, and the audit trail.
+// repeat rule, the audit trail, and the CRC-32s of big files already zipped.
 #ifndef SLT_SHARE_PAGE_ACCESS_DB_H_
 #define SLT_SHARE_PAGE_ACCESS_DB_H_
 
 #include <sqlite3.h>
+#include <sys/stat.h>
+
+#include <cstdint>
 
 #include <ctime>
 #include <string>
@@ -33,6 +36,10 @@ class AccessDb {
                         const std::string& item);
   void record_counted(time_t now, const std::string& visitor, const std::string& ssid,
                       const std::string& item);
+
+  // The CRC kept for the file in exactly the state `st`; false when none is.
+  bool known_crc(const struct stat& st, uint32_t* crc);
+  void keep_crc(time_t now, const struct stat& st, uint32_t crc);
 
   void audit(time_t now, const std::string& ssid, const std::string& item,
              const std::string& client, const std::string& ua_hash, const std::string& event);

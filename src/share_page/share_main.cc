@@ -157,7 +157,8 @@ int zip_download(const Visit& v, const GateResult& g) {
         }
         audit(v, "download:zip");
         return true;
-      });
+      },
+      v.access);
 }
 
 Reply folder_page(const Visit& v, const GateResult& g) {

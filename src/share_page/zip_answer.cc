@@ -23,13 +23,26 @@ constexpr int kRetryAfter = 30;
 // The files of a multi-file link, opened by the gate while planning.
 class OpenFilesSource : public ZipSource {
  public:
-  explicit OpenFilesSource(std::vector<UniqueFd>* fds) : fds_(fds) {}
+  OpenFilesSource(std::vector<UniqueFd>* fds, CrcCache* crcs) : fds_(fds), crcs_(crcs) {}
   bool send(const ZipPlan& plan, size_t i, ZipSink* sink, uint32_t* crc) override {
-    return send_file_bytes((*fds_)[i].get(), plan.entry(i).size, sink, crc);
+    return send_file_bytes((*fds_)[i].get(), plan.entry(i).size, sink, crc, crcs_);
   }
 
  private:
   std::vector<UniqueFd>* fds_;
+  CrcCache* crcs_;
+};
+
+class AccessCrcs : public CrcCache {
+ public:
+  explicit AccessCrcs(AccessDb* db) : db_(db) {}
+  bool find(const struct stat& st, uint32_t* crc) override { return db_->known_crc(st, crc); }
+  void keep(const struct stat& st, uint32_t crc) override {
+    db_->keep_crc(os.time(nullptr), st, crc);
+  }
+
+ private:
+  AccessDb* db_;
 };
 
 std::string zip_name(const std::string& base) {
@@ -93,7 +106,7 @@ long long zip_size(const GateResult& g, const FidOpener& open_fid) {
 }
 
 int send_zip(const GateResult& g, bool head, const FidOpener& open_fid,
-             const std::function<bool()>& count) {
+             const std::function<bool()>& count, AccessDb* access) {
   ZipSlot slot;
   if (!slot.held()) {
     Reply r = error_reply(503, "Too many archives are being downloaded right now; please try "
@@ -122,8 +135,9 @@ int send_zip(const GateResult& g, bool head, const FidOpener& open_fid,
   if (head) return 0;
   fs_widen_pipe(1, 1 << 20);
   FdSink sink(1);
-  FolderSource folder(g.folder.get());
-  OpenFilesSource files(&fds);
+  AccessCrcs crcs(access);
+  FolderSource folder(g.folder.get(), &crcs);
+  OpenFilesSource files(&fds, &crcs);
   ZipSource* source = g.multi ? static_cast<ZipSource*>(&files) : &folder;
   // A file that changed while being sent ends the answer short: the client
   // sees fewer bytes than announced, never an archive that lies.

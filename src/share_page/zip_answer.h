@@ -6,6 +6,7 @@
 #include <functional>
 #include <string>
 
+#include "share_page/access_db.h"
 #include "share_page/gate.h"
 
 constexpr int kZipSlots = 3;
@@ -26,11 +27,12 @@ class ZipSlot {
 
 // Answers zip=1 for a gate result that opened a folder or a multi-file link.
 // `open_fid` opens one file of a multi-file link through the gate;
-// `count` counts the download (false: the limit was reached meanwhile). 503
-// with Retry-After when every slot is busy. Returns the process's exit code.
+// `count` counts the download (false: the limit was reached meanwhile);
+// `access` keeps the CRCs of big files for the next archive. 503 with
+// Retry-After when every slot is busy. Returns the process's exit code.
 int send_zip(const GateResult& g, bool head,
              const std::function<bool(const std::string& fid, GateResult* file)>& open_fid,
-             const std::function<bool()>& count);
+             const std::function<bool()>& count, AccessDb* access);
 
 // The planned archive's size for the page's button; -1 when it cannot be
 // planned.

@@ -82,11 +82,22 @@ bool plan_folder(int dirfd, ZipPlan* plan) {
   return true;
 }
 
-bool send_file_bytes(int fd, uint64_t size, ZipSink* sink, uint32_t* crc) {
+bool send_file_bytes(int fd, uint64_t size, ZipSink* sink, uint32_t* crc, CrcCache* crcs) {
   struct stat st;
   if (fstat(fd, &st) != 0 || !S_ISREG(st.st_mode) || static_cast<uint64_t>(st.st_size) != size) {
     return false;
   }
+  const bool big = crcs != nullptr && size >= kSpliceMin;
+  if (big && crcs->find(st, crc)) {
+    switch (sink->splice_file(fd, size, st)) {
+      case ZipSink::Splice::kSent: return true;
+      case ZipSink::Splice::kFailed: return false;
+      case ZipSink::Splice::kCannot: break;
+    }
+  }
+  // A change after this moment gets a later change time than the file has
+  // now, so a CRC kept under that time cannot outlive the content it sums.
+  const bool settled = st.st_ctim.tv_sec + 2 < os.time(nullptr);
   std::unique_ptr<unsigned char[]> buf(new unsigned char[kChunk]);
   uLong c = crc32(0L, Z_NULL, 0);
   uint64_t left = size;
@@ -100,15 +111,17 @@ bool send_file_bytes(int fd, uint64_t size, ZipSink* sink, uint32_t* crc) {
     left -= static_cast<uint64_t>(n);
   }
   // Grown (or cut and regrown) while being sent: the headers would lie.
-  if (fstat(fd, &st) != 0 || static_cast<uint64_t>(st.st_size) != size) return false;
+  struct stat after;
+  if (fstat(fd, &after) != 0 || static_cast<uint64_t>(after.st_size) != size) return false;
   *crc = static_cast<uint32_t>(c);
+  if (big && settled && same_file_state(after, st)) crcs->keep(st, *crc);
   return true;
 }
 
 bool FolderSource::send(const ZipPlan& plan, size_t i, ZipSink* sink, uint32_t* crc) {
   int fd = open_beneath_nofollow(dirfd_, plan.name(i), plan.entry(i).name_len, O_RDONLY | O_NONBLOCK);
   if (fd < 0) return false;
-  bool ok = send_file_bytes(fd, plan.entry(i).size, sink, crc);
+  bool ok = send_file_bytes(fd, plan.entry(i).size, sink, crc, crcs_);
   os.close(fd);
   return ok;
 }

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <string>
 
+#include "platform/fs.h"
 #include "platform/os.h"
 
 namespace {
@@ -196,6 +197,8 @@ bool zip_stream(ZipPlan* plan, ZipSource* source, ZipSink* sink) {
     }
     offset += local_record(e);
   }
+  // The CRCs go out in the central directory: only once they are known true.
+  if (!sink->settle()) return false;
   const uint64_t cd_offset = offset;
   uint64_t cd_size = 0;
   offset = 0;
@@ -262,9 +265,71 @@ bool zip_stream(ZipPlan* plan, ZipSource* source, ZipSink* sink) {
   return r.send(sink);
 }
 
-FdSink::FdSink(int fd) : fd_(fd), buf_(64 * 1024) {}
+FdSink::FdSink(int fd) : fd_(fd), pipe_(fs_is_pipe(fd)), buf_(64 * 1024) {}
 
-FdSink::~FdSink() { flush(); }
+FdSink::~FdSink() {
+  flush();
+  for (const Spliced& s : spliced_) os.close(s.fd);
+}
+
+bool same_file_state(const struct stat& a, const struct stat& b) {
+  return a.st_dev == b.st_dev && a.st_ino == b.st_ino && a.st_size == b.st_size &&
+         a.st_mtim.tv_sec == b.st_mtim.tv_sec && a.st_mtim.tv_nsec == b.st_mtim.tv_nsec &&
+         a.st_ctim.tv_sec == b.st_ctim.tv_sec && a.st_ctim.tv_nsec == b.st_ctim.tv_nsec;
+}
+
+ZipSink::Splice FdSink::splice_file(int fd, uint64_t size, const struct stat& st) {
+  if (!pipe_) return Splice::kCannot;
+  if (!flush()) return Splice::kFailed;
+  int keep = fs_dup(fd);
+  if (keep < 0) return Splice::kCannot;
+  off_t at = 0;
+  uint64_t left = size;
+  while (left > 0) {
+    const size_t want = left < (1u << 20) ? static_cast<size_t>(left) : 1u << 20;
+    ssize_t n = os.sendfile(fd_, fd, &at, want);
+    if (n < 0 && errno == EINTR) continue;
+    if (n < 0 && left == size && (errno == EINVAL || errno == ENOSYS)) {
+      os.close(keep);
+      return Splice::kCannot;
+    }
+    if (n <= 0) {  // shrank, or the reader went away
+      os.close(keep);
+      return Splice::kFailed;
+    }
+    left -= static_cast<uint64_t>(n);
+    written_ += static_cast<uint64_t>(n);
+  }
+  spliced_.push_back(Spliced{keep, written_, st});
+  return check_spliced(false) ? Splice::kSent : Splice::kFailed;
+}
+
+bool FdSink::check_spliced(bool all) {
+  useconds_t pause = 1000;
+  while (!spliced_.empty()) {
+    const long unread = fs_pipe_unread(fd_);
+    if (unread < 0) return false;
+    // Bytes written before this sink (the HTTP head) leave the pipe first,
+    // so this never overstates what the reader took of ours.
+    const uint64_t taken =
+        written_ > static_cast<uint64_t>(unread) ? written_ - static_cast<uint64_t>(unread) : 0;
+    while (!spliced_.empty() && spliced_.front().end <= taken) {
+      Spliced s = spliced_.front();
+      spliced_.pop_front();
+      struct stat now;
+      const bool same = fstat(s.fd, &now) == 0 && same_file_state(now, s.st);
+      os.close(s.fd);
+      if (!same) return false;
+    }
+    if (!all || spliced_.empty()) return true;
+    if (fs_pipe_reader_gone(fd_)) return false;
+    os.usleep(pause);
+    if (pause < 50000) pause *= 2;
+  }
+  return true;
+}
+
+bool FdSink::settle() { return flush() && check_spliced(true); }
 
 bool FdSink::write_all(const void* data, size_t len) {
   const char* p = static_cast<const char*>(data);

@@ -10,6 +10,7 @@
 #ifndef SLT_ZIPSTREAM_ZIPSTREAM_H_
 #define SLT_ZIPSTREAM_ZIPSTREAM_H_
 
+#include <sys/stat.h>
 #include <sys/types.h>
 
 #include <cstddef>
@@ -58,9 +59,39 @@ class ZipPlan {
 // Where the archive goes.
 class ZipSink {
  public:
+  enum class Splice { kSent, kCannot, kFailed };
   virtual ~ZipSink() = default;
   virtual bool write(const void* data, size_t len) = 0;
+  // Sends `size` bytes of the regular file fd from its start without reading
+  // them in this process; `st` is the file as it was when its CRC was known.
+  // kSent: sent, and the sink will check the file stayed as `st` until its
+  // bytes were taken; kCannot: nothing written, read and write it instead;
+  // kFailed: the stream must stop.
+  virtual Splice splice_file(int /*fd*/, uint64_t /*size*/, const struct stat& /*st*/) {
+    return Splice::kCannot;
+  }
+  // Before the central directory: true when every spliced file stayed as it
+  // was until its last byte had been taken from the sink.
+  virtual bool settle() { return true; }
 };
+
+// CRC-32s of files already sent once, keyed by everything a change of the
+// file's content changes (device, inode, size, modification and change
+// times). find() true fills crc; keep() records one.
+class CrcCache {
+ public:
+  virtual ~CrcCache() = default;
+  virtual bool find(const struct stat& st, uint32_t* crc) = 0;
+  virtual void keep(const struct stat& st, uint32_t crc) = 0;
+};
+
+// True when a and b show one file in one state: device, inode, size and
+// both times equal.
+bool same_file_state(const struct stat& a, const struct stat& b);
+
+// Files at least this big are worth a cached CRC: their bytes can then be
+// spliced instead of read, summed and written.
+constexpr uint64_t kSpliceMin = 1 << 20;
 
 // Where the entries' bytes come from. send() writes exactly the planned size
 // of file entry i to the sink and gives its CRC-32; false when the entry cannot be
@@ -75,20 +106,36 @@ class ZipSource {
 bool zip_stream(ZipPlan* plan, ZipSource* source, ZipSink* sink);
 
 // A sink writing to a descriptor through a buffer (the OS seam's write).
+// When the descriptor is a pipe it splices files with a known CRC into it,
+// and checks each such file again once the reader has taken its last byte:
+// until then the pipe holds the page cache's pages, not a copy.
 class FdSink : public ZipSink {
  public:
   explicit FdSink(int fd);
   ~FdSink() override;
   bool write(const void* data, size_t len) override;
+  Splice splice_file(int fd, uint64_t size, const struct stat& st) override;
+  bool settle() override;
   bool flush();
   uint64_t written() const { return written_; }
 
  private:
+  struct Spliced {
+    int fd;
+    uint64_t end;  // written_ after its last byte
+    struct stat st;
+  };
   bool write_all(const void* data, size_t len);
+  // Checks the spliced files whose bytes the reader has taken; with `all`,
+  // waits until it has taken them all. False when one changed or the reader
+  // went away.
+  bool check_spliced(bool all);
   int fd_;
+  bool pipe_;
   std::vector<unsigned char> buf_;
   size_t used_ = 0;
   uint64_t written_ = 0;
+  std::deque<Spliced> spliced_;
 };
 
 // Plans the folder open at dirfd: every folder and regular file beneath it,
@@ -103,16 +150,21 @@ bool plan_folder(int dirfd, ZipPlan* plan);
 // planned size, before and after its bytes.
 class FolderSource : public ZipSource {
  public:
-  explicit FolderSource(int dirfd) : dirfd_(dirfd) {}
+  explicit FolderSource(int dirfd, CrcCache* crcs = nullptr) : dirfd_(dirfd), crcs_(crcs) {}
   bool send(const ZipPlan& plan, size_t i, ZipSink* sink, uint32_t* crc) override;
 
  private:
   int dirfd_;
+  CrcCache* crcs_;
 };
 
 // Sends `size` bytes of the open regular file fd from its start, checking its
-// size before and after. Used by every source that reads real files.
-bool send_file_bytes(int fd, uint64_t size, ZipSink* sink, uint32_t* crc);
+// size before and after. Used by every source that reads real files. With
+// `crcs`, a big file whose CRC is known is spliced, and one read here that
+// had not changed for a while before and did not change while it was read
+// has its CRC kept.
+bool send_file_bytes(int fd, uint64_t size, ZipSink* sink, uint32_t* crc,
+                     CrcCache* crcs = nullptr);
 
 // Opens `rel` ("a/b/c", no trailing slash) beneath dirfd with openat on each
 // component and O_NOFOLLOW throughout; the last with `flags`. A descriptor

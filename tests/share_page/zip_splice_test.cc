@@ -1,0 +1,242 @@
+// Archives whose big files go out spliced under a kept CRC: the same bytes as
+// summed ones, summed again after any change, and never finished when a
+// spliced file changed before the reader took its bytes.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <map>
+#include <string>
+#include <thread>
+
+#include "platform/fs.h"
+#include "platform/os.h"
+#include "share_page/access_db.h"
+#include "support/appliance.h"
+#include "zipstream/zipstream.h"
+
+namespace {
+
+std::atomic<int> g_sendfiles{0};
+decltype(os.sendfile) g_real_sendfile = nullptr;
+time_t g_clock = 0;
+
+class MemCrcs : public CrcCache {
+ public:
+  bool find(const struct stat& st, uint32_t* crc) override {
+    auto it = kept_.find(st.st_ino);
+    if (it == kept_.end() || !same_file_state(it->second.first, st)) return false;
+    *crc = it->second.second;
+    return true;
+  }
+  void keep(const struct stat& st, uint32_t crc) override { kept_[st.st_ino] = {st, crc}; }
+  size_t size() const { return kept_.size(); }
+
+ private:
+  std::map<ino_t, std::pair<struct stat, uint32_t>> kept_;
+};
+
+class ZipSplice : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    root_.mkdirs("/d/sub");
+    std::string big(3 << 20, '\0');
+    for (size_t i = 0; i < big.size(); ++i) big[i] = static_cast<char>(i * 7 + i / 4096);
+    root_.write("/d/big.bin", big);
+    root_.write("/d/sub/small.txt", "small");
+    dir_ = open(root_.path("/d").c_str(), O_RDONLY | O_DIRECTORY);
+    g_sendfiles = 0;
+    g_real_sendfile = os.sendfile;
+    os.sendfile = [](int out, int in, off_t* at, size_t n) {
+      ++g_sendfiles;
+      return g_real_sendfile(out, in, at, n);
+    };
+    // The files count as unchanged for a while only on a clock that moved on.
+    g_clock = time(nullptr) + 10;
+    os.time = [](time_t* out) {
+      if (out != nullptr) *out = g_clock;
+      return g_clock;
+    };
+  }
+  void TearDown() override {
+    os_reset();
+    close(dir_);
+  }
+  // The archive as a pipe's reader gets it; `between` runs once the writer
+  // has begun to splice, while the reader holds back. `ok` is what
+  // zip_stream answered.
+  std::string zip(CrcCache* crcs, bool* ok, const std::function<void()>& between = {}) {
+    ZipPlan plan;
+    EXPECT_TRUE(plan_folder(dir_, &plan));
+    total_ = plan.total_size();
+    int p[2];
+    EXPECT_EQ(0, pipe(p));
+    std::thread writer([&] {
+      {
+        FdSink sink(p[1]);
+        FolderSource source(dir_, crcs);
+        *ok = zip_stream(&plan, &source, &sink) && sink.flush();
+      }
+      close(p[1]);
+    });
+    std::string got;
+    char buf[65536];
+    ssize_t n;
+    bool held = static_cast<bool>(between);
+    while ((n = read(p[0], buf, held ? 64 : sizeof buf)) > 0) {
+      got.append(buf, static_cast<size_t>(n));
+      if (held && g_sendfiles > 0) {
+        between();
+        held = false;
+      }
+    }
+    writer.join();
+    close(p[0]);
+    return got;
+  }
+
+  ApplianceRoot root_;
+  int dir_ = -1;
+  uint64_t total_ = 0;
+};
+
+TEST_F(ZipSplice, KeptCrcsSpliceTheSameArchiveUntilTheFileChanges) {
+  bool ok = false;
+  const std::string plain = zip(nullptr, &ok);
+  ASSERT_TRUE(ok);
+  ASSERT_EQ(total_, plain.size());
+  EXPECT_EQ(0, g_sendfiles);
+
+  MemCrcs crcs;
+  EXPECT_EQ(plain, zip(&crcs, &ok));  // summed, and the big file's CRC kept
+  EXPECT_TRUE(ok);
+  EXPECT_EQ(1u, crcs.size());
+  EXPECT_EQ(0, g_sendfiles);
+  EXPECT_EQ(plain, zip(&crcs, &ok));  // spliced
+  EXPECT_TRUE(ok);
+  EXPECT_GT(g_sendfiles, 0);
+
+  // New content of the same size under the old modification time: summed again.
+  const std::string path = root_.path("/d/big.bin");
+  struct stat before;
+  ASSERT_EQ(0, stat(path.c_str(), &before));
+  int fd = open(path.c_str(), O_WRONLY);
+  ASSERT_EQ(1, pwrite(fd, "X", 1, 12345));
+  close(fd);
+  const struct timespec times[2] = {before.st_atim, before.st_mtim};
+  ASSERT_EQ(0, utimensat(AT_FDCWD, path.c_str(), times, 0));
+  const int spliced = g_sendfiles;
+  const std::string changed = zip(&crcs, &ok);
+  EXPECT_TRUE(ok);
+  EXPECT_EQ(spliced, g_sendfiles);
+  EXPECT_EQ(changed, zip(nullptr, &ok));
+  EXPECT_NE(plain, changed);
+
+  // A file changed just now keeps no CRC: a change in the same clock tick
+  // would not show in its times.
+  MemCrcs fresh;
+  g_clock = time(nullptr);
+  zip(&fresh, &ok);
+  EXPECT_EQ(0u, fresh.size());
+}
+
+TEST_F(ZipSplice, AChangeBeforeTheReaderTookTheBytesStopsTheArchive) {
+  MemCrcs crcs;
+  bool ok = false;
+  zip(&crcs, &ok);
+  ASSERT_EQ(1u, crcs.size());
+  const std::string got = zip(&crcs, &ok, [&] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(30));  // a later clock tick
+    int fd = open(root_.path("/d/big.bin").c_str(), O_WRONLY);
+    ASSERT_EQ(1, pwrite(fd, "Y", 1, (2 << 20) + 5));
+    close(fd);
+  });
+  EXPECT_FALSE(ok);
+  EXPECT_LT(got.size(), total_);  // short: the reader sees fewer bytes than announced
+}
+
+// The sink itself: settle() waits for the reader, then answers whether each
+// spliced file stayed as it was; a reader that went away ends the wait.
+TEST(FdSinkSplice, SettlesOnlyOnBytesTakenUnchanged) {
+  ApplianceRoot root;
+  root.write("/f", std::string(10000, 'f'));
+  struct Case { bool change, reader; bool settled; };
+  for (const Case& c : {Case{false, true, true}, Case{true, true, false}, Case{false, false, false}}) {
+    int p[2];
+    ASSERT_EQ(0, pipe(p));
+    int fd = open(root.path("/f").c_str(), O_RDWR);
+    struct stat st;
+    ASSERT_EQ(0, fstat(fd, &st));
+    FdSink sink(p[1]);
+    ASSERT_TRUE(sink.write("head", 4));
+    ASSERT_EQ(ZipSink::Splice::kSent, sink.splice_file(fd, 10000, st));
+    if (c.change) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(30));  // a later clock tick
+      ASSERT_EQ(1, pwrite(fd, "g", 1, 9000));
+    }
+    std::string got;
+    std::thread reader([&] {
+      std::this_thread::sleep_for(std::chrono::milliseconds(50));
+      char buf[4096];
+      ssize_t n;
+      while (c.reader && (n = read(p[0], buf, sizeof buf)) > 0) {
+        got.append(buf, static_cast<size_t>(n));
+        if (got.size() == 10004) break;
+      }
+      close(p[0]);
+    });
+    EXPECT_EQ(c.settled, sink.settle()) << c.change << c.reader;
+    reader.join();
+    if (c.reader) EXPECT_EQ(10004u, got.size());
+    close(fd);
+    close(p[1]);
+  }
+}
+
+TEST(ZipCrcs, KeptByFileStateAndForgottenAfterThirtyDays) {
+  ApplianceRoot root;
+  ScopedEnv env{{{"SHARELINK_ROOT", root.dir()}}};
+  root.mkdirs("/etc/config");
+  AccessDb db;
+  ASSERT_TRUE(db.ok());
+  struct stat st = {};
+  st.st_dev = 3; st.st_ino = 77; st.st_size = 1 << 21;
+  st.st_mtim = {1000, 5}; st.st_ctim = {2000, 6};
+  const time_t t0 = 1700000000;
+  db.keep_crc(t0, st, 0xdeadbeef);
+  uint32_t crc = 0;
+  EXPECT_TRUE(db.known_crc(st, &crc));
+  EXPECT_EQ(0xdeadbeefu, crc);
+  for (auto change : {+[](struct stat* s) { s->st_ctim.tv_nsec++; }, +[](struct stat* s) { s->st_mtim.tv_sec++; },
+                      +[](struct stat* s) { s->st_size--; }, +[](struct stat* s) { s->st_ino++; },
+                      +[](struct stat* s) { s->st_dev++; }}) {
+    struct stat other = st;
+    change(&other);
+    EXPECT_FALSE(db.known_crc(other, &crc));
+  }
+  struct stat later = st;
+  later.st_ino = 78;
+  db.keep_crc(t0 + 30L * 24 * 3600 + 1, later, 1);
+  EXPECT_FALSE(db.known_crc(st, &crc));
+  EXPECT_TRUE(db.known_crc(later, &crc));
+}
+
+TEST(PipeReader, GoneOnlyOnceItsEndIsClosed) {
+  int p[2];
+  ASSERT_EQ(0, pipe(p));
+  ASSERT_EQ(3, write(p[1], "abc", 3));
+  EXPECT_TRUE(fs_is_pipe(p[1]));
+  EXPECT_EQ(3, fs_pipe_unread(p[1]));
+  EXPECT_FALSE(fs_pipe_reader_gone(p[1]));
+  close(p[0]);
+  EXPECT_TRUE(fs_pipe_reader_gone(p[1]));
+  close(p[1]);
+  EXPECT_FALSE(fs_is_pipe(-1));
+}
+
+}  // namespace
