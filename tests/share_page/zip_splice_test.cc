@@ -1,6 +1,7 @@
 // Archives whose big files go out spliced under a kept CRC: the same bytes as
 // summed ones, summed again after any change, and never finished when a
 // spliced file changed before the reader took its bytes.
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -160,6 +161,15 @@ TEST_F(ZipSplice, AChangeBeforeTheReaderTookTheBytesStopsTheArchive) {
   EXPECT_LT(got.size(), total_);  // short: the reader sees fewer bytes than announced
 }
 
+int open_fds() {
+  int n = 0;
+  if (DIR* d = opendir("/proc/self/fd")) {
+    while (readdir(d) != nullptr) ++n;
+    closedir(d);
+  }
+  return n;
+}
+
 // The sink itself: settle() waits for the reader, then answers whether each
 // spliced file stayed as it was; a reader that went away ends the wait.
 TEST(FdSinkSplice, SettlesOnlyOnBytesTakenUnchanged) {
@@ -167,6 +177,7 @@ TEST(FdSinkSplice, SettlesOnlyOnBytesTakenUnchanged) {
   root.write("/f", std::string(10000, 'f'));
   struct Case { bool change, reader; bool settled; };
   for (const Case& c : {Case{false, true, true}, Case{true, true, false}, Case{false, false, false}}) {
+    const int before = open_fds();
     int p[2];
     ASSERT_EQ(0, pipe(p));
     int fd = open(root.path("/f").c_str(), O_RDWR);
@@ -195,6 +206,45 @@ TEST(FdSinkSplice, SettlesOnlyOnBytesTakenUnchanged) {
     if (c.reader) EXPECT_EQ(10004u, got.size());
     close(fd);
     close(p[1]);
+    if (c.reader) EXPECT_EQ(before, open_fds());  // settled files are closed at once
+  }
+}
+
+int g_fail_errno = 0;
+
+// A refused first splice leaves the bytes to the caller; a failure later
+// stops the stream; EINTR is tried again. No descriptor outlives the sink.
+TEST(FdSinkSplice, SendfileFailuresAndDescriptors) {
+  ApplianceRoot root;
+  root.write("/f", std::string(10000, 'f'));
+  struct Case { int err; ZipSink::Splice want; long bytes; };
+  for (const Case& c : {Case{EINVAL, ZipSink::Splice::kCannot, 0}, Case{ENOSYS, ZipSink::Splice::kCannot, 0},
+                        Case{EIO, ZipSink::Splice::kFailed, 0}, Case{EINTR, ZipSink::Splice::kSent, 10000},
+                        Case{0, ZipSink::Splice::kSent, 10000}}) {
+    const int before = open_fds();
+    int p[2];
+    ASSERT_EQ(0, pipe(p));
+    int fd = open(root.path("/f").c_str(), O_RDONLY);
+    struct stat st;
+    ASSERT_EQ(0, fstat(fd, &st));
+    g_fail_errno = c.err;
+    g_real_sendfile = os.sendfile;
+    os.sendfile = [](int out, int in, off_t* at, size_t n) -> ssize_t {
+      if (g_fail_errno != 0) {
+        errno = g_fail_errno;
+        g_fail_errno = 0;
+        return -1;
+      }
+      return g_real_sendfile(out, in, at, n);
+    };
+    {
+      FdSink sink(p[1]);
+      EXPECT_EQ(c.want, sink.splice_file(fd, 10000, st)) << c.err;
+      EXPECT_EQ(c.bytes, fs_pipe_unread(p[1])) << c.err;
+      os_reset();
+    }
+    close(fd), close(p[0]), close(p[1]);
+    EXPECT_EQ(before, open_fds()) << c.err;
   }
 }
 
@@ -237,6 +287,9 @@ TEST(PipeReader, GoneOnlyOnceItsEndIsClosed) {
   EXPECT_TRUE(fs_pipe_reader_gone(p[1]));
   close(p[1]);
   EXPECT_FALSE(fs_is_pipe(-1));
+  const int file = open("/proc/self/exe", O_RDONLY);
+  EXPECT_FALSE(fs_is_pipe(file));
+  close(file);
 }
 
 }  // namespace
