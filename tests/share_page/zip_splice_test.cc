@@ -170,6 +170,27 @@ int open_fds() {
   return n;
 }
 
+decltype(os.read) g_real_read = nullptr;
+std::string g_grow;  // a file that grows while its bytes are read
+
+TEST_F(ZipSplice, AFileThatGrowsWhileItIsReadStopsTheArchive) {
+  g_grow = root_.path("/d/big.bin");
+  g_real_read = os.read;
+  os.read = [](int fd, void* buf, size_t n) {
+    if (!g_grow.empty()) {
+      int w = open(g_grow.c_str(), O_WRONLY | O_APPEND);
+      EXPECT_EQ(1, write(w, "+", 1));
+      close(w);
+      g_grow.clear();
+    }
+    return g_real_read(fd, buf, n);
+  };
+  bool ok = true;
+  const std::string got = zip(nullptr, &ok);
+  EXPECT_FALSE(ok);
+  EXPECT_LT(got.size(), total_);
+}
+
 // The sink itself: settle() waits for the reader, then answers whether each
 // spliced file stayed as it was; a reader that went away ends the wait.
 TEST(FdSinkSplice, SettlesOnlyOnBytesTakenUnchanged) {
