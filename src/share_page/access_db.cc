@@ -157,7 +157,8 @@ void AccessDb::keep_crc(time_t now, const struct stat& st, uint32_t crc) {
       .num(1, static_cast<long long>(st.st_dev)).num(2, static_cast<long long>(st.st_ino))
       .num(3, st.st_size).num(4, nanos(st.st_mtim)).num(5, nanos(st.st_ctim)).num(6, crc)
       .num(7, now).step();
-  Stmt(db_, "DELETE FROM crc WHERE t < ?").num(1, now - kCrcKeep).step();
+  if (!crcs_pruned_) Stmt(db_, "DELETE FROM crc WHERE t < ?").num(1, now - kCrcKeep).step();
+  crcs_pruned_ = true;  // once per archive: the table has no index on t
 }
 
 void AccessDb::audit(time_t now, const std::string& ssid, const std::string& item,

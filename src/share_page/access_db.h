@@ -51,6 +51,7 @@ class AccessDb {
  private:
   void exec(const char* sql);
   sqlite3* db_ = nullptr;
+  bool crcs_pruned_ = false;
 };
 
 #endif  // SLT_SHARE_PAGE_ACCESS_DB_H_
