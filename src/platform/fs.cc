@@ -90,6 +90,21 @@ int fs_sync_parent_dir(const char* path) {
 
 void fs_widen_pipe(int fd, int bytes) { fcntl(fd, F_SETPIPE_SZ, bytes); }
 
+FsSend fs_send_file(int out, int in, uint64_t from, uint64_t len, uint64_t* sent) {
+  *sent = 0;
+  while (*sent < len) {
+    const uint64_t left = len - *sent;
+    off_t at = static_cast<off_t>(from + *sent);
+    ssize_t n = os.sendfile(out, in, &at, left < (1u << 20) ? static_cast<size_t>(left) : 1u << 20);
+    if (n < 0 && errno == EINTR) continue;
+    if (n < 0 && *sent == 0 && (errno == EINVAL || errno == ENOSYS)) return FsSend::kRefused;
+    if (n < 0) return FsSend::kFailed;
+    if (n == 0) return FsSend::kShort;
+    *sent += static_cast<uint64_t>(n);
+  }
+  return FsSend::kDone;
+}
+
 bool fs_is_pipe(int fd) {
   struct stat st;
   return fstat(fd, &st) == 0 && S_ISFIFO(st.st_mode);

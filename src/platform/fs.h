@@ -12,6 +12,7 @@
 #include <sys/types.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <cstdio>
 
 int fs_open(const char* path, int flags, mode_t mode = 0);
@@ -41,6 +42,13 @@ int fs_sync_parent_dir(const char* path);
 // Asks for a pipe buffer of `bytes` on fd, when fd is a pipe: fewer switches
 // between the writer and the reader per MiB. A hint; nothing changes on failure.
 void fs_widen_pipe(int fd, int bytes);
+
+// Sends `len` bytes of the file `in` from offset `from` to `out` inside the
+// kernel (sendfile), in pieces of at most 1 MiB, again after EINTR. *sent
+// holds the bytes sent in every case. kRefused: the kernel takes no such
+// output (EINVAL, ENOSYS) and nothing was sent; kShort: the file ended first.
+enum class FsSend { kDone, kRefused, kShort, kFailed };
+FsSend fs_send_file(int out, int in, uint64_t from, uint64_t len, uint64_t* sent);
 
 // True when fd is a pipe.
 bool fs_is_pipe(int fd);

@@ -2,12 +2,10 @@
 
 #include <unistd.h>
 
-#include <cerrno>
 #include <cstring>
 #include <vector>
 
 #include "platform/fs.h"
-#include "platform/os.h"
 #include "share_page/cookie.h"
 #include "share_page/page.h"
 #include "weblib/delivery_output.h"
@@ -157,18 +155,12 @@ bool send_shared_file(int fd, const struct stat& st, const std::string& name,
   // through this process; where it cannot (stdout of a kind sendfile does
   // not take), the loop below copies it.
   fs_widen_pipe(1, 1 << 20);
-  bool copied = false;
-  while (left > 0) {
-    off_t at = static_cast<off_t>(pos);
-    ssize_t got = os.sendfile(1, fd, &at, left < (1u << 20) ? static_cast<size_t>(left) : 1u << 20);
-    if (got < 0 && errno == EINTR) continue;
-    if (got < 0 && !copied && (errno == EINVAL || errno == ENOSYS)) break;
-    if (got < 0) return false;
-    if (got == 0) return true;  // the file shrank: the client sees a short body
-    copied = true;
-    pos += static_cast<unsigned long long>(got);
-    left -= static_cast<unsigned long long>(got);
-  }
+  uint64_t sent = 0;
+  const FsSend r = fs_send_file(1, fd, pos, left, &sent);
+  if (r == FsSend::kFailed) return false;
+  if (r == FsSend::kShort) return true;  // the file shrank: the client sees a short body
+  pos += sent;
+  left -= sent;
   std::vector<char> buf(left > 0 ? 64 * 1024 : 0);
   while (left > 0) {
     size_t want = left < buf.size() ? static_cast<size_t>(left) : buf.size();

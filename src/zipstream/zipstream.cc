@@ -283,22 +283,12 @@ ZipSink::Splice FdSink::splice_file(int fd, uint64_t size, const struct stat& st
   if (!flush()) return Splice::kFailed;
   int keep = fs_dup(fd);
   if (keep < 0) return Splice::kCannot;
-  off_t at = 0;
-  uint64_t left = size;
-  while (left > 0) {
-    const size_t want = left < (1u << 20) ? static_cast<size_t>(left) : 1u << 20;
-    ssize_t n = os.sendfile(fd_, fd, &at, want);
-    if (n < 0 && errno == EINTR) continue;
-    if (n < 0 && left == size && (errno == EINVAL || errno == ENOSYS)) {
-      os.close(keep);
-      return Splice::kCannot;
-    }
-    if (n <= 0) {  // shrank, or the reader went away
-      os.close(keep);
-      return Splice::kFailed;
-    }
-    left -= static_cast<uint64_t>(n);
-    written_ += static_cast<uint64_t>(n);
+  uint64_t sent = 0;
+  const FsSend r = fs_send_file(fd_, fd, 0, size, &sent);
+  written_ += sent;
+  if (r != FsSend::kDone) {  // refused: nothing sent; else shrank or the reader went away
+    os.close(keep);
+    return r == FsSend::kRefused ? Splice::kCannot : Splice::kFailed;
   }
   spliced_.push_back(Spliced{keep, written_, st});
   return check_spliced(false) ? Splice::kSent : Splice::kFailed;
