@@ -210,6 +210,8 @@ CONF
   "$curl" -s -u "admin:$password" -w '\n(HTTP %{http_code})\n' "$url" || true
   kill "$pid" 2>/dev/null || true
   wait "$pid" 2>/dev/null || true
+}
+
 # One request through lighttpd: the command, then the status, the headers a
 # recipient's browser acts on and the size of the body.
 fetch() {

@@ -10,6 +10,11 @@ cd "$(dirname "$0")/.."
 scripts/deps.sh build test fuzz package
 jobs=$(nproc 2>/dev/null || echo 2)
 
+echo "== every shell script parses" >&2
+for script in scripts/*.sh bench/*.sh fuzz/*.sh .ci/run; do
+  bash -n "$script" || { echo "$script does not parse" >&2; exit 1; }
+done
+
 echo "== build and test" >&2
 cmake -S . -B build -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
 cmake --build build -j"$jobs"
@@ -25,6 +30,10 @@ summary() {
   done
   echo "summary: $((total - failed)) passed, $failed failed"
 }
+
+# The README's first command, as a newcomer runs it: a broken demo fails the run.
+echo "== the demo" >&2
+scripts/demo.sh >build/demo.log 2>&1 || { tail -n 40 build/demo.log >&2; echo "scripts/demo.sh failed" >&2; exit 1; }
 
 if [ "${SLT_QUICK:-0}" = 1 ]; then summary build/ctest.log; exit 0; fi
 
