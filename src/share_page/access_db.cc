@@ -78,17 +78,8 @@ std::string printable(const char* text) {
 
 }  // namespace
 
-std::string beside_store(const char* name) {
-  char db_path[256];
-  sf_get_db_path(db_path, sizeof db_path);
-  const char* slash = strrchr(db_path, '/');
-  std::string dir = slash != nullptr ? std::string(db_path, static_cast<size_t>(slash - db_path))
-                                     : std::string(".");
-  return dir + "/" + name;
-}
-
 AccessDb::AccessDb() {
-  std::string path = rooted_path(beside_store("share_link_access.db").c_str());
+  std::string path = rooted_path(sf_beside_store("share_link_access.db").c_str());
   if (sqlite3_open_v2(path.c_str(), &db_, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr) !=
       SQLITE_OK) {
     sqlite3_close(db_);

@@ -13,9 +13,6 @@
 #include <ctime>
 #include <string>
 
-// The appliance path of `name` in the store's folder.
-std::string beside_store(const char* name);
-
 // One connection to the access file (WAL, busy time-out), tables made on
 // first use. All calls are no-ops that answer "nothing found" when the file
 // cannot be opened: the page then works without throttling memory.

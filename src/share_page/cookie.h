@@ -11,13 +11,6 @@
 
 constexpr long kCookieLifetime = 12 * 60 * 60;
 
-// Lower-case hex SHA-256 of data.
-std::string sha256_hex(const std::string& data);
-
-// The 32-byte appliance secret, made (mode 0600) on first use in the store's
-// folder. False when it can be neither read nor made.
-bool share_secret(std::string* out);
-
 // The cookie name for link pkey: "slt_share_" + 16 hex digits of its hash.
 std::string share_cookie_name(const std::string& pkey);
 

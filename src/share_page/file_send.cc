@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "platform/fs.h"
-#include "share_page/cookie.h"
+#include "crypto/digest.h"
 #include "share_page/page.h"
 #include "weblib/delivery_output.h"
 #include "weblib/http_date.h"

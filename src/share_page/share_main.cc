@@ -12,6 +12,8 @@
 #include <cstring>
 #include <vector>
 
+#include "crypto/digest.h"
+#include "crypto/secret.h"
 #include "platform/cgi.h"
 #include "platform/os.h"
 #include "platform/root.h"
@@ -309,7 +311,7 @@ int share_cgi_main() {
 
   GateContext ctx;
   ctx.now = v.now;
-  share_secret(&ctx.secret);
+  appliance_secret(&ctx.secret);
   // The visitor for the repeat rule: the code cookie, else address and agent.
   SharedLink probe;
   const bool known = find_shared_link(v.req.ssid, &probe);

@@ -12,6 +12,7 @@
 #include "platform/root.h"
 #include "share_page/access_db.h"
 #include "share_page/file_send.h"
+#include "sharelink_db/store.h"
 #include "share_page/page.h"
 #include "weblib/delivery_output.h"
 #include "zipstream/zipstream.h"
@@ -83,7 +84,7 @@ ZipSlot::ZipSlot() {
   for (int i = 0; i < kZipSlots && fd_ < 0; ++i) {
     char name[32];
     snprintf(name, sizeof name, "share_zip_slot.%d", i);
-    int fd = os.open(rooted_path(beside_store(name).c_str()).c_str(),
+    int fd = os.open(rooted_path(sf_beside_store(name).c_str()).c_str(),
                      O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
     if (fd < 0) continue;
     if (os.flock(fd, LOCK_EX | LOCK_NB) == 0) {

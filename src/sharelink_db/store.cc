@@ -183,6 +183,15 @@ int sf_db_open(char* buf, int len, sqlite3** db) {
   return sqlite3_open(rooted_path(buf).c_str(), db);
 }
 
+std::string sf_beside_store(const char* name) {
+  char db_path[256];
+  sf_get_db_path(db_path, sizeof db_path);
+  const char* slash = strrchr(db_path, '/');
+  std::string dir = slash != nullptr ? std::string(db_path, static_cast<size_t>(slash - db_path))
+                                     : std::string(".");
+  return dir + "/" + name;
+}
+
 bool sf_db_path_is_managed(const char* path) {
   if (path == nullptr) return false;
   return strcmp(path, kSfDefaultDbPath) == 0 || strncmp(path, "/share/", 7) == 0;

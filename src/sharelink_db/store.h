@@ -10,6 +10,8 @@
 
 #include <sqlite3.h>
 
+#include <string>
+
 extern const char kSfDefaultDbPath[];   // "/etc/config/share_link.db"
 extern const char kSfDbFolderName[];    // ".@kdx/share_link_db"
 extern const char kSfDbFileName[];      // "share_link.db"
@@ -27,6 +29,11 @@ extern const char kSfTriggerSqlFormat[];  // first %d the row limit, second the 
 // "Share_Link_Db" of the system configuration, or the default path when that
 // is absent or empty. Does nothing for a null buf or a len of 0.
 void sf_get_db_path(char* buf, int len);
+
+// The appliance path of `name` in the store's folder: where the store's
+// companions (the share page's access file, the appliance secret) live, so
+// that they move with a relocated store.
+std::string sf_beside_store(const char* name);
 
 // The opening rule: fills buf with the store path and opens it. The result of
 // sqlite3_open (SQLITE_OK on success; *db may hold a handle to close even on
