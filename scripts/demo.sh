@@ -246,10 +246,13 @@ demo_recipient() {
   rm -f "$jar"-*
   fetch "$link"
   heading "A wrong code, then the right one (three visitors enter it, each gets a cookie)"
-  fetch -d code=1111 "$link"
+  # The form carries a token, as a browser posts it back.
+  local token
+  token=$(curl -s "$link" | sed -n 's/.*name="form_token" value="\([0-9a-f]*\)".*/\1/p')
+  fetch -d "form_token=$token&code=1111" "$link"
   local i
   for i in 1 2 3; do
-    fetch -c "$jar-$i" -A "visitor-$i" -d code=2468 "$link"
+    fetch -c "$jar-$i" -A "visitor-$i" -d "form_token=$token&code=2468" "$link"
   done
   heading "Two visitors download; the third finds the limit of 2 reached"
   for i in 1 2 3; do

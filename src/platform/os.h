@@ -47,6 +47,7 @@ struct OsCalls {
   ssize_t (*getrandom)(void* buf, size_t len, unsigned flags);
   // Copies count bytes of in_fd from *offset to out_fd inside the kernel.
   ssize_t (*sendfile)(int out_fd, int in_fd, off_t* offset, size_t count);
+  int (*fstat)(int fd, struct stat* st);
 };
 
 extern OsCalls os;

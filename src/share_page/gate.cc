@@ -8,78 +8,82 @@
 #include <cstring>
 #include <vector>
 
+#include "crypto/digest.h"
+#include "crypto/secret.h"
 #include "paths/allowed_root.h"
 #include "paths/display_path.h"
 #include "platform/fs.h"
+#include "platform/os.h"
 #include "platform/root.h"
 #include "registry/fields.h"
 #include "registry/refresh.h"
+#include "share_page/bots.h"
 #include "share_page/cookie.h"
+#include "share_page/page.h"
 #include "sharelink_db/store.h"
 
 namespace {
 
 constexpr size_t kRealPathSize = 4097 + 545;
+constexpr long kUnavailableRetry = 60;
+constexpr long kFormWindow = 60 * 60;
 
-// A store connection that never creates the file.
-class StoreConn {
- public:
-  StoreConn() {
-    char path[256];
-    sf_get_db_path(path, sizeof path);
-    if (sqlite3_open_v2(rooted_path(path).c_str(), &db_, SQLITE_OPEN_READWRITE, nullptr) !=
-        SQLITE_OK) {
-      sqlite3_close(db_);
-      db_ = nullptr;
-      return;
-    }
-    sqlite3_busy_timeout(db_, 10000);
-    sqlite3_exec(db_, "PRAGMA cache_size=-64", nullptr, nullptr, nullptr);
-  }
-  ~StoreConn() { sqlite3_close(db_); }
-  StoreConn(const StoreConn&) = delete;
-  StoreConn& operator=(const StoreConn&) = delete;
-  sqlite3* get() const { return db_; }
+const char kNotFound[] = "This link does not exist or is no longer shared.";
+const char kLimitReached[] = "This link has reached its download limit.";
+const char kUnavailable[] =
+    "This link cannot be served right now; please try again in a few minutes.";
 
- private:
-  sqlite3* db_ = nullptr;
-};
+// ---- the link ----
 
 std::string column_text(sqlite3_stmt* s, int i) {
   const unsigned char* t = sqlite3_column_text(s, i);
   return t != nullptr ? reinterpret_cast<const char*>(t) : "";
 }
 
-bool from_store(const std::string& ssid, SharedLink* link) {
-  StoreConn conn;
-  if (conn.get() == nullptr) return false;
+LinkLookup from_store(const std::string& ssid, SharedLink* link) {
+  char path[256];
+  sf_get_db_path(path, sizeof path);
+  sqlite3* db = nullptr;
+  if (sqlite3_open_v2(rooted_path(path).c_str(), &db, SQLITE_OPEN_READONLY, nullptr) != SQLITE_OK) {
+    sqlite3_close(db);
+    return fs_exists(path) ? LinkLookup::kFailed : LinkLookup::kMissing;
+  }
+  sqlite3_busy_timeout(db, 10000);
   sqlite3_stmt* s = nullptr;
-  if (sqlite3_prepare_v2(conn.get(),
+  LinkLookup r = LinkLookup::kFailed;
+  if (sqlite3_prepare_v2(db,
                          "SELECT sharefile, creator, expire, accesscode, download_count,"
                          " download_limit FROM SHARELINK_EVENT WHERE pkey = ? LIMIT 1",
-                         -1, &s, nullptr) != SQLITE_OK) {
-    return false;
-  }
-  sqlite3_bind_text(s, 1, ssid.c_str(), static_cast<int>(ssid.size()), SQLITE_TRANSIENT);
-  bool found = sqlite3_step(s) == SQLITE_ROW;
-  if (found) {
-    link->pkey = ssid;
-    link->sharefile = column_text(s, 0);
-    link->creator = column_text(s, 1);
-    link->expire = sqlite3_column_int64(s, 2);
-    link->accesscode = column_text(s, 3);
-    link->download_count = sqlite3_column_int(s, 4);
-    link->download_limit = sqlite3_column_int(s, 5);
-  }
-  sqlite3_finalize(s);
-  if (!found) return false;
-  if (sqlite3_prepare_v2(conn.get(), "SELECT fid, sharefile FROM SHARELINK_FID WHERE pkey = ?",
                          -1, &s, nullptr) == SQLITE_OK) {
     sqlite3_bind_text(s, 1, ssid.c_str(), static_cast<int>(ssid.size()), SQLITE_TRANSIENT);
-    while (sqlite3_step(s) == SQLITE_ROW) link->fids.emplace_back(column_text(s, 0), column_text(s, 1));
+    int rc = sqlite3_step(s);
+    if (rc == SQLITE_ROW) {
+      link->pkey = ssid;
+      link->sharefile = column_text(s, 0);
+      link->creator = column_text(s, 1);
+      link->expire = sqlite3_column_int64(s, 2);
+      link->accesscode = column_text(s, 3);
+      link->download_count = sqlite3_column_int(s, 4);
+      link->download_limit = sqlite3_column_int(s, 5);
+      r = LinkLookup::kFound;
+    } else if (rc == SQLITE_DONE) {
+      r = LinkLookup::kMissing;
+    }
+  }
+  sqlite3_finalize(s);
+  if (r == LinkLookup::kFound &&
+      sqlite3_prepare_v2(db, "SELECT fid, sharefile FROM SHARELINK_FID WHERE pkey = ?", -1, &s,
+                         nullptr) == SQLITE_OK) {
+    sqlite3_bind_text(s, 1, ssid.c_str(), static_cast<int>(ssid.size()), SQLITE_TRANSIENT);
+    int rc;
+    while ((rc = sqlite3_step(s)) == SQLITE_ROW) {
+      link->fids.emplace_back(column_text(s, 0), column_text(s, 1));
+    }
+    if (rc != SQLITE_DONE) r = LinkLookup::kFailed;
     sqlite3_finalize(s);
   }
-  return true;
+  sqlite3_close(db);
+  return r;
 }
 
 bool from_registry(const std::string& ssid, SharedLink* link) {
@@ -108,6 +112,13 @@ bool expired(long long expire, time_t now) {
          static_cast<unsigned long long>(now) > static_cast<unsigned long long>(expire);
 }
 
+// ---- the target ----
+
+// A ".@" component: the appliance's own folders are never served.
+bool in_system_folder(const std::string& real) {
+  return real.find("/.@") != std::string::npos;
+}
+
 // The link's own path as a real appliance path and its kind; -1 refused.
 int resolve_link_path(const SharedLink& link, const std::string& display, std::string* real) {
   std::vector<char> buf(kRealPathSize);
@@ -121,7 +132,7 @@ int resolve_link_path(const SharedLink& link, const std::string& display, std::s
   } else {
     kind = resolve_display_path(0, display.c_str(), buf.data(), buf.size(), link.creator.c_str());
   }
-  if (kind < 0) return -1;
+  if (kind < 0 || in_system_folder(buf.data())) return -1;
   *real = buf.data();
   return kind;
 }
@@ -134,63 +145,309 @@ std::string base_name(const std::string& path) {
                      end - (slash == std::string::npos ? 0 : slash + 1) + 1);
 }
 
-// A regular file by its real path; a link in its last component, a device or
-// a pipe is refused (O_NONBLOCK: opening a pipe must not wait).
-bool open_file(const std::string& real, GateResult* g) {
+std::string parent_of(const std::string& path) {
+  size_t slash = path.rfind('/');
+  return slash == std::string::npos ? "." : slash == 0 ? "/" : path.substr(0, slash);
+}
+
+// A regular file by its real path; a link in its last component, a device,
+// a pipe or a file of the store's folder is refused (O_NONBLOCK: opening a
+// pipe must not wait).
+bool open_file(const std::string& real, const StoreFolder& store, Target* t) {
+  struct stat parent;
+  if (fs_stat(parent_of(real).c_str(), &parent) != 0 || store.is(parent)) return false;
   UniqueFd fd(fs_open(real.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-  if (fd.get() < 0 || fstat(fd.get(), &g->st) != 0 || !S_ISREG(g->st.st_mode)) return false;
-  g->file = std::move(fd);
-  g->real_path = real;
-  g->name = base_name(real);
+  if (fd.get() < 0 || os.fstat(fd.get(), &t->st) != 0 || !S_ISREG(t->st.st_mode)) return false;
+  t->file = std::move(fd);
+  t->real_path = real;
+  t->name = base_name(real);
   return true;
 }
 
-bool open_target(const ShareRequest& req, GateResult* g) {
-  const SharedLink& link = g->link;
-  if (!req.fid.empty()) {
-    if (!req.path.empty()) return false;
-    for (const auto& f : link.fids) {
-      if (f.first != req.fid) continue;
-      std::string real;
-      if (resolve_link_path(link, f.second, &real) != kKindFile) return false;
-      return open_file(real, g);
-    }
-    return false;
+// `rel` beneath the link's open folder: a subfolder, or a regular file whose
+// folder is not the store's.
+bool open_beneath(const std::string& real, UniqueFd folder, const std::string& rel,
+                  const StoreFolder& store, Target* t) {
+  UniqueFd fd(fs_open_beneath(folder.get(), rel.c_str(), O_RDONLY | O_NONBLOCK));
+  if (fd.get() < 0 || os.fstat(fd.get(), &t->st) != 0 || store.is(t->st)) return false;
+  t->real_path = real + "/" + rel;
+  t->name = base_name(rel);
+  if (S_ISDIR(t->st.st_mode)) {
+    t->folder = std::move(fd);
+    t->is_folder = true;
+    return true;
   }
+  if (!S_ISREG(t->st.st_mode)) return false;
+  const size_t slash = rel.rfind('/');
+  UniqueFd dir(slash == std::string::npos
+                   ? fs_dup(folder.get())
+                   : fs_open_beneath(folder.get(), rel.substr(0, slash).c_str(),
+                                     O_RDONLY | O_DIRECTORY));
+  struct stat parent;
+  if (dir.get() < 0 || os.fstat(dir.get(), &parent) != 0 || store.is(parent)) return false;
+  t->file = std::move(fd);
+  return true;
+}
+
+bool open_target(const ShareRequest& req, const SharedLink& link, const StoreFolder& store,
+                 Target* t) {
+  if (!req.fid.empty()) return req.path.empty() && open_link_file(link, store, req.fid, t);
   if (!link.fids.empty() && req.path.empty()) {
-    g->multi = true;
-    g->name = link.sharefile.empty() ? link.pkey : base_name(link.sharefile);
+    t->multi = true;
+    t->name = link.sharefile.empty() ? link.pkey : base_name(link.sharefile);
     return true;
   }
   std::string real;
   int kind = resolve_link_path(link, link.sharefile, &real);
-  if (kind == kKindFile) return req.path.empty() && open_file(real, g);
+  if (kind == kKindFile) return req.path.empty() && open_file(real, store, t);
   if (kind != kKindDirectory) return false;
   UniqueFd folder(fs_open_dir(real.c_str()));
-  if (folder.get() < 0) return false;
-  if (req.path.empty()) {
-    if (fstat(folder.get(), &g->st) != 0) return false;
-    g->folder = std::move(folder);
-    g->is_folder = true;
-    g->real_path = real;
-    g->name = base_name(real);
-    return true;
-  }
-  UniqueFd fd(fs_open_beneath(folder.get(), req.path.c_str(), O_RDONLY | O_NONBLOCK));
-  if (fd.get() < 0 || fstat(fd.get(), &g->st) != 0) return false;
-  g->real_path = real + "/" + req.path;
-  g->name = base_name(req.path);
-  if (S_ISDIR(g->st.st_mode)) {
-    g->folder = std::move(fd);
-    g->is_folder = true;
-    return true;
-  }
-  if (!S_ISREG(g->st.st_mode)) return false;
-  g->file = std::move(fd);
+  struct stat st;
+  if (folder.get() < 0 || os.fstat(folder.get(), &st) != 0 || store.is(st)) return false;
+  if (!req.path.empty()) return open_beneath(real, std::move(folder), req.path, store, t);
+  t->st = st;
+  t->folder = std::move(folder);
+  t->is_folder = true;
+  t->real_path = real;
+  t->name = base_name(real);
   return true;
 }
 
+// ---- answers ----
+
+Verdict page(int status, const std::string& sentence, const std::string& event) {
+  Verdict v;
+  v.status = status;
+  v.sentence = sentence;
+  v.event = event;
+  return v;
+}
+
+Verdict unavailable() { return share_unavailable(); }
+
+Verdict throttled(long wait, bool unknown_link) {
+  Verdict v = page(429,
+                   unknown_link ? "Too many unknown links were asked for from your network; "
+                                  "please wait and try again later."
+                                : "Too many wrong codes were tried from your network; please "
+                                  "wait and try again later.",
+                   "refused:throttled");
+  v.headers.push_back("Retry-After: " + std::to_string(wait));
+  return v;
+}
+
+std::string form_token(const std::string& secret, const ShareRequest& req, long window) {
+  return hmac_sha256_hex(secret, "share-code\n" + req.ssid + "\n" + req.client + "\n" +
+                                     std::to_string(window));
+}
+
+bool form_token_valid(const std::string& secret, const ShareRequest& req) {
+  const long window = static_cast<long>(req.now / kFormWindow);
+  return same_bytes(req.form_token, form_token(secret, req, window)) ||
+         same_bytes(req.form_token, form_token(secret, req, window - 1));
+}
+
+Verdict code_form(const ShareRequest& req, const std::string& secret, int status,
+                  const std::string& message, const std::string& event) {
+  Verdict v = page(status, message, event);
+  v.code_form = true;
+  v.form_token = form_token(secret, req, static_cast<long>(req.now / kFormWindow));
+  return v;
+}
+
+// An unknown link: its own throttling tier, checked and recorded together.
+Verdict unknown_link(const ShareRequest& req, AccessDb* access) {
+  AccessDb::Write txn(access);
+  long wait = 0;
+  if (!txn.begun() || !access->unknown_wait(req.now, req.client, &wait)) return unavailable();
+  Verdict v = wait > 0 ? throttled(wait, true) : page(404, kNotFound, "refused:unknown");
+  if (wait == 0 && !access->record_failure(req.now, req.client, req.ssid, FailureKind::kUnknownLink)) {
+    return unavailable();
+  }
+  if (!access->audit(req.now, req.ssid, share_item(req), req.client, sha256_hex(req.ua).substr(0, 16),
+                     v.event) ||
+      !txn.commit()) {
+    return unavailable();
+  }
+  v.event.clear();
+  return v;
+}
+
+// A typed code: the throttle's check, the comparison and their records in
+// one transaction, so that parallel guesses cannot pass the limit. True when
+// the code was right (its audit row recorded); otherwise *out is the answer.
+bool typed_code(const ShareRequest& req, const Verdict& v, const std::string& secret,
+                AccessDb* access, Verdict* out) {
+  AccessDb::Write txn(access);
+  long wait = 0;
+  if (!txn.begun() || !access->code_wait(req.now, req.client, req.ssid, &wait)) {
+    *out = unavailable();
+    return false;
+  }
+  // A code from another site's page, or without this form's token, is not
+  // checked: no page can spend a visitor's attempts.
+  const bool form_ok = posted_from_same_site(req) && form_token_valid(secret, req);
+  const bool right = wait == 0 && form_ok && share_code_matches(req.code, v.link.accesscode);
+  if (wait > 0) {
+    *out = throttled(wait, false);
+  } else if (!form_ok) {
+    *out = code_form(req, secret, 403, "The form has expired; please enter the code again.",
+                     "refused:form");
+  } else if (!right) {
+    *out = code_form(req, secret, 403, "That code is not right.", "bad-code");
+  }
+  const bool failure = wait == 0 && form_ok && !right;
+  if ((failure && !access->record_failure(req.now, req.client, req.ssid, FailureKind::kCode)) ||
+      !access->audit(req.now, req.ssid, share_item(req), req.client, v.ua_hash,
+                     right ? "code-accepted" : out->event) ||
+      !txn.commit()) {
+    *out = unavailable();
+    return false;
+  }
+  out->event.clear();
+  return right;
+}
+
+std::string cookie_header(const ShareRequest& req, const SharedLink& link,
+                          const std::string& secret) {
+  return "Set-Cookie: " + share_cookie_name(link.pkey) + "=" +
+         make_share_cookie(secret, link.pkey, link.accesscode, req.now) +
+         "; Max-Age=" + std::to_string(kCookieLifetime) +
+         "; Path=/share.cgi; HttpOnly; SameSite=Lax" + (req.https ? "; Secure" : "");
+}
+
+// The access code. True when the request may go on (a valid cookie, or the
+// right code just typed: then *set_cookie holds the header to send).
+bool code_passes(const ShareRequest& req, Verdict* v, AccessDb* access, std::string* set_cookie,
+                 Verdict* out) {
+  std::string secret;
+  if (!appliance_secret(&secret)) {
+    *out = unavailable();
+    return false;
+  }
+  const std::string cookie = cookie_value(req.cookies, share_cookie_name(v->link.pkey));
+  if (!cookie.empty() &&
+      share_cookie_valid(secret, v->link.pkey, v->link.accesscode, cookie, req.now)) {
+    v->visitor = "c:" + sha256_hex(cookie);
+    return true;
+  }
+  if (req.has_code) {
+    if (!typed_code(req, *v, secret, access, out)) return false;
+    *set_cookie = cookie_header(req, v->link, secret);
+    return true;
+  }
+  long wait = 0;
+  if (!access->code_wait(req.now, req.client, req.ssid, &wait)) {
+    *out = unavailable();
+  } else if (wait > 0) {
+    *out = throttled(wait, false);
+  } else {
+    *out = code_form(req, secret, req.dl || req.zip ? 403 : 200, "", "code-asked");
+  }
+  return false;
+}
+
+// The file's bytes: 304, 416 or the body; counted when this visitor's first
+// bytes of the item go out, whatever the range start.
+Verdict file_answer(const ShareRequest& req, Verdict v, AccessDb* access) {
+  v.plan = plan_file_answer(v.target.st, req.if_none_match.get(), req.if_modified_since.get(),
+                            req.if_range.get(), req.range.get());
+  v.kind = AnswerKind::kFile;
+  const bool bytes = v.plan.answer == FileAnswer::kWhole || v.plan.answer == FileAnswer::kPartial;
+  bool counted = false;
+  const std::string item = share_item(req);
+  if (req.head || !bytes || v.link.from_registry) return v;
+  if (!access->counted_recently(req.now, v.visitor, req.ssid, item, &counted)) return unavailable();
+  if (counted) return v;
+  CountedVisit visit{req.now, v.link.pkey, v.visitor, item, req.client, v.ua_hash, "download"};
+  switch (access->count_download(visit)) {
+    case CountOutcome::kCounted: return v;
+    case CountOutcome::kLimitReached: return page(410, kLimitReached, "refused:limit");
+    case CountOutcome::kFailed: break;
+  }
+  return unavailable();
+}
+
+// After the link and its code: limit, target, bots, and the answer's kind.
+Verdict target_answer(const ShareRequest& req, Verdict v, AccessDb* access,
+                      const std::string& set_cookie) {
+  bool resume = false;
+  if (req.dl && !access->counted_recently(req.now, v.visitor, req.ssid, share_item(req), &resume)) {
+    return unavailable();
+  }
+  if (v.link.download_limit > 0 && v.link.download_count >= v.link.download_limit && !resume) {
+    return page(410, kLimitReached, "refused:limit");
+  }
+  v.store = store_folder();
+  if (req.path_bad || !open_target(req, v.link, v.store, &v.target)) {
+    return page(404, kNotFound, "refused:not-found");
+  }
+  if (!set_cookie.empty()) {
+    // Back to the same address by GET, so a reload does not post the code again.
+    Verdict r = page(303, "", "");
+    r.kind = AnswerKind::kRedirect;
+    r.headers = {set_cookie, "Location: " + share_self_url(req)};
+    return r;
+  }
+  if ((req.dl || req.zip) && is_preview_bot(req.ua.c_str())) {
+    return page(403, "Downloads start only when a person opens this link.", "refused:bot");
+  }
+  v.event = "view";
+  if (v.target.multi || v.target.is_folder) {
+    if (req.dl || req.zip) {
+      if (req.dl) return page(404, kNotFound, "refused:not-found");
+      v.kind = AnswerKind::kZip;
+      v.event.clear();
+      return v;
+    }
+    v.kind = AnswerKind::kFolderPage;
+    return v;
+  }
+  if (!req.dl) {
+    v.kind = AnswerKind::kFilePage;
+    return v;
+  }
+  v.event.clear();
+  return file_answer(req, std::move(v), access);
+}
+
 }  // namespace
+
+Verdict share_unavailable() {
+  Verdict v = page(503, kUnavailable, "");
+  v.headers.push_back("Retry-After: " + std::to_string(kUnavailableRetry));
+  return v;
+}
+
+LinkLookup find_shared_link(const std::string& ssid, SharedLink* link) {
+  if (ssid.empty()) return LinkLookup::kMissing;
+  LinkLookup r = from_store(ssid, link);
+  if (r != LinkLookup::kMissing) return r;
+  return from_registry(ssid, link) ? LinkLookup::kFound : LinkLookup::kMissing;
+}
+
+StoreFolder store_folder() {
+  StoreFolder f;
+  struct stat st;
+  const std::string dir = parent_of(sf_beside_store("x"));
+  if (fs_stat(dir.c_str(), &st) == 0) {
+    f.known = true;
+    f.dev = st.st_dev;
+    f.ino = st.st_ino;
+  }
+  return f;
+}
+
+bool open_link_file(const SharedLink& link, const StoreFolder& store, const std::string& fid,
+                    Target* out) {
+  for (const auto& f : link.fids) {
+    if (f.first != fid) continue;
+    std::string real;
+    if (resolve_link_path(link, f.second, &real) != kKindFile) return false;
+    return open_file(real, store, out);
+  }
+  return false;
+}
 
 std::string share_item(const ShareRequest& req) {
   if (!req.fid.empty()) return "fid:" + req.fid;
@@ -198,61 +455,30 @@ std::string share_item(const ShareRequest& req) {
   return std::string();
 }
 
-bool find_shared_link(const std::string& ssid, SharedLink* link) {
-  if (ssid.empty()) return false;
-  return from_store(ssid, link) || from_registry(ssid, link);
-}
-
-GateResult share_gate(const ShareRequest& req, const GateContext& ctx) {
-  GateResult g;
-  if (!find_shared_link(req.ssid, &g.link)) return g;
-  g.link_found = true;
-  if (expired(g.link.expire, ctx.now)) {
-    g.outcome = GateOutcome::kExpired;
-    return g;
+Verdict share_gate(const ShareRequest& req, AccessDb* access) {
+  if (req.method != "GET" && req.method != "HEAD" && req.method != "POST") {
+    Verdict v = page(405, "This address only answers GET, HEAD and POST.", "");
+    v.headers.push_back("Allow: GET, HEAD, POST");
+    return v;
   }
-  if (!g.link.accesscode.empty()) {
-    std::string cookie = cookie_value(req.cookies, share_cookie_name(g.link.pkey));
-    g.cookie_valid = !cookie.empty() && !ctx.secret.empty() &&
-                     share_cookie_valid(ctx.secret, g.link.pkey, g.link.accesscode, cookie, ctx.now);
-    if (!g.cookie_valid && !ctx.code_ok) {
-      g.outcome = GateOutcome::kNeedsCode;
-      return g;
-    }
+  if (!access->ok() || !access->prune(req.now)) return unavailable();
+  if (!req.path_info.empty()) return page(404, kNotFound, "refused:not-found");
+  Verdict v;
+  v.ua_hash = sha256_hex(req.ua).substr(0, 16);
+  v.visitor = "a:" + sha256_hex(req.client + "\n" + req.ua);
+  switch (find_shared_link(req.ssid, &v.link)) {
+    case LinkLookup::kFailed: return unavailable();
+    case LinkLookup::kMissing: return unknown_link(req, access);
+    case LinkLookup::kFound: break;
   }
-  if (g.link.download_limit > 0 && g.link.download_count >= g.link.download_limit &&
-      !ctx.limit_exempt) {
-    g.outcome = GateOutcome::kLimitReached;
-    return g;
+  if (expired(v.link.expire, req.now)) {
+    return page(410, "This link expired on " + human_time(static_cast<time_t>(v.link.expire)) + ".",
+                "refused:expired");
   }
-  if (req.path_bad || !open_target(req, &g)) {
-    g.outcome = GateOutcome::kNotFound;
-    return g;
+  std::string set_cookie;
+  if (!v.link.accesscode.empty()) {
+    Verdict refusal;
+    if (!code_passes(req, &v, access, &set_cookie, &refusal)) return refusal;
   }
-  g.outcome = GateOutcome::kOpen;
-  return g;
-}
-
-bool count_download(const std::string& pkey) {
-  StoreConn conn;
-  if (conn.get() == nullptr) return false;
-  if (sqlite3_exec(conn.get(), "BEGIN IMMEDIATE", nullptr, nullptr, nullptr) != SQLITE_OK) {
-    return false;
-  }
-  sqlite3_stmt* s = nullptr;
-  bool changed = false;
-  if (sqlite3_prepare_v2(conn.get(),
-                         "UPDATE SHARELINK_EVENT SET download_count = COALESCE(download_count,0)+1"
-                         " WHERE pkey = ? AND (COALESCE(download_limit,0) <= 0"
-                         " OR COALESCE(download_count,0) < download_limit)",
-                         -1, &s, nullptr) == SQLITE_OK) {
-    sqlite3_bind_text(s, 1, pkey.c_str(), static_cast<int>(pkey.size()), SQLITE_TRANSIENT);
-    changed = sqlite3_step(s) == SQLITE_DONE && sqlite3_changes(conn.get()) > 0;
-    sqlite3_finalize(s);
-  }
-  if (sqlite3_exec(conn.get(), "COMMIT", nullptr, nullptr, nullptr) != SQLITE_OK) {
-    sqlite3_exec(conn.get(), "ROLLBACK", nullptr, nullptr, nullptr);
-    return false;
-  }
-  return changed;
+  return target_answer(req, std::move(v), access, set_cookie);
 }

@@ -1,11 +1,18 @@
 // The one gate of share.cgi: every request (page, download, listing, HEAD,
-// archive) passes it before anything of the share is read or sent.
+// archive) passes it before anything of the share is read or sent, and it
+// decides everything about the request in one call.
 //
-// In order: the link exists (store row by key, else the registry line whose
-// first field is the ssid: no code, no limit) → it has not expired → the
-// access code (cookie or a code just typed) → the download limit → the path
-// resolves for the link's creator under an allowed root, and the requested
-// file lies inside the share → the fid belongs to the link. What it resolved
+// In order: the access file can record → the link exists (store row by key;
+// the registry line whose first field is the ssid only when the store says
+// there is no such key; a store that cannot be read refuses) → it has not
+// expired → the access code (cookie, or a code typed into a same-site form
+// with its token, checked and recorded in one transaction with the
+// throttle) → the download limit (a visitor whose download of the item
+// counted within the hour may resume) → the path resolves for the link's
+// creator under an allowed root, outside the store's folder and the
+// appliance's system folders, and the requested file lies inside the share
+// → the fid belongs to the link → preview bots get pages only → whether this
+// answer counts, and the count itself, before any byte. What it resolved
 // comes back opened, so nothing can be swapped between the check and the use.
 #ifndef SLT_SHARE_PAGE_GATE_H_
 #define SLT_SHARE_PAGE_GATE_H_
@@ -18,6 +25,8 @@
 #include <vector>
 
 #include "platform/fs_beneath.h"
+#include "share_page/access_db.h"
+#include "share_page/file_send.h"
 #include "share_page/request.h"
 
 struct SharedLink {
@@ -32,46 +41,71 @@ struct SharedLink {
   std::vector<std::pair<std::string, std::string>> fids;  // fid, display path
 };
 
-enum class GateOutcome {
-  kOpen,          // everything checked; the target is open
-  kNotFound,      // 404: unknown link, or anything about the target refused
-  kExpired,       // 410, link.expire says when
-  kNeedsCode,     // the link has a code and this request has not proved it
-  kLimitReached,  // 410
+enum class LinkLookup { kFound, kMissing, kFailed };
+
+// The link by key: the store first; the registry only when the store answers
+// that it has no such key. kFailed when the store cannot be read.
+LinkLookup find_shared_link(const std::string& ssid, SharedLink* link);
+
+// What the gate opened.
+struct Target {
+  bool multi = false;      // a multi-file link's own page: link.fids lists the files
+  bool is_folder = false;  // `folder` is the target (listing or archive)
+  UniqueFd folder;         // the link's folder or the subfolder named by path
+  UniqueFd file;           // the regular file named by the request
+  struct stat st {};       // of the target
+  std::string name;        // base name of the target
+  std::string real_path;   // appliance path of the target as resolved
 };
 
-struct GateContext {
-  time_t now = 0;
-  std::string secret;          // cookie key; empty: no cookie is valid
-  bool code_ok = false;        // the right code was posted with this request
-  bool limit_exempt = false;   // this visitor's download of the item counted within the hour
+// The folder of the store: never served, listed or archived.
+struct StoreFolder {
+  bool known = false;
+  dev_t dev = 0;
+  ino_t ino = 0;
+  bool is(const struct stat& st) const { return known && st.st_dev == dev && st.st_ino == ino; }
+};
+StoreFolder store_folder();
+
+enum class AnswerKind {
+  kPage,        // a page with one sentence (refusals) or the code form
+  kRedirect,    // 303 to the same address with the code's cookie
+  kFolderPage,  // the listing of a folder or of a multi-file link
+  kFilePage,    // a file's page
+  kFile,        // the file's bytes (or 304, 416): `plan` says which
+  kZip,         // the archive; it counts when it starts
 };
 
-struct GateResult {
-  GateOutcome outcome = GateOutcome::kNotFound;
-  SharedLink link;             // filled from kExpired on
-  bool link_found = false;
-  bool cookie_valid = false;
-  bool multi = false;          // a multi-file link's own page: link.fids lists the files
-  bool is_folder = false;      // `folder` is the target (listing or archive)
-  UniqueFd folder;             // the link's folder or the subfolder named by path
-  UniqueFd file;               // the regular file named by the request
-  struct stat st {};           // of the target
-  std::string name;            // base name of the target
-  std::string real_path;       // appliance path of the target as resolved
+struct Verdict {
+  AnswerKind kind = AnswerKind::kPage;
+  int status = 200;
+  std::string sentence;             // kPage: the sentence, or the code form's message
+  bool code_form = false;           // kPage: the code form instead of the error page
+  std::string form_token;           // the code form's token
+  std::vector<std::string> headers; // "Name: value", already safe
+  std::string event;                // audit event still to record ("" when none)
+  SharedLink link;
+  Target target;
+  StoreFolder store;
+  std::string visitor;              // for the repeat rule
+  std::string ua_hash;
+  FilePlan plan;                    // kFile
 };
+
+// Decides the request. Writes only through `access`: throttle rows, the
+// code's audit rows, and a counted download with its records.
+Verdict share_gate(const ShareRequest& req, AccessDb* access);
+
+// The answer when something the request needs cannot be read or recorded:
+// 503 with Retry-After.
+Verdict share_unavailable();
+
+// A file of the link's fids, opened with the same confinement as a request
+// for it. False when it is not a regular file inside the allowed roots.
+bool open_link_file(const SharedLink& link, const StoreFolder& store, const std::string& fid,
+                    Target* out);
 
 // The request's item for counting and audit: "fid:F", "path:P" or "".
 std::string share_item(const ShareRequest& req);
-
-// Runs the gate. Never changes the store.
-GateResult share_gate(const ShareRequest& req, const GateContext& ctx);
-
-// The link by key, store first, then the registry. False when neither has it.
-bool find_shared_link(const std::string& ssid, SharedLink* link);
-
-// Adds one to the link's download count when its limit allows, atomically
-// (BEGIN IMMEDIATE, one UPDATE). True when the row changed.
-bool count_download(const std::string& pkey);
 
 #endif  // SLT_SHARE_PAGE_GATE_H_

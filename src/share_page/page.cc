@@ -5,7 +5,19 @@
 #include <sstream>
 
 #include "platform/data_dir.h"
+#include "share_page/request.h"
 #include "weblib/delivery_output.h"
+
+std::string share_base_url(const ShareRequest& req) {
+  return "/share.cgi?ssid=" + url_encode(req.ssid);
+}
+
+std::string share_self_url(const ShareRequest& req) {
+  std::string u = share_base_url(req);
+  if (!req.fid.empty()) u += "&fid=" + url_encode(req.fid);
+  if (!req.path.empty()) u += "&path=" + url_encode(req.path);
+  return u;
+}
 
 std::string html_escape(const std::string& text) {
   std::string out;

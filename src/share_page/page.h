@@ -8,6 +8,12 @@
 #include <string>
 #include <vector>
 
+struct ShareRequest;
+
+// "/share.cgi?ssid=ID" of the request's link, and with its fid or path.
+std::string share_base_url(const ShareRequest& req);
+std::string share_self_url(const ShareRequest& req);
+
 // &, <, >, " and ' as character references.
 std::string html_escape(const std::string& text);
 

@@ -50,17 +50,14 @@ std::string zip_name(const std::string& base) {
   return (base.empty() || base == "/" ? std::string("share") : base) + ".zip";
 }
 
-using FidOpener = std::function<bool(const std::string& fid, GateResult* file)>;
-
 // The archive's entries: the folder's tree, or the link's files, each under
 // its base name (a repeated name gets its fid in front).
-bool plan_share(const GateResult& g, const FidOpener& open_fid, ZipPlan* plan,
-                std::vector<UniqueFd>* fds) {
-  if (!g.multi) return plan_folder(g.folder.get(), plan);
+bool plan_share(const Verdict& v, ZipPlan* plan, std::vector<UniqueFd>* fds) {
+  if (!v.target.multi) return plan_folder(v.target.folder.get(), plan);
   std::vector<std::string> used;
-  for (const auto& f : g.link.fids) {
-    GateResult file;
-    if (!open_fid(f.first, &file)) continue;  // gone since the link was made
+  for (const auto& f : v.link.fids) {
+    Target file;
+    if (!open_link_file(v.link, v.store, f.first, &file)) continue;  // gone since the link was made
     std::string name = file.name;
     for (const auto& u : used) {
       if (u == name) {
@@ -99,15 +96,15 @@ ZipSlot::~ZipSlot() {
   if (fd_ >= 0) os.close(fd_);
 }
 
-long long zip_size(const GateResult& g, const FidOpener& open_fid) {
+long long zip_size(const Verdict& v) {
   ZipPlan plan;
   std::vector<UniqueFd> fds;
-  if (!plan_share(g, open_fid, &plan, &fds)) return -1;
+  if (!plan_share(v, &plan, &fds)) return -1;
   return static_cast<long long>(plan.total_size());
 }
 
-int send_zip(const GateResult& g, bool head, const FidOpener& open_fid,
-             const std::function<bool()>& count, AccessDb* access) {
+int send_zip(const Verdict& v, bool head, const std::function<CountOutcome()>& count,
+             AccessDb* access) {
   ZipSlot slot;
   if (!slot.held()) {
     Reply r = error_reply(503, "Too many archives are being downloaded right now; please try "
@@ -118,18 +115,27 @@ int send_zip(const GateResult& g, bool head, const FidOpener& open_fid,
   }
   ZipPlan plan;
   std::vector<UniqueFd> fds;
-  const bool planned = plan_share(g, open_fid, &plan, &fds);
+  const bool planned = plan_share(v, &plan, &fds);
   if (!planned) {
     send_page(error_reply(404, "This link does not exist or is no longer shared."), head);
     return 0;
   }
-  if (!head && !count()) {
-    send_page(error_reply(410, "This link has reached its download limit."), head);
-    return 0;
+  switch (head ? CountOutcome::kCounted : count()) {
+    case CountOutcome::kCounted: break;
+    case CountOutcome::kLimitReached:
+      send_page(error_reply(410, "This link has reached its download limit."), head);
+      return 0;
+    case CountOutcome::kFailed: {
+      const Verdict busy = share_unavailable();
+      Reply r = error_reply(busy.status, busy.sentence);
+      r.headers = busy.headers;
+      send_page(r, head);
+      return 0;
+    }
   }
   std::string h = "Status: 200 OK\r\n" + security_headers(false) +
                   "Content-Type: application/zip\r\n"
-                  "Content-Disposition: " + content_disposition(zip_name(g.name), false) +
+                  "Content-Disposition: " + content_disposition(zip_name(v.target.name), false) +
                   "\r\nCache-Control: no-store\r\nContent-Length: " +
                   std::to_string(plan.total_size()) + "\r\n\r\n";
   if (!delivery_write(h.data(), h.size()) || !delivery_flush()) return 1;
@@ -137,9 +143,9 @@ int send_zip(const GateResult& g, bool head, const FidOpener& open_fid,
   fs_widen_pipe(1, 1 << 20);
   FdSink sink(1);
   AccessCrcs crcs(access);
-  FolderSource folder(g.folder.get(), &crcs);
+  FolderSource folder(v.target.folder.get(), &crcs);
   OpenFilesSource files(&fds, &crcs);
-  ZipSource* source = g.multi ? static_cast<ZipSource*>(&files) : &folder;
+  ZipSource* source = v.target.multi ? static_cast<ZipSource*>(&files) : &folder;
   // A file that changed while being sent ends the answer short: the client
   // sees fewer bytes than announced, never an archive that lies.
   return zip_stream(&plan, source, &sink) && sink.flush() ? 0 : 1;

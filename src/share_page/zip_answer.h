@@ -25,18 +25,16 @@ class ZipSlot {
   int fd_ = -1;
 };
 
-// Answers zip=1 for a gate result that opened a folder or a multi-file link.
-// `open_fid` opens one file of a multi-file link through the gate;
-// `count` counts the download (false: the limit was reached meanwhile);
-// `access` keeps the CRCs of big files for the next archive. 503 with
-// Retry-After when every slot is busy. Returns the process's exit code.
-int send_zip(const GateResult& g, bool head,
-             const std::function<bool(const std::string& fid, GateResult* file)>& open_fid,
-             const std::function<bool()>& count, AccessDb* access);
+// Answers zip=1 for a verdict whose target is a folder or a multi-file link.
+// `count` counts the download once the archive is planned (410 when the
+// limit was reached meanwhile, 503 when it could not be recorded); `access`
+// keeps the CRCs of big files for the next archive. 503 with Retry-After
+// when every slot is busy. Returns the process's exit code.
+int send_zip(const Verdict& v, bool head, const std::function<CountOutcome()>& count,
+             AccessDb* access);
 
 // The planned archive's size for the page's button; -1 when it cannot be
 // planned.
-long long zip_size(const GateResult& g,
-                   const std::function<bool(const std::string& fid, GateResult* file)>& open_fid);
+long long zip_size(const Verdict& v);
 
 #endif  // SLT_SHARE_PAGE_ZIP_ANSWER_H_

@@ -59,6 +59,17 @@ class ShareTest : public ::testing::Test {
   }
   Download save(const std::string& query, const Args& extra = {}) { return get(query, extra, "/web/got"); }
   int count(const std::string& key) { return share_count(root_, key); }
+  // The code form's token for this client, as a browser would post it.
+  std::string token(const std::string& query) {
+    const std::string body = get(query).body, mark = "name=\"form_token\" value=\"";
+    const size_t at = body.find(mark);
+    return at == std::string::npos ? "" : body.substr(at + mark.size(), 64);
+  }
+  Download post_code(const std::string& query, const std::string& code, const Args& extra = {}) {
+    Args args = {"--data", "form_token=" + token(query) + "&code=" + code};
+    args.insert(args.end(), extra.begin(), extra.end());
+    return get(query, args);
+  }
 
   ApplianceRoot root_;
   const std::string fotos_ = std::string(kZipPublic) + "/Fotos";
@@ -172,8 +183,8 @@ TEST_F(ShareTest, DownloadsCountByTheRules) {
       {{"-A", "A"}, 200, 1},                              // the same visitor within the hour
       {{"-A", "A", "-H", "If-None-Match: *"}, 304, 1},
       {{"-A", "Googlebot/2.1"}, 403, 1},
-      {{"-A", "B", "-H", "Range: bytes=5-"}, 206, 1},  // under the limit, not from 0: not counted
-      {{"-A", "B"}, 200, 2},
+      {{"-A", "B", "-H", "Range: bytes=5-"}, 206, 2},  // a visitor's first bytes count, from any start
+      {{"-A", "B"}, 200, 2},                            // and the rest is the same download
       {{"-A", "C"}, 200, 3},
       {{"-A", "D"}, 410, 3},
       {{"-A", "D", "-H", "Range: bytes=1-"}, 410, 3},    // a range cannot get around the limit
@@ -194,15 +205,22 @@ TEST_F(ShareTest, AccessCodeCookieAndThrottling) {
   add({"coded", "/Public/docs/report 1.pdf", "--accesscode", "s3cret"});
   add({"other", "/Public/folder", "--accesscode", "pw"});
   auto log_in = [&](const std::string& code) {  // the Set-Cookie of a good code
-    Download r = get("?ssid=coded", {"--data", "code=" + code});
+    Download r = post_code("?ssid=coded", code);
     return r.status == 303 ? r.header("set-cookie") : "no 303: " + r.head;
   };
   EXPECT_PRED2(has, get("?ssid=coded").body, "name=\"code\"");
   EXPECT_EQ(403, get("?ssid=coded&dl=1").status);
   Download query = get("?ssid=coded&code=s3cret");  // the query string is no way in
   EXPECT_EQ(200, query.status); EXPECT_FALSE(has(query.body, "Download"));
-  Download wrong = get("?ssid=coded", {"--data", "code=guess-one"});
+  Download wrong = post_code("?ssid=coded", "guess-one");
   EXPECT_EQ(403, wrong.status); EXPECT_FALSE(has(wrong.body, "guess-one"));
+  // A code posted from another site, or without the form's token, is neither
+  // checked nor counted as a failure (the throttle below comes as late).
+  Download cross = get("?ssid=coded", {"--data", "form_token=" + token("?ssid=coded") + "&code=s3cret",
+                                       "-H", "Origin: http://evil.example"});
+  EXPECT_EQ(403, cross.status); EXPECT_PRED2(has, cross.body, "expired");
+  EXPECT_EQ(403, get("?ssid=coded", {"--data", "code=s3cret", "-H", "Sec-Fetch-Site: cross-site"}).status);
+  EXPECT_EQ(403, get("?ssid=coded", {"--data", "code=s3cret"}).status);
 
   const std::string set = log_in("s3cret"), cookie = set.substr(0, set.find(';'));
   for (const char* flag : {"; HttpOnly", "; SameSite=Lax", "; Path=/share.cgi", "; Max-Age=43200"}) {
@@ -214,15 +232,20 @@ TEST_F(ShareTest, AccessCodeCookieAndThrottling) {
   store_exec(root_, "UPDATE SHARELINK_EVENT SET accesscode = 'n3w' WHERE pkey = 'coded'");
   EXPECT_PRED2(has, get("?ssid=coded", {"-b", cookie}).body, "name=\"code\"");
   const std::string again = log_in("n3w"), fresh = again.substr(0, again.find(';'));
-  for (int i = 0; i < 4; ++i) EXPECT_EQ(403, get("?ssid=coded", {"--data", "code=x"}).status) << i;
-  Download slow = get("?ssid=coded", {"--data", "code=n3w"});
+  for (int i = 0; i < 4; ++i) EXPECT_EQ(403, post_code("?ssid=coded", "x").status) << i;
+  Download slow = post_code("?ssid=coded", "n3w");
   EXPECT_EQ(429, slow.status);
   const int wait = atoi(slow.header("retry-after").c_str());
   EXPECT_TRUE(wait > 0 && wait <= 900) << wait; EXPECT_EQ(429, get("?ssid=coded").status);
   EXPECT_EQ(200, get("?ssid=coded&dl=1", {"-b", fresh}).status);  // a valid cookie is never throttled
 
-  for (int i = 0; i < 15; ++i) EXPECT_EQ(404, get("?ssid=guess" + std::to_string(i)).status);
-  EXPECT_EQ(429, get("?ssid=other").status); EXPECT_EQ(429, get("?ssid=guess99").status);
+  // Unknown links are throttled in a tier of their own: they never lock
+  // anyone out of a link whose code they know.
+  for (int i = 0; i < 20; ++i) EXPECT_EQ(404, get("?ssid=guess" + std::to_string(i)).status);
+  EXPECT_EQ(429, get("?ssid=guess99").status);
+  EXPECT_EQ(303, post_code("?ssid=other", "pw").status);
+  for (int i = 0; i < 5; ++i) EXPECT_EQ(403, post_code("?ssid=other", "x" + std::to_string(i)).status);
+  EXPECT_EQ(429, post_code("?ssid=other", "pw").status);  // wrong codes do
   EXPECT_EQ(200, get("?ssid=folder").status);  // a link without a code stays open
 
   RunResult audit = run_program(ctl_binary(), {"audit", "coded"}, root_);
