@@ -95,7 +95,8 @@ bool appliance_secret(std::string* out) {
   const std::string path = sf_beside_store(kSecretFileName);
   std::string why;
   if (read_secret(path, out, &why) == SecretState::kGood) return true;
-  UniqueFd lock(fs_open((path + ".lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
+  // Read-only and readable by all: whichever user made it, the next can lock.
+  UniqueFd lock(fs_open((path + ".lock").c_str(), O_RDONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0644));
   if (lock.get() < 0 || os.flock(lock.get(), LOCK_EX) != 0) {
     APP_LOG("share.cgi: the appliance secret %s cannot be made: its lock cannot be taken\n",
             path.c_str());

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <sys/file.h>
 
+#include <cerrno>
 #include <cstring>
 
 #include "diag/app_log.h"
@@ -27,6 +28,8 @@ constexpr long kCrcKeep = 30L * 24 * 60 * 60;
 constexpr long kPruneEvery = 60;
 constexpr int kPruneBatch = 5000;
 constexpr int kBusyMs = 10000;
+constexpr int kSetAsideGenerations = 3;
+constexpr int kSetAsideMaxAge = 30 * 24 * 60 * 60;
 
 const char kSchema[] =
     "CREATE TABLE IF NOT EXISTS failure (t INTEGER, client TEXT, ssid TEXT);"
@@ -132,14 +135,19 @@ std::string uri_of(const std::string& path) {
 // so that two runs that both found it damaged do not set aside each other's
 // fresh file. The next open makes a new one.
 void set_aside(const std::string& path, const char* why) {
-  UniqueFd lock(os.open(rooted_path((path + ".lock").c_str()).c_str(),
-                        O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
-  if (lock.get() < 0 || os.flock(lock.get(), LOCK_EX) != 0) return;
+  // Read-only and readable by all: whichever user made it, the next can lock.
+  UniqueFd lock(fs_open((path + ".lock").c_str(), O_RDONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0644));
+  if (lock.get() < 0 || os.flock(lock.get(), LOCK_EX) != 0) {
+    APP_LOG("share.cgi: the access file %s is %s; its lock cannot be taken\n", path.c_str(), why);
+    return;
+  }
   const std::string aside = path + ".1";
-  if (fs_rename(path.c_str(), aside.c_str()) != 0) {
+  // Generations as the store keeps them: .1 the latest, up to .3.
+  if (sf_rotate_db_file(path.c_str(), kSetAsideGenerations, kSetAsideMaxAge) != 0) {
     APP_LOG("share.cgi: the access file %s is %s and could not be set aside\n", path.c_str(), why);
     return;
   }
+  // A journal left beside a new file would be played back into it.
   for (const char* tail : {"-journal", "-wal"}) {
     fs_rename((path + tail).c_str(), (aside + tail).c_str());
   }
@@ -148,12 +156,16 @@ void set_aside(const std::string& path, const char* why) {
           path.c_str(), why, aside.c_str());
 }
 
-// Why an existing access file cannot be a database: not a regular file.
-const char* not_a_file(const std::string& path) {
+// Why an existing access file cannot be this run's database: not a regular
+// file, or one this user may not read and write (a read-only volume is not
+// the file's fault and keeps it).
+const char* unusable(const std::string& path) {
   struct stat st;
   if (fs_lstat(path.c_str(), &st) != 0) return nullptr;
   if (S_ISLNK(st.st_mode)) return "a symbolic link";
   if (!S_ISREG(st.st_mode)) return "not a regular file";
+  UniqueFd fd(fs_open(path.c_str(), O_RDWR | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK));
+  if (fd.get() < 0 && (errno == EACCES || errno == EPERM)) return "unreadable";
   return nullptr;
 }
 
@@ -163,7 +175,7 @@ void access_db_one_request() { sqlite3_config(SQLITE_CONFIG_LOOKASIDE, 0, 0); }
 
 AccessDb::AccessDb() {
   const std::string path = sf_beside_store(kAccessFileName);
-  if (const char* why = not_a_file(path)) set_aside(path, why);
+  if (const char* why = unusable(path)) set_aside(path, why);
   if (open_file(path)) return;
   if (!damaged_) {
     APP_LOG("share.cgi: the access file %s cannot be opened or written: %s\n", path.c_str(),
@@ -214,8 +226,20 @@ bool AccessDb::open_file(const std::string& path) {
 }
 
 bool AccessDb::failed(int rc) {
-  if (damaged_code(rc)) damaged_ = true;
+  if (damaged_code(rc)) {
+    damaged_ = true;
+  } else {
+    log_failure(rc, "the access file cannot be read or written");
+  }
   return false;
+}
+
+void AccessDb::log_failure(int rc, const char* what) {
+  if (logged_ || rc == SQLITE_OK) return;
+  logged_ = true;
+  char path[256];
+  sf_get_db_path(path, sizeof path);
+  APP_LOG("share.cgi: %s (store %s): %s\n", what, path, sqlite3_errstr(rc));
 }
 
 bool AccessDb::exec(const char* sql) {
@@ -315,6 +339,8 @@ CountOutcome AccessDb::count_download(const CountedVisit& v) {
       } else {
         failed(seen.rc());
       }
+    } else if (!counted) {
+      log_failure(up.rc(), "the store cannot be counted in");
     }
   }
   exec("PRAGMA main.synchronous=OFF");

@@ -118,8 +118,11 @@ class AccessDb {
   bool exec(const char* sql);
   // Notes a failed statement; a damaged file is set aside for the next run.
   bool failed(int rc);
+  // One line in the application log per run, for the operator.
+  void log_failure(int rc, const char* what);
   sqlite3* db_ = nullptr;
   bool damaged_ = false;
+  bool logged_ = false;
 };
 
 #endif  // SLT_SHARE_PAGE_ACCESS_DB_H_

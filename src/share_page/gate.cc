@@ -10,6 +10,7 @@
 
 #include "crypto/digest.h"
 #include "crypto/secret.h"
+#include "diag/app_log.h"
 #include "paths/allowed_root.h"
 #include "paths/display_path.h"
 #include "platform/fs.h"
@@ -46,7 +47,9 @@ LinkLookup from_store(const std::string& ssid, SharedLink* link) {
   sqlite3* db = nullptr;
   if (sqlite3_open_v2(rooted_path(path).c_str(), &db, SQLITE_OPEN_READONLY, nullptr) != SQLITE_OK) {
     sqlite3_close(db);
-    return fs_exists(path) ? LinkLookup::kFailed : LinkLookup::kMissing;
+    if (!fs_exists(path)) return LinkLookup::kMissing;
+    APP_LOG("share.cgi: the store %s cannot be opened\n", path);
+    return LinkLookup::kFailed;
   }
   sqlite3_busy_timeout(db, 10000);
   sqlite3_stmt* s = nullptr;
@@ -83,6 +86,7 @@ LinkLookup from_store(const std::string& ssid, SharedLink* link) {
     sqlite3_finalize(s);
   }
   sqlite3_close(db);
+  if (r == LinkLookup::kFailed) APP_LOG("share.cgi: the store %s cannot be read\n", path);
   return r;
 }
 
