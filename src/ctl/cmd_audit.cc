@@ -10,7 +10,7 @@ namespace {
 
 int cmd_audit(const std::vector<std::string>& args) {
   if (args.size() > 1) return ctl_usage_error("audit", "at most one KEY");
-  AccessDb access;
+  AccessDb access(AccessDb::Mode::kInspect);
   if (access.print_audit(args.empty() ? std::string() : args[0], stdout) != 0) {
     fprintf(stderr, "sharelinkctl audit: the access file could not be read\n");
     return kCtlFailed;

@@ -32,7 +32,7 @@ constexpr int kSetAsideGenerations = 3;
 constexpr int kSetAsideMaxAge = 30 * 24 * 60 * 60;
 
 const char kSchema[] =
-    "CREATE TABLE IF NOT EXISTS failure (t INTEGER, client TEXT, ssid TEXT);"
+    "CREATE TABLE IF NOT EXISTS failure (t INTEGER, client TEXT, ssid TEXT, kind TEXT);"
     "CREATE INDEX IF NOT EXISTS failure_client ON failure(client, t);"
     "CREATE INDEX IF NOT EXISTS failure_t ON failure(t);"
     "CREATE TABLE IF NOT EXISTS counted (t INTEGER, visitor TEXT, ssid TEXT, item TEXT);"
@@ -47,7 +47,7 @@ const char kSchema[] =
     "CREATE INDEX IF NOT EXISTS crc_t ON crc(t);"
     "CREATE TABLE IF NOT EXISTS meta (k TEXT PRIMARY KEY, v INTEGER);";
 
-// Files of an older version lack the failure kind; their rows count as codes.
+// Files of an earlier version lack the failure kind; their rows count as codes.
 const char kUpgrade[] = "ALTER TABLE failure ADD COLUMN kind TEXT DEFAULT 'code'";
 
 const char* kind_text(FailureKind kind) {
@@ -173,8 +173,12 @@ const char* unusable(const std::string& path) {
 
 void access_db_one_request() { sqlite3_config(SQLITE_CONFIG_LOOKASIDE, 0, 0); }
 
-AccessDb::AccessDb() {
+AccessDb::AccessDb(Mode mode) {
   const std::string path = sf_beside_store(kAccessFileName);
+  if (mode == Mode::kInspect) {
+    open_to_inspect(path);
+    return;
+  }
   if (const char* why = unusable(path)) set_aside(path, why);
   if (open_file(path)) return;
   if (!damaged_) {
@@ -212,16 +216,35 @@ bool AccessDb::open_file(const std::string& path) {
   sqlite3_busy_timeout(db_, kBusyMs);
   sqlite3_extended_result_codes(db_, 1);
   // A rollback journal, not WAL: a count commits in the store and here
-  // together (SQLite's super-journal) only when both files use one. No
+  // together (SQLite's super-journal) only when both files use one; one
+  // that is deleted after each commit, so that no journal outlives the user
+  // who made it. No
   // syncs but for counts: a kill cannot tear a write, and a file a power
   // cut damaged is set aside and made anew; an fsync per audit row would
   // cost a page view more than the page.
-  if (!exec("PRAGMA cache_size=-64") || !exec("PRAGMA journal_mode=TRUNCATE") ||
+  if (!exec("PRAGMA cache_size=-64") || !exec("PRAGMA journal_mode=DELETE") ||
       !exec("PRAGMA synchronous=OFF") || !exec(kSchema)) {
     return false;
   }
-  Stmt probe(db_, "SELECT kind FROM failure LIMIT 0");
-  if (probe.rc() != SQLITE_OK && !exec(kUpgrade)) return false;
+  // Another run may add the column at the same moment: look again.
+  if (Stmt(db_, "SELECT kind FROM failure LIMIT 0").rc() == SQLITE_OK) return true;
+  sqlite3_exec(db_, kUpgrade, nullptr, nullptr, nullptr);
+  Stmt again(db_, "SELECT kind FROM failure LIMIT 0");
+  return again.rc() == SQLITE_OK || failed(again.rc());
+}
+
+bool AccessDb::open_to_inspect(const std::string& path) {
+  if (!fs_exists(path.c_str())) {
+    missing_ = true;
+    return false;
+  }
+  if (sqlite3_open_v2(rooted_path(path.c_str()).c_str(), &db_,
+                      SQLITE_OPEN_READONLY | SQLITE_OPEN_NOFOLLOW, nullptr) != SQLITE_OK) {
+    sqlite3_close(db_);
+    db_ = nullptr;
+    return false;
+  }
+  sqlite3_busy_timeout(db_, kBusyMs);
   return true;
 }
 
@@ -375,10 +398,14 @@ bool AccessDb::audit(time_t now, const std::string& ssid, const std::string& ite
 }
 
 bool AccessDb::prune(time_t now) {
-  Stmt last(db_, "SELECT v FROM meta WHERE k = 'pruned'");
-  int rc = last.step();
-  if (rc != SQLITE_ROW && rc != SQLITE_DONE) return failed(rc);
-  if (rc == SQLITE_ROW && now >= last.col(0) && now - last.col(0) < kPruneEvery) return true;
+  {
+    // Finalized before the write begins: a reader that then asks to write
+    // gets SQLITE_BUSY at once while another run commits (no busy wait).
+    Stmt last(db_, "SELECT v FROM meta WHERE k = 'pruned'");
+    int rc = last.step();
+    if (rc != SQLITE_ROW && rc != SQLITE_DONE) return failed(rc);
+    if (rc == SQLITE_ROW && now >= last.col(0) && now - last.col(0) < kPruneEvery) return true;
+  }
   Write txn(this);
   if (!txn.begun()) return false;
   // The newest row bounds what "old" means: one request from a clock far
@@ -417,6 +444,7 @@ bool AccessDb::prune(time_t now) {
 }
 
 int AccessDb::print_audit(const std::string& ssid, FILE* out) {
+  if (missing_) return 0;
   if (db_ == nullptr) return -1;
   Stmt s(db_, ssid.empty() ? "SELECT * FROM audit ORDER BY rowid"
                            : "SELECT * FROM audit WHERE ssid = ? ORDER BY rowid");
@@ -431,11 +459,10 @@ int AccessDb::print_audit(const std::string& ssid, FILE* out) {
 }
 
 std::string AccessDb::health() {
-  if (db_ == nullptr) return "cannot be opened or made";
+  if (missing_) return "missing (made on first use)";
+  if (db_ == nullptr) return "cannot be opened";
   Stmt s(db_, "PRAGMA quick_check");
   if (s.step() != SQLITE_ROW) return std::string("cannot be read: ") + sqlite3_errstr(s.rc());
   std::string verdict = s.str(0);
-  if (verdict != "ok") return "damaged: " + verdict;
-  Write probe(this);
-  return probe.begun() ? "ok" : std::string("cannot be written: ") + sqlite3_errmsg(db_);
+  return verdict == "ok" ? verdict : "damaged: " + verdict;
 }

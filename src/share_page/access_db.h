@@ -49,9 +49,13 @@ void access_db_one_request();
 
 class AccessDb {
  public:
-  // Opens the access file of the configured store (made on first use). When
-  // the file is damaged it is set aside once and made anew.
-  AccessDb();
+  enum class Mode {
+    kServe,     // share.cgi: made on first use; a damaged file is set aside once
+                // and made anew
+    kInspect,   // the operator's reads: never made, changed or set aside, so a
+                // run as another user leaves no file the web server cannot use
+  };
+  explicit AccessDb(Mode mode = Mode::kServe);
   ~AccessDb();
   AccessDb(const AccessDb&) = delete;
   AccessDb& operator=(const AccessDb&) = delete;
@@ -107,14 +111,17 @@ class AccessDb {
 
   // Prints the audit rows (of one link when ssid is not empty), oldest first,
   // one tab-separated line each: time, ssid, item, client, UA hash, event.
-  // 0, or -1 when the rows could not be read.
+  // 0 (also when there is no access file yet), or -1 when the rows could not
+  // be read.
   int print_audit(const std::string& ssid, FILE* out);
 
-  // "ok", or why the file is not usable; runs SQLite's quick check.
+  // "ok", "missing (made on first use)", or why the file is not usable;
+  // runs SQLite's quick check.
   std::string health();
 
  private:
   bool open_file(const std::string& path);
+  bool open_to_inspect(const std::string& path);
   bool exec(const char* sql);
   // Notes a failed statement; a damaged file is set aside for the next run.
   bool failed(int rc);
@@ -123,6 +130,7 @@ class AccessDb {
   sqlite3* db_ = nullptr;
   bool damaged_ = false;
   bool logged_ = false;
+  bool missing_ = false;  // kInspect: there is no file yet
 };
 
 #endif  // SLT_SHARE_PAGE_ACCESS_DB_H_

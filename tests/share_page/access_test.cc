@@ -61,6 +61,19 @@ TEST_F(AccessTest, CodeAndUnknownLinkTiersAreThrottledApart) {
   ASSERT_TRUE(db.unknown_wait(t0 + 50, "c", &wait)); EXPECT_EQ(0, wait);
 }
 
+TEST_F(AccessTest, AFileOfAnEarlierVersionGainsTheFailureKind) {
+  sqlite3* raw = nullptr;
+  sqlite3_open(root.path("/etc/config/share_link_access.db").c_str(), &raw);
+  sqlite3_exec(raw, "PRAGMA journal_mode=WAL; CREATE TABLE failure (t INTEGER, client TEXT, ssid TEXT);"
+                    "INSERT INTO failure VALUES (1000000, 'c', 'k')", nullptr, nullptr, nullptr);
+  sqlite3_close(raw);
+  AccessDb db;
+  ASSERT_TRUE(db.ok());
+  for (int i = 0; i < 4; ++i) ASSERT_TRUE(db.record_failure(t0 + i, "c", "k", FailureKind::kCode));
+  EXPECT_EQ(899, code_wait(db, t0 + 1, "c", "k"));  // the old row counts as a code
+  EXPECT_EQ("delete", read_sql("PRAGMA journal_mode"));
+}
+
 // The clock: far ahead for one request it prunes nothing; gone back a day it
 // never keeps a visitor waiting past the window.
 TEST_F(AccessTest, TheClockIsNeverTrustedPastTheNewestRow) {
