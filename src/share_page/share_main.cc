@@ -286,6 +286,11 @@ std::string client_key(const char* remote_addr) {
 }
 
 int share_cgi_main() {
+  const char* extra = cgi_env("PATH_INFO");  // "/share.cgi/x" names no page of ours
+  if (extra != nullptr && extra[0] != '\0') {
+    send_page(error_reply(404, "This link does not exist or is no longer shared."), false);
+    return 0;
+  }
   // One request per process: small SQLite caches and no libcrypto set-up
   // (cookie.cc uses its direct digest calls) keep the resident size low.
   sqlite3_config(SQLITE_CONFIG_LOOKASIDE, 0, 0);
