@@ -4,6 +4,7 @@
 
 #include <string>
 
+#include "crypto/digest.h"
 #include "crypto/form_token.h"
 #include "platform/terminal_text.h"
 #include "weblib/same_site.h"
@@ -13,7 +14,8 @@ namespace {
 TEST(FormToken, HoldsForItsHourAndTheNextForItsUserAndSecretOnly) {
   const std::string secret(32, 's');
   const time_t hour = 1700000000 / 3600 * 3600;
-  const std::string t = make_form_token(secret, "admin", hour + 10);
+  const std::string t = make_form_token(secret, "admin", hour + 10), window = std::to_string(hour / 3600);
+  EXPECT_EQ(hmac_sha256_hex(secret, "form-token\nadmin\n" + window), t);
   EXPECT_EQ(64u, t.size());
   EXPECT_EQ(t, make_form_token(secret, "admin", hour + 3599));
   EXPECT_NE(t, make_form_token(secret, "admin", hour + 3600));
@@ -23,8 +25,9 @@ TEST(FormToken, HoldsForItsHourAndTheNextForItsUserAndSecretOnly) {
       {secret, "admin", t, hour - 1, false}, {secret, "bob", t, hour, false},
       {std::string(32, 't'), "admin", t, hour, false}, {secret, "admin", t.substr(0, 63), hour, false},
       {secret, "admin", t + "0", hour, false}, {secret, "admin", "", hour, false},
-      {"", "admin", make_form_token("", "admin", hour), hour, false},
-      {secret, "", make_form_token(secret, "", hour), hour, false},
+      // What anyone could compute were the secret or the user empty.
+      {"", "admin", hmac_sha256_hex("", "form-token\nadmin\n" + window), hour, false},
+      {secret, "", hmac_sha256_hex(secret, "form-token\n\n" + window), hour, false},
   };
   for (const auto& c : cases) {
     EXPECT_EQ(c.valid, form_token_valid(c.secret, c.user, c.token, c.now)) << c.user << " " << c.now - hour;
