@@ -10,6 +10,7 @@
 #include "addressing/share_link_url.h"
 #include "ctl/ctl.h"
 #include "paths/display_path.h"
+#include "platform/terminal_text.h"
 #include "sharelink_db/event_rows.h"
 #include "sharelink_db/records.h"
 #include "sharelink_db/result_codes.h"
@@ -28,7 +29,7 @@ int cmd_url(const std::vector<std::string>& args) {
   ShareLinkRecord filter;
   sf_filter_reset(&filter);
   if (args[0].size() >= sizeof filter.pkey) {
-    fprintf(stderr, "sharelinkctl url: no share link '%s'\n", args[0].c_str());
+    fprintf(stderr, "sharelinkctl url: no share link '%s'\n", terminal_safe(args[0]).c_str());
     return kCtlFailed;
   }
   snprintf(filter.pkey, sizeof filter.pkey, "%s", args[0].c_str());
@@ -38,7 +39,7 @@ int cmd_url(const std::vector<std::string>& args) {
     return kCtlFailed;
   }
   if (count < 1) {
-    fprintf(stderr, "sharelinkctl url: no share link '%s'\n", args[0].c_str());
+    fprintf(stderr, "sharelinkctl url: no share link '%s'\n", terminal_safe(args[0]).c_str());
     return kCtlFailed;
   }
   ShareLinkRecord record;
@@ -52,7 +53,7 @@ int cmd_url(const std::vector<std::string>& args) {
   char port[11] = "";
   compose_share_link(record.ssl, record.host, record.pkey, nullptr, url, sizeof url, port,
                      sizeof port);
-  printf("%s\n", url);
+  printf("%s\n", terminal_safe(url).c_str());  // host and key are stored texts
   return kCtlOk;
 }
 
@@ -62,10 +63,10 @@ int cmd_resolve(const std::vector<std::string>& args) {
   char real[4096] = "";
   int kind = resolve_display_path(0, args[0].c_str(), real, sizeof real, creator);
   if (kind < 0) {
-    fprintf(stderr, "sharelinkctl resolve: cannot resolve '%s': %d\n", args[0].c_str(), kind);
+    fprintf(stderr, "sharelinkctl resolve: cannot resolve '%s': %d\n", terminal_safe(args[0]).c_str(), kind);
     return kCtlFailed;
   }
-  printf("%s\n%d\n", real, kind);
+  printf("%s\n%d\n", terminal_safe(real).c_str(), kind);  // names on disk are anyone's
   return kCtlOk;
 }
 

@@ -11,6 +11,7 @@
 
 #include "ctl/ctl.h"
 #include "diag/db_error_log.h"
+#include "platform/terminal_text.h"
 #include "sharelink_db/cleanup.h"
 #include "sharelink_db/event_rows.h"
 #include "sharelink_db/fid_rows.h"
@@ -49,20 +50,8 @@ bool parse_int32(const std::string& text, int32_t* out) {
   return true;
 }
 
-// Tabs, line ends and backslashes would break the one-line-per-link output.
-std::string escaped(const char* text) {
-  std::string out;
-  for (const char* p = text; *p != '\0'; ++p) {
-    switch (*p) {
-      case '\t': out += "\\t"; break;
-      case '\n': out += "\\n"; break;
-      case '\r': out += "\\r"; break;
-      case '\\': out += "\\\\"; break;
-      default: out += *p; break;
-    }
-  }
-  return out;
-}
+// Stored texts may hold anything; each prints as one inert field.
+std::string escaped(const char* text) { return terminal_safe(text); }
 
 int cmd_init(const std::vector<std::string>& args) {
   if (!args.empty()) return ctl_usage_error("init", "no arguments expected");
@@ -72,8 +61,8 @@ int cmd_init(const std::vector<std::string>& args) {
   const char* why = "";
   int code = sf_first_sqlite_error(&why);
   if (outcome == kSfStartupKept || outcome == kSfStartupNotSetAside) {
-    fprintf(stderr, "sharelinkctl init: %s could not be initialised: %s (SQLite %d); %s\n", path,
-            why, code,
+    fprintf(stderr, "sharelinkctl init: %s could not be initialised: %s (SQLite %d); %s\n",
+            escaped(path).c_str(), why, code,
             outcome == kSfStartupKept ? "the file is kept"
                                       : "it is damaged and could not be set aside");
     return kCtlFailed;
@@ -82,7 +71,7 @@ int cmd_init(const std::vector<std::string>& args) {
   if (count < 0) return store_failure("init", "the store could not be made", count, "", nullptr);
   if (outcome == kSfStartupSetAside) {
     fprintf(stderr, "sharelinkctl init: %s could not be initialised; set aside as %s.1, new store made\n",
-            path, path);
+            escaped(path).c_str(), escaped(path).c_str());
   }
   return kCtlOk;
 }

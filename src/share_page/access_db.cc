@@ -11,6 +11,7 @@
 #include "platform/fs_beneath.h"
 #include "platform/os.h"
 #include "platform/root.h"
+#include "platform/terminal_text.h"
 #include "sharelink_db/download_count.h"
 #include "sharelink_db/store.h"
 
@@ -99,21 +100,6 @@ class Stmt {
   sqlite3_stmt* s_ = nullptr;
   int rc_ = SQLITE_OK;
 };
-
-// Names may hold tabs and line breaks; one audit row stays one line.
-std::string printable(const char* text) {
-  std::string out;
-  for (const unsigned char* p = reinterpret_cast<const unsigned char*>(text); *p != 0; ++p) {
-    if (*p < 0x20 || *p == 0x7f || *p == '\\') {
-      char esc[8];
-      snprintf(esc, sizeof esc, "\\x%02x", *p);
-      out += esc;
-    } else {
-      out += static_cast<char>(*p);
-    }
-  }
-  return out;
-}
 
 // "file:" URI of a file-system path, for ATTACH with mode=rw (never creates).
 std::string uri_of(const std::string& path) {
@@ -451,9 +437,9 @@ int AccessDb::print_audit(const std::string& ssid, FILE* out) {
   if (!ssid.empty()) s.text(1, ssid);
   int rc;
   while ((rc = s.step()) == SQLITE_ROW) {
-    fprintf(out, "%lld\t%s\t%s\t%s\t%s\t%s\n", s.col(0), printable(s.str(1)).c_str(),
-            printable(s.str(2)).c_str(), printable(s.str(3)).c_str(), printable(s.str(4)).c_str(),
-            printable(s.str(5)).c_str());
+    fprintf(out, "%lld\t%s\t%s\t%s\t%s\t%s\n", s.col(0), terminal_safe(s.str(1)).c_str(),
+            terminal_safe(s.str(2)).c_str(), terminal_safe(s.str(3)).c_str(),
+            terminal_safe(s.str(4)).c_str(), terminal_safe(s.str(5)).c_str());
   }
   return rc == SQLITE_DONE ? 0 : -1;
 }

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "platform/fs.h"
+#include "platform/terminal_text.h"
 #include "crypto/digest.h"
 #include "share_page/page.h"
 #include "weblib/delivery_output.h"
@@ -91,7 +92,10 @@ std::string safe_content_type(const std::string& name) {
   return t;
 }
 
-std::string content_disposition(const std::string& name, bool want_inline) {
+std::string content_disposition(const std::string& stored_name, bool want_inline) {
+  // Bidi and other hidden controls would make the saved name read otherwise
+  // than it is ("photo<U+202E>gpj.exe" shows as "photoexe.jpg").
+  const std::string name = without_hidden_controls(stored_name);
   bool is_inline = false;
   if (want_inline) {
     std::string t = safe_content_type(name);

@@ -23,8 +23,10 @@ FilePlan plan_file_answer(const struct stat& st, const char* if_none_match,
                           const char* if_modified_since, const char* if_range, const char* range);
 
 // The Content-Disposition value for name: inline only when asked and the
-// type is a raster image, PDF, audio or video; otherwise attachment. The
-// quoted fallback keeps printable ASCII without quote and backslash.
+// type is a raster image, PDF, audio or video; otherwise attachment. Both
+// names leave out hidden controls (platform/terminal_text.h: bidi, format,
+// C0 and C1 controls); the quoted fallback keeps printable ASCII without
+// quote and backslash.
 std::string content_disposition(const std::string& name, bool want_inline);
 
 // The Content-Type for name; types a browser would run (HTML, SVG, XML,

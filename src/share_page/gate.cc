@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "crypto/digest.h"
+#include "crypto/form_token.h"
 #include "crypto/secret.h"
 #include "diag/app_log.h"
 #include "paths/allowed_root.h"
@@ -22,12 +23,12 @@
 #include "share_page/cookie.h"
 #include "share_page/page.h"
 #include "sharelink_db/store.h"
+#include "weblib/same_site.h"
 
 namespace {
 
 constexpr size_t kRealPathSize = 4097 + 545;
 constexpr long kUnavailableRetry = 60;
-constexpr long kFormWindow = 60 * 60;
 
 const char kNotFound[] = "This link does not exist or is no longer shared.";
 const char kLimitReached[] = "This link has reached its download limit.";
@@ -240,22 +241,15 @@ Verdict throttled(long wait, bool unknown_link) {
   return v;
 }
 
-std::string form_token(const std::string& secret, const ShareRequest& req, long window) {
-  return hmac_sha256_hex(secret, "share-code\n" + req.ssid + "\n" + req.client + "\n" +
-                                     std::to_string(window));
-}
-
-bool form_token_valid(const std::string& secret, const ShareRequest& req) {
-  const long window = static_cast<long>(req.now / kFormWindow);
-  return same_bytes(req.form_token, form_token(secret, req, window)) ||
-         same_bytes(req.form_token, form_token(secret, req, window - 1));
-}
+// The code form's token is bound to the link and the client: a page of
+// another site cannot have one for its visitor's address.
+std::string form_subject(const ShareRequest& req) { return "share:" + req.ssid + "\n" + req.client; }
 
 Verdict code_form(const ShareRequest& req, const std::string& secret, int status,
                   const std::string& message, const std::string& event) {
   Verdict v = page(status, message, event);
   v.code_form = true;
-  v.form_token = form_token(secret, req, static_cast<long>(req.now / kFormWindow));
+  v.form_token = make_form_token(secret, form_subject(req), req.now);
   return v;
 }
 
@@ -290,7 +284,11 @@ bool typed_code(const ShareRequest& req, const Verdict& v, const std::string& se
   }
   // A code from another site's page, or without this form's token, is not
   // checked: no page can spend a visitor's attempts.
-  const bool form_ok = posted_from_same_site(req) && form_token_valid(secret, req);
+  const bool form_ok =
+      same_site_request(req.origin.empty() ? nullptr : req.origin.c_str(),
+                        req.fetch_site.empty() ? nullptr : req.fetch_site.c_str(), req.host.c_str(),
+                        req.https) &&
+      form_token_valid(secret, form_subject(req), req.form_token, req.now);
   const bool right = wait == 0 && form_ok && share_code_matches(req.code, v.link.accesscode);
   if (wait > 0) {
     *out = throttled(wait, false);

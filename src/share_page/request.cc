@@ -53,13 +53,6 @@ std::string read_body() {
   return body;
 }
 
-// "https://host:port/..." -> "host:port".
-std::string origin_host(const std::string& origin) {
-  size_t scheme = origin.find("://");
-  std::string rest = scheme == std::string::npos ? origin : origin.substr(scheme + 3);
-  return rest.substr(0, rest.find('/'));
-}
-
 }  // namespace
 
 bool share_path_is_safe(const std::string& rel) {
@@ -72,13 +65,6 @@ bool share_path_is_safe(const std::string& rel) {
     pos = slash + 1;
   }
   return true;
-}
-
-bool posted_from_same_site(const ShareRequest& req) {
-  if (!req.fetch_site.empty() && req.fetch_site != "same-origin" && req.fetch_site != "none") {
-    return false;
-  }
-  return req.origin.empty() || origin_host(req.origin) == req.host;
 }
 
 std::string cookie_value(const std::string& header, const std::string& name) {

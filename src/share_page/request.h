@@ -57,12 +57,6 @@ ShareRequest read_share_request();
 // among them). An empty rel is the folder itself.
 bool share_path_is_safe(const std::string& rel);
 
-// True unless the browser says the POST came from another site: an Origin
-// whose host is not the request's Host, or a Sec-Fetch-Site other than
-// "same-origin" or "none". Clients that send neither pass (they carry no
-// one else's credentials).
-bool posted_from_same_site(const ShareRequest& req);
-
 // The value of cookie `name` in a Cookie header ("a=1; b=2"), "" when absent.
 std::string cookie_value(const std::string& header, const std::string& name);
 

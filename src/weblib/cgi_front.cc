@@ -7,12 +7,17 @@
 #include <string>
 #include <vector>
 
+#include "crypto/form_token.h"
+#include "crypto/secret.h"
+#include "diag/app_log.h"
 #include "paths/display_path.h"
+#include "platform/os.h"
 #include "weblib/db_handler.h"
 #include "weblib/file_delivery.h"
 #include "weblib/http_date.h"
 #include "weblib/json_reply.h"
 #include "weblib/mime_table.h"
+#include "weblib/same_site.h"
 #include "weblib/transcode.h"
 
 namespace {
@@ -87,6 +92,97 @@ void handle_transcode(const CgiRequest* request) {
   }
 }
 
+void refuse(const char* status, int json_status) {
+  printf("Status: %s\r\n", status);
+  reply_status(json_status);
+}
+
+// The appliance secret; on failure the request is refused with 503 and the
+// operator told, never answered without it.
+bool secret_or_refuse(std::string* secret) {
+  if (appliance_secret(secret)) return true;
+  APP_LOG("the appliance secret cannot be read or made: form tokens refused\n");
+  printf("Status: 503 Service Unavailable\r\nRetry-After: 60\r\n");
+  reply_status(kCgiStatusFailed);
+  return false;
+}
+
+// Same site as the request's own host, or refused with 403.
+bool same_site_or_refuse() {
+  if (same_site_cgi_request()) return true;
+  refuse("403 Forbidden", kCgiStatusNotAdmin);
+  return false;
+}
+
+void handle_form_token(const CgiRequest*) {
+  std::string secret;
+  if (!same_site_or_refuse() || !secret_or_refuse(&secret)) return;
+  printf("Cache-Control: no-store\r\n");
+  print_json_header();
+  print_status_result(kCgiStatusDone, make_form_token(secret, cgi_env("REMOTE_USER"), os.time(nullptr)).c_str());
+}
+
+void handle_mime_table(const CgiRequest*) {
+  print_json_header();
+  print_mime_table();
+}
+
+void handle_set_share_link_db(const CgiRequest* request) {
+  print_json_header();
+  sf_set_db_handler(request);
+}
+
+// A function that changes state runs only on a POST from the appliance's
+// own pages with the user's form token in the body. Anything else is
+// answered here (405 or 403, or 503 without the secret) and changes nothing.
+bool may_change_state(const CgiRequest* request) {
+  const char* method = cgi_env("REQUEST_METHOD");
+  if (method == nullptr || strcmp(method, "POST") != 0) {
+    printf("Status: 405 Method Not Allowed\r\nAllow: POST\r\n");
+    reply_status(kCgiStatusMissing);
+    return false;
+  }
+  if (!same_site_or_refuse()) return false;
+  // The token counts only from the body: in the address it would land in
+  // logs and Referer headers.
+  CgiRequest in_address;
+  const char* query = cgi_env("QUERY_STRING");
+  if (query != nullptr) cgi_parse_params(query, strlen(query), &in_address);
+  const char* token = CGI_Find_Parameter(request, kFormTokenParam);
+  if (token == nullptr || CGI_Find_Parameter(&in_address, kFormTokenParam) != nullptr) {
+    refuse("403 Forbidden", kCgiStatusNotAdmin);
+    return false;
+  }
+  std::string secret;
+  if (!secret_or_refuse(&secret)) return false;
+  if (!form_token_valid(secret, cgi_env("REMOTE_USER"), token, os.time(nullptr))) {
+    refuse("403 Forbidden", kCgiStatusNotAdmin);
+    return false;
+  }
+  return true;
+}
+
+struct FrontFunction {
+  const char* name;
+  bool changes_state;  // POST only, same site, form token (may_change_state)
+  void (*handle)(const CgiRequest*);
+};
+
+const FrontFunction kFunctions[] = {
+    {"mime_table", false, handle_mime_table},
+    {"form_token", false, handle_form_token},
+    {"set_share_link_db", true, handle_set_share_link_db},
+    {"download", false, handle_download},
+    {"transcode", false, handle_transcode},
+};
+
+const FrontFunction* find_function(const char* name) {
+  for (const FrontFunction& f : kFunctions) {
+    if (strcmp(f.name, name) == 0) return &f;
+  }
+  return nullptr;
+}
+
 }  // namespace
 
 bool translate_if_modified_since() {
@@ -103,23 +199,15 @@ bool translate_if_modified_since() {
 
 int handle_cgi_request(const CgiRequest* request) {
   const char* func = CGI_Find_Parameter(request, "func");
-  if (func == nullptr) func = "";
+  const FrontFunction* f = find_function(func != nullptr ? func : "");
   if (!authenticated()) {
-    printf("Status: 403 Forbidden\r\n");
-    print_json_header();
-    print_status(kCgiStatusNotAdmin);
-  } else if (strcmp(func, "mime_table") == 0) {
-    print_json_header();
-    print_mime_table();
-  } else if (strcmp(func, "set_share_link_db") == 0) {
-    print_json_header();
-    sf_set_db_handler(request);
-  } else if (strcmp(func, "download") == 0) {
-    handle_download(request);
-  } else if (strcmp(func, "transcode") == 0) {
-    handle_transcode(request);
-  } else {
+    refuse("403 Forbidden", kCgiStatusNotAdmin);
+  } else if (f == nullptr) {
     reply_status(kCgiStatusMissing);
+  } else if (f->changes_state) {
+    if (may_change_state(request)) f->handle(request);
+  } else {
+    f->handle(request);
   }
   fflush(stdout);
   return 0;

@@ -5,6 +5,8 @@
 #include <cstring>
 #include <memory>
 
+#include "platform/terminal_text.h"
+
 bool is_ie_user_agent(const char* user_agent) {
   if (user_agent == nullptr) return false;
   return strstr(user_agent, "MSIE") != nullptr || strstr(user_agent, "Trident") != nullptr ||
@@ -46,10 +48,12 @@ bool url_escape_name(const char* text, std::string* out) {
   if (text == nullptr) return false;
   std::unique_ptr<CURL, void (*)(CURL*)> handle(curl_easy_init(), curl_easy_cleanup);
   if (!handle) return false;
-  size_t len = strlen(text);
-  if (len > 0x7fffffff) return false;
+  // Bidi and other hidden controls would make the saved name read otherwise
+  // than it is ("photo<U+202E>gpj.exe" shows as "photoexe.jpg").
+  const std::string shown = without_hidden_controls(text);
+  if (shown.size() > 0x7fffffff) return false;
   std::unique_ptr<char, void (*)(void*)> escaped(
-      curl_easy_escape(handle.get(), text, static_cast<int>(len)), curl_free);
+      curl_easy_escape(handle.get(), shown.c_str(), static_cast<int>(shown.size())), curl_free);
   if (!escaped) return false;
   out->assign(escaped.get());
   return true;

@@ -16,8 +16,9 @@ bool is_ie_user_agent(const char* user_agent);
 // is cut). Returns the length written.
 size_t CGI_Handle_IE_Filename(const char* name, char* out, size_t size);
 
-// curl_easy_escape of text: every byte but ALPHA / DIGIT / "-._~" as %XX.
-// Returns false (out empty) when the escaping failed.
+// curl_easy_escape of text without its hidden controls (bidi, format, C0
+// and C1 controls, platform/terminal_text.h): every byte but ALPHA / DIGIT /
+// "-._~" as %XX. Returns false (out empty) when the escaping failed.
 bool url_escape_name(const char* text, std::string* out);
 
 #endif  // SLT_WEBLIB_DOWNLOAD_NAME_H_

@@ -255,4 +255,32 @@ TEST(RegistryValues, BadOnesAndADiskThatCannotGrowChangeNothing) {
   }
 }
 
+// Terminal controls in stored rows and in a visitor's link key reach the operator's terminal only as escapes:
+// C1 as characters and as raw bytes (U+009B alone starts an escape sequence), bidi overrides, tags, ESC, DEL.
+TEST(OperatorOutput, StoredAndVisitorTextsPrintAsEscapes) {
+  ApplianceRoot root;
+  root.write("/etc/config/smb.conf", "[Public]\npath = /share/VOL1/Public\n");
+  ASSERT_EQ(0, run_program(ctl_binary(), {"init"}, root).status);
+  const std::string hostile = "a\xc2\x9b" "31m\xe2\x80\xae" "b\x1b[2J\x9b\x7f\\\t\xe2\x81\xa6\xf3\xa0\x80\x81"
+                              "\xef\xbb\xbf\xc3\xa9\xe2\x80\x8b";
+  const std::string shown = "a\\u009b31m\\u202eb\\x1b[2J\\x9b\\x7f\\\\\\t\\u2066\\U000e0001\\ufeff\xc3\xa9\\u200b";
+  ASSERT_EQ(0, run_program(ctl_binary(), {"add", "k" + hostile, "/Public/x" + hostile, "--creator", hostile,
+                                          "--link-name", hostile, "--host", "nas" + hostile}, root).status);
+  EXPECT_EQ("k" + shown + "\t" + shown + "\t0\t/Public/x" + shown + "\t" + shown + "\n",
+            run_program(ctl_binary(), {"list"}, root).out);
+  EXPECT_EQ("http://nas" + shown + ":8080/share.cgi?ssid=k" + shown + "\n",
+            run_program(ctl_binary(), {"url", "k" + hostile}, root).out);
+  root.mkdirs("/share/VOL1/Public/gpj\xe2\x80\xae\xc2\x9b\x1b.exe");  // a backslash would not resolve
+  EXPECT_EQ("/share/VOL1/Public/gpj\\u202e\\u009b\\x1b.exe\n1\n",
+            run_program(ctl_binary(), {"resolve", "/Public/gpj\xe2\x80\xae\xc2\x9b\x1b.exe"}, root).out);
+  std::string query = "ssid=";  // what an anonymous visitor sends
+  const char* hex = "0123456789ABCDEF";
+  for (unsigned char c : hostile) query += "%" + std::string(1, hex[c >> 4]) + hex[c % 16];
+  run_program(SLT_BUILD_DIR "/share.cgi", {}, root, {{"QUERY_STRING", query}, {"REQUEST_METHOD", "GET"},
+                                                     {"REMOTE_ADDR", "192.0.2.7"}});
+  const std::string audit = run_program(ctl_binary(), {"audit"}, root).out;
+  EXPECT_NE(std::string::npos, audit.find("\t" + shown + "\t\t192.0.2.7\t")) << audit;
+  EXPECT_NE(std::string::npos, audit.find("\trefused:unknown\n")) << audit;
+}
+
 }  // namespace
