@@ -234,8 +234,7 @@ int download(Visit& v, GateResult& g, const std::string& visitor) {
     audit(v, "download");
   }
   const char* xs = cgi_env("SHARE_X_SENDFILE");
-  std::string hand_over;
-  if (xs != nullptr && strcmp(xs, "1") == 0) hand_over = rooted_path(g.real_path.c_str());
+  const bool hand_over = xs != nullptr && strcmp(xs, "1") == 0;
   return send_shared_file(g.file.get(), g.st, g.name, plan, v.head, v.req.inline_view, hand_over)
              ? 0
              : 1;
