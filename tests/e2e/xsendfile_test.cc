@@ -154,6 +154,9 @@ TEST_F(XsendTest, WholeBodiesGoThroughALinkThatIsGoneAfterwards) {
   const auto start = std::chrono::steady_clock::now();  // the server opens no empty file: streamed
   EXPECT_EQ(200, get("empty").status);
   EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(2));
+  Download part = zip_fetch(root_, url("big.bin"), "", {"-H", "Range: bytes=10-19"});  // ranges and HEAD: the CGI's
+  EXPECT_EQ("206 " + big.substr(10, 10), std::to_string(part.status) + " " + part.body);
+  EXPECT_EQ(3 << 20, zip_fetch(root_, url("big.bin"), "", {"-I"}).length);
   EXPECT_EQ(20, made.count());
 }
 
