@@ -2,8 +2,10 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/inotify.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -12,6 +14,7 @@
 #include <cstring>
 #include <string>
 
+#include "platform/fs_beneath.h"
 #include "platform/os.h"
 #include "platform/root.h"
 #include "platform/run_scope.h"
@@ -40,7 +43,7 @@ bool fs_is_dir(const char* path) {
   return fs_stat(path, &st) == 0 && S_ISDIR(st.st_mode);
 }
 
-int fs_mkdir(const char* path, mode_t mode) { return ::mkdir(rooted_path(path).c_str(), mode); }
+int fs_mkdir(const char* path, mode_t mode) { return os.mkdir(rooted_path(path).c_str(), mode); }
 
 int fs_unlink(const char* path) { return os.unlink(rooted_path(path).c_str()); }
 
@@ -146,4 +149,95 @@ int vexa_mktmpname(char* name) {
     if (errno != EEXIST) return -1;
   }
   return -1;
+}
+
+int fs_open_private_dir(const char* path, std::string* fs_path) {
+  const std::string rooted = rooted_path(path);
+  if (os.mkdir(rooted.c_str(), 0700) != 0 && errno != EEXIST) return -1;
+  UniqueFd fd(fs_open_dir(path));
+  if (fd.get() < 0) return -1;
+  struct stat st, named;
+  char* real = realpath(rooted.c_str(), nullptr);
+  // The text must lead here by itself: the other process resolves it anew.
+  const bool ok = fstat(fd.get(), &st) == 0 && S_ISDIR(st.st_mode) && st.st_uid == geteuid() &&
+                  (st.st_mode & 022) == 0 && real != nullptr && rooted == real &&
+                  os.stat(rooted.c_str(), &named) == 0 && named.st_dev == st.st_dev &&
+                  named.st_ino == st.st_ino;
+  free(real);
+  if (!ok) {
+    errno = EPERM;
+    return -1;
+  }
+  *fs_path = rooted;
+  return fd.release();
+}
+
+int fs_link_open_file(int fd, int dirfd, const char* name) {
+  char proc[40];
+  snprintf(proc, sizeof proc, "/proc/self/fd/%d", fd);
+  return os.linkat(AT_FDCWD, proc, dirfd, name, AT_SYMLINK_FOLLOW);
+}
+
+int fs_unlink_at(int dirfd, const char* name) { return os.unlinkat(dirfd, name, 0); }
+
+std::vector<std::string> fs_list_names(int dirfd) {
+  std::vector<std::string> names;
+  // A description of its own: readdir moves the offset it reads from.
+  int fd = os.openat(dirfd, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC, 0);
+  if (fd < 0) return names;
+  DIR* d = fdopendir(fd);
+  if (d == nullptr) {
+    os.close(fd);
+    return names;
+  }
+  while (const dirent* e = readdir(d)) {
+    if (strcmp(e->d_name, ".") != 0 && strcmp(e->d_name, "..") != 0) names.push_back(e->d_name);
+  }
+  closedir(d);
+  return names;
+}
+
+int fs_watch_opens(int dirfd) {
+  int watch = os.inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+  if (watch < 0) return -1;
+  char proc[40];
+  snprintf(proc, sizeof proc, "/proc/self/fd/%d", dirfd);
+  if (os.inotify_add_watch(watch, proc, IN_OPEN | IN_ONLYDIR) < 0) {
+    const int e = errno;
+    os.close(watch);
+    errno = e;
+    return -1;
+  }
+  return watch;
+}
+
+namespace {
+
+long long monotonic_ms() {
+  struct timespec t;
+  clock_gettime(CLOCK_MONOTONIC, &t);
+  return static_cast<long long>(t.tv_sec) * 1000 + t.tv_nsec / 1000000;
+}
+
+}  // namespace
+
+bool fs_wait_opened(int watch, const char* name, int timeout_ms) {
+  const long long deadline = monotonic_ms() + timeout_ms;
+  alignas(struct inotify_event) char buf[4096];
+  while (true) {
+    const long long left = deadline - monotonic_ms();
+    struct pollfd p = {watch, POLLIN, 0};
+    const int r = os.poll(&p, 1, left > 0 ? static_cast<int>(left) : 0);
+    if (r < 0 && errno == EINTR && left > 0) continue;
+    if (r <= 0) return false;
+    const ssize_t n = os.read(watch, buf, sizeof buf);
+    if (n < 0 && errno != EAGAIN && errno != EINTR) return false;
+    for (ssize_t at = 0; n > 0 && at + static_cast<ssize_t>(sizeof(struct inotify_event)) <= n;) {
+      const auto* e = reinterpret_cast<const struct inotify_event*>(buf + at);
+      if ((e->mask & IN_OPEN) != 0 && e->len > 0 && strcmp(e->name, name) == 0) return true;
+      at += static_cast<ssize_t>(sizeof(struct inotify_event) + e->len);
+    }
+    // A lost notice (queue overflow) only makes this wait run out.
+    if (left <= 0) return false;
+  }
 }

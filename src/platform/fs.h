@@ -14,6 +14,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <string>
+#include <vector>
 
 int fs_open(const char* path, int flags, mode_t mode = 0);
 FILE* fs_fopen(const char* path, const char* mode);
@@ -72,5 +74,41 @@ int remove_file(const char* path);
 // with O_CREAT|O_EXCL and mode 0666 (the umask applies). 0, or -1 when the
 // name has no such tail or no file could be created.
 int vexa_mktmpname(char* name);
+
+// Handing an open file to another process that opens by name (the web
+// server's X-Sendfile): a private folder, a hard link in it to the open
+// file, and notices of opens through that folder.
+
+// Makes (mode 0700) and opens the appliance path `path` as a private folder.
+// On success a descriptor (close-on-exec), and *fs_path holds the rooted
+// path: the folder is owned by this process's user, nobody else may write
+// in it, and fs_path is its canonical form (no symbolic link, "." or ".."
+// on the way) naming this very folder, so whoever opens fs_path + "/" + name
+// by text reaches the entry `name` of this folder. -1 with errno otherwise
+// (ENOTDIR, ELOOP; EPERM: not private, or not reached by fs_path as written).
+int fs_open_private_dir(const char* path, std::string* fs_path);
+
+// Hard-links the open file fd as `name` in the open folder dirfd: linkat of
+// /proc/self/fd/N with AT_SYMLINK_FOLLOW, which needs no privilege for a
+// regular file and names exactly the open inode, wherever its paths lead
+// now. 0, or -1 with errno (EEXIST: the name is taken; EXDEV: another file
+// system; EPERM, EROFS; ENOENT without /proc).
+int fs_link_open_file(int fd, int dirfd, const char* name);
+
+// Removes the entry `name` of the open folder dirfd. 0 or -1 with errno.
+int fs_unlink_at(int dirfd, const char* name);
+
+// The names in the open folder dirfd, without "." and "..": empty when it
+// cannot be read.
+std::vector<std::string> fs_list_names(int dirfd);
+
+// Watches opens of entries through the open folder dirfd (inotify IN_OPEN;
+// an open of the same file through another of its names is not seen). A
+// descriptor (non-blocking, close-on-exec), or -1 with errno.
+int fs_watch_opens(int dirfd);
+
+// Waits at most timeout_ms on `watch` for an open of the entry `name`. True
+// when one was seen; false when the time ran out or a wait or read failed.
+bool fs_wait_opened(int watch, const char* name, int timeout_ms);
 
 #endif  // SLT_PLATFORM_FS_H_

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <cerrno>
 #include <sys/file.h>
+#include <sys/inotify.h>
 #include <sys/random.h>
 #include <sys/sendfile.h>
 #include <sys/syscall.h>
@@ -50,12 +51,23 @@ ssize_t real_sendfile(int out, int in, off_t* offset, size_t count) {
   return ::sendfile(out, in, offset, count);
 }
 int real_fstat(int fd, struct stat* st) { return ::fstat(fd, st); }
+int real_mkdir(const char* p, mode_t mode) { return ::mkdir(p, mode); }
+int real_linkat(int olddir, const char* from, int newdir, const char* to, int flags) {
+  return ::linkat(olddir, from, newdir, to, flags);
+}
+int real_unlinkat(int dir, const char* p, int flags) { return ::unlinkat(dir, p, flags); }
+int real_inotify_init1(int flags) { return ::inotify_init1(flags); }
+int real_inotify_add_watch(int fd, const char* p, uint32_t mask) {
+  return ::inotify_add_watch(fd, p, mask);
+}
+int real_poll(struct pollfd* fds, nfds_t n, int timeout_ms) { return ::poll(fds, n, timeout_ms); }
 
 constexpr OsCalls kDefaults = {
     real_open,  real_read,   real_write,  real_fsync,  real_close,  real_rename,
     real_unlink, real_stat,  real_lstat,  real_flock,  real_fopen,  real_fwrite,
     real_ferror, real_fclose, real_spawn, real_waitpid, real_time,  real_usleep,
-    real_openat, real_openat2, real_getrandom, real_sendfile, real_fstat,
+    real_openat, real_openat2, real_getrandom, real_sendfile, real_fstat, real_mkdir,
+    real_linkat, real_unlinkat, real_inotify_init1, real_inotify_add_watch, real_poll,
 };
 
 }  // namespace

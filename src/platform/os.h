@@ -13,11 +13,13 @@
 #ifndef SLT_PLATFORM_OS_H_
 #define SLT_PLATFORM_OS_H_
 
+#include <poll.h>
 #include <spawn.h>
 #include <sys/stat.h>
 #include <sys/types.h>
 
 #include <cstdio>
+#include <cstdint>
 #include <ctime>
 
 struct OsCalls {
@@ -48,6 +50,14 @@ struct OsCalls {
   // Copies count bytes of in_fd from *offset to out_fd inside the kernel.
   ssize_t (*sendfile)(int out_fd, int in_fd, off_t* offset, size_t count);
   int (*fstat)(int fd, struct stat* st);
+  int (*mkdir)(const char* path, mode_t mode);
+  // Names relative to a folder: a new hard link, a removal.
+  int (*linkat)(int olddirfd, const char* oldpath, int newdirfd, const char* newpath, int flags);
+  int (*unlinkat)(int dirfd, const char* path, int flags);
+  // Notices of file-system events (inotify), and waiting for descriptors.
+  int (*inotify_init1)(int flags);
+  int (*inotify_add_watch)(int fd, const char* path, uint32_t mask);
+  int (*poll)(struct pollfd* fds, nfds_t n, int timeout_ms);
 };
 
 extern OsCalls os;

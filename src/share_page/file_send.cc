@@ -2,12 +2,20 @@
 
 #include <unistd.h>
 
+#include <cctype>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <vector>
 
-#include "platform/fs.h"
-#include "platform/terminal_text.h"
 #include "crypto/digest.h"
+#include "platform/fs.h"
+#include "platform/fs_beneath.h"
+#include "platform/os.h"
+#include "platform/signals.h"
+#include "platform/terminal_text.h"
+#include "sharelink_db/store.h"
 #include "share_page/page.h"
 #include "weblib/delivery_output.h"
 #include "weblib/http_date.h"
@@ -38,7 +46,98 @@ std::string lower(std::string s) {
   return s;
 }
 
+// X-Sendfile hands the server a path, which it opens by name and by its own
+// rules: it percent-decodes it, folds "//", "." and ".." as text and follows
+// symbolic links. So it gets a name share.cgi made and nobody else can
+// change: a hard link to the very file the gate opened, in a private folder
+// beside the store, under a name of digits, letters and "-", whose text the
+// server takes as it is. The link lives until the server has opened it.
+constexpr int kHandOverWaitMs = 5000;
+constexpr long long kLeftoverAge = 60;  // seconds: a run killed before its clean-up
+
+// Bytes the server's decoding and folding leave alone (the canonical form
+// rules out "//", "." and "..").
+bool plain_path(const std::string& p) {
+  for (unsigned char c : p) {
+    if (!isalnum(c) && c != '/' && c != '.' && c != '_' && c != '-' && c != '@') return false;
+  }
+  return !p.empty();
+}
+
+// "<unix time>-<32 hex digits>": the time of the link, for the sweep.
+bool hand_over_time(const std::string& name, long long* when) {
+  const size_t dash = name.find('-');
+  if (dash == 0 || dash == std::string::npos || dash > 19 || name.size() != dash + 33) return false;
+  for (size_t i = 0; i < name.size(); ++i) {
+    if (i < dash ? !isdigit(static_cast<unsigned char>(name[i]))
+                 : i > dash && !isxdigit(static_cast<unsigned char>(name[i]))) {
+      return false;
+    }
+  }
+  *when = atoll(name.c_str());
+  return true;
+}
+
+// One hand-over, from before its link exists until it is gone again; the
+// server's SIGTERM, which comes as soon as it has the file, waits for that.
+class HandOver {
+ public:
+  HandOver(int fd, time_t now) {
+    std::string folder;
+    dir_.reset(fs_open_private_dir(sf_beside_store(kXsendFolder).c_str(), &folder));
+    if (dir_.get() < 0 || !plain_path(folder)) return;
+    for (const std::string& n : fs_list_names(dir_.get())) {
+      long long t = 0;
+      if (hand_over_time(n, &t) && (now - t > kLeftoverAge || t - now > kLeftoverAge)) {
+        fs_unlink_at(dir_.get(), n.c_str());
+      }
+    }
+    watch_.reset(fs_watch_opens(dir_.get()));
+    if (watch_.get() < 0) return;
+    for (int attempt = 0; attempt < 3; ++attempt) {
+      unsigned char r[16];
+      if (os.getrandom(r, sizeof r, 0) != static_cast<ssize_t>(sizeof r)) return;
+      std::string name = std::to_string(static_cast<long long>(now)) + "-";
+      for (unsigned char c : r) name += "0123456789abcdef"[c >> 4], name += "0123456789abcdef"[c & 15];
+      if (fs_link_open_file(fd, dir_.get(), name.c_str()) == 0) {
+        name_ = name;
+        path_ = folder + "/" + name;
+        return;
+      }
+      if (errno != EEXIST) return;
+    }
+  }
+  ~HandOver() { drop(); }
+  HandOver(const HandOver&) = delete;
+  HandOver& operator=(const HandOver&) = delete;
+
+  // The file-system path to hand over, or "" when no link could be made.
+  const std::string& path() const { return path_; }
+
+  // After the header went out: waits until the server has opened the link,
+  // a few seconds at most, and removes it.
+  void finish() {
+    if (!fs_wait_opened(watch_.get(), name_.c_str(), kHandOverWaitMs)) {
+      fprintf(stderr, "share.cgi: the web server did not open %s within %d s; is its folder in "
+                      "cgi.x-sendfile-docroot?\n", path_.c_str(), kHandOverWaitMs / 1000);
+    }
+    drop();
+  }
+
+ private:
+  void drop() {
+    if (!name_.empty()) fs_unlink_at(dir_.get(), name_.c_str());
+    name_.clear();
+  }
+
+  HeldSignals held_;  // first in, last out
+  UniqueFd dir_, watch_;
+  std::string name_, path_;
+};
+
 }  // namespace
+
+const char kXsendFolder[] = "share_xsend";
 
 FilePlan plan_file_answer(const struct stat& st, const char* if_none_match,
                           const char* if_modified_since, const char* if_range, const char* range) {
@@ -115,7 +214,7 @@ std::string content_disposition(const std::string& stored_name, bool want_inline
 
 bool send_shared_file(int fd, const struct stat& st, const std::string& name,
                       const FilePlan& plan, bool head, bool want_inline,
-                      const std::string& x_sendfile_path) {
+                      bool x_sendfile) {
   const unsigned long long size = static_cast<unsigned long long>(st.st_size);
   std::string h;
   char date[kHttpDateSize];
@@ -144,10 +243,14 @@ bool send_shared_file(int fd, const struct stat& st, const std::string& name,
     h += "Content-Range: bytes " + std::to_string(start) + "-" + std::to_string(plan.end) + "/" +
          std::to_string(size) + "\r\n";
   }
-  const bool hand_over = !partial && !head && !x_sendfile_path.empty();
-  if (hand_over) {
-    h += "X-Sendfile: " + header_safe(x_sendfile_path) + "\r\n\r\n";
-    return delivery_write(h.data(), h.size()) && delivery_flush();
+  if (x_sendfile && !partial && !head && size > 0) {  // the server opens no empty file
+    HandOver hand_over(fd, os.time(nullptr));
+    if (!hand_over.path().empty()) {
+      h += "X-Sendfile: " + hand_over.path() + "\r\n\r\n";
+      if (!delivery_write(h.data(), h.size()) || !delivery_flush()) return false;
+      hand_over.finish();
+      return true;
+    }
   }
   h += "Content-Length: " + std::to_string(length) + "\r\n\r\n";
   if (!delivery_write(h.data(), h.size())) return false;

@@ -33,11 +33,18 @@ std::string content_disposition(const std::string& name, bool want_inline);
 // scripts) become application/octet-stream.
 std::string safe_content_type(const std::string& name);
 
+// The folder beside the store (sf_beside_store) that holds the links
+// handed to the web server.
+extern const char kXsendFolder[];  // "share_xsend"
+
 // Writes the answer of `plan` for the open file fd: headers, then (unless
-// head) the body. x_sendfile_path, when not empty, hands a whole body to
-// the web server instead. True when everything was written.
+// head) the body. With x_sendfile a whole non-empty body goes to the web
+// server instead (X-Sendfile): the path handed over is a hard link to fd in
+// the private folder kXsendFolder, removed once the server has opened it
+// (or after a few seconds); where no such link can be made, or its path is
+// not plain text, the body is sent as without x_sendfile. True when
+// everything was written.
 bool send_shared_file(int fd, const struct stat& st, const std::string& name,
-                      const FilePlan& plan, bool head, bool want_inline,
-                      const std::string& x_sendfile_path);
+                      const FilePlan& plan, bool head, bool want_inline, bool x_sendfile);
 
 #endif  // SLT_SHARE_PAGE_FILE_SEND_H_

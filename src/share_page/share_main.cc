@@ -172,8 +172,7 @@ int zip_download(const ShareRequest& req, const Verdict& v, AccessDb* access) {
 
 int file_download(const ShareRequest& req, const Verdict& v) {
   const char* xs = cgi_env("SHARE_X_SENDFILE");
-  std::string hand_over;
-  if (xs != nullptr && strcmp(xs, "1") == 0) hand_over = rooted_path(v.target.real_path.c_str());
+  const bool hand_over = xs != nullptr && strcmp(xs, "1") == 0;
   return send_shared_file(v.target.file.get(), v.target.st, v.target.name, v.plan, req.head,
                           req.inline_view, hand_over)
              ? 0
