@@ -49,6 +49,10 @@ TEST(RelocationTarget, OnlySystemFoldersNoShareServes) {
   EXPECT_EQ((std::pair<bool, bool>(false, true)),
             std::make_pair(relocation_folder_allowed("/share/VOL1/.@kdx/share_link_db"),
                            relocation_folder_allowed("/share/VOL2/.@kdx/share_link_db")));
+  root.write("/etc/config/smb.conf", "[U]\npath = /share/VOL2/%U/files\n"); profile_cache_clear();
+  EXPECT_EQ((std::pair<bool, bool>(true, false)),
+            std::make_pair(relocation_folder_allowed("/share/VOL1/.@kdx/share_link_db"),
+                           relocation_folder_allowed("/share/VOL2/.@kdx/share_link_db")));
   root.write("/etc/config/smb.conf", "[H]\npath = %H\n"); profile_cache_clear();
   EXPECT_FALSE(relocation_folder_allowed("/share/VOL2/.@kdx/share_link_db"));
   EXPECT_EQ((std::pair<bool, bool>(true, false)),

@@ -1,4 +1,6 @@
 // The lock between the store's users and its relocation, across processes.
+#include <dirent.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -52,5 +54,25 @@ TEST_F(StoreTest, TheLockFileIsEveryonesAndNoLink) {
   ASSERT_EQ(0, symlink(root.path("/tmp/elsewhere").c_str(), root.path(kSfStoreUseLockFile).c_str()));
   EXPECT_FALSE(StoreUseLock(StoreUseLock::kShared).held());
   EXPECT_FALSE(root.exists("/tmp/elsewhere"));
+}
+int open_fds() {
+  int n = 0;
+  DIR* d = opendir("/proc/self/fd");
+  while (d != nullptr && readdir(d) != nullptr) ++n;
+  if (d != nullptr) closedir(d);
+  return n;
+}
+// flock interrupted by a signal is asked again; refused, or on a folder, nothing stays open.
+TEST_F(StoreTest, AFailedLockLeavesNoDescriptorOpen) {
+  static int calls;
+  calls = 0;
+  os.flock = [](int fd, int op) { return ++calls == 1 ? (errno = EINTR, -1) : flock(fd, op); };
+  EXPECT_TRUE(StoreUseLock(StoreUseLock::kShared).held()); EXPECT_EQ(3, calls);
+  const int before = open_fds();
+  os.flock = [](int, int) { return errno = ENOLCK, -1; };
+  EXPECT_FALSE(StoreUseLock(StoreUseLock::kExclusive).held());
+  os_reset(); root.remove(kSfStoreUseLockFile); root.mkdirs(kSfStoreUseLockFile);
+  EXPECT_FALSE(StoreUseLock(StoreUseLock::kShared).held());
+  EXPECT_EQ(before, open_fds());
 }
 }  // namespace
