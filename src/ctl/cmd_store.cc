@@ -56,6 +56,10 @@ std::string escaped(const char* text) { return terminal_safe(text); }
 int cmd_init(const std::vector<std::string>& args) {
   if (!args.empty()) return ctl_usage_error("init", "no arguments expected");
   int outcome = sf_startup();
+  if (outcome == kSfStartupNotLocked || outcome == kSfStartupNotMade) {
+    fprintf(stderr, "sharelinkctl init: %s\n", sf_startup_problem());
+    return kCtlFailed;
+  }
   char path[256];
   sf_get_db_path(path, sizeof path);
   const char* why = "";
@@ -81,7 +85,9 @@ int cmd_relocate(const std::vector<std::string>& args) {
   int rc = sf_relocate_pass();
   if (rc == 1) return kCtlOk;
   if (rc < 0) return store_failure("relocate", "the relay host rewrite failed", rc, "", nullptr);
-  fprintf(stderr, "sharelinkctl relocate: the store could not be relocated\n");
+  const char* why = sf_relocate_problem();
+  fprintf(stderr, "sharelinkctl relocate: the store could not be relocated%s%s\n",
+          why[0] != '\0' ? ": " : "", why);
   return kCtlFailed;
 }
 

@@ -308,6 +308,20 @@ int Conf_Get_Field_NoLock(const char* file, const char* section, const char* key
   return v ? 0 : -1;
 }
 
+int Get_Private_Profile_Values(const char* key, std::vector<std::string>* out, const char* file) {
+  out->clear();
+  const ParsedFile* f = key != nullptr ? load(file) : nullptr;
+  if (f == nullptr) return -1;
+  for (const Section& s : f->sections) {
+    for (const Entry& e : s.entries) {
+      if (strcasecmp(e.key.c_str(), key) != 0) continue;
+      out->push_back(e.value);
+      break;
+    }
+  }
+  return 0;
+}
+
 void profile_cache_clear() {
   cache().clear();
   missing().clear();

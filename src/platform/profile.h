@@ -9,6 +9,9 @@
 #ifndef SLT_PLATFORM_PROFILE_H_
 #define SLT_PLATFORM_PROFILE_H_
 
+#include <string>
+#include <vector>
+
 // The system configuration file that the *Profile* calls without a file use.
 extern const char kSystemConfigPath[];  // "/etc/config/Korvix.conf"
 
@@ -35,6 +38,10 @@ int Set_Profile_String(const char* section, const char* key, const char* value);
 // holds the value), -1 when not (out is emptied).
 int Conf_Get_Field_NoLock(const char* file, const char* section, const char* key, char* out,
                           int size);
+
+// The value of `key` in every section of `file` that has one, in file order
+// (a section's first). 0, or -1 when the file cannot be read (out emptied).
+int Get_Private_Profile_Values(const char* key, std::vector<std::string>* out, const char* file);
 
 // Forgets every parsed file (tests that rewrite a file within one clock tick).
 void profile_cache_clear();

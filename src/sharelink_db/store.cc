@@ -5,6 +5,8 @@
 #include <sys/file.h>
 #include <sys/stat.h>
 
+#include <cerrno>
+#include <cstdarg>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
@@ -20,9 +22,11 @@
 #include "platform/profile.h"
 #include "platform/root.h"
 #include "sharelink_db/cleanup.h"
+#include "sharelink_db/companions.h"
 #include "sharelink_db/event_rows.h"
 #include "sharelink_db/result_codes.h"
 #include "sharelink_db/store_internal.h"
+#include "sharelink_db/store_use_lock.h"
 
 using sf_internal::DbGuard;
 using sf_internal::SqlText;
@@ -156,16 +160,18 @@ bool make_folder(const char* folder) {
 // Holds the flock lock for one scope.
 class FlockGuard {
  public:
-  FlockGuard() : fd_(sf_flock_lock(0666)) {}
+  FlockGuard() : fd_(sf_flock_lock(0666)), error_(fd_ >= 0 ? 0 : errno) {}
   ~FlockGuard() {
     if (fd_ >= 0) sf_flock_unlock(fd_);
   }
   FlockGuard(const FlockGuard&) = delete;
   FlockGuard& operator=(const FlockGuard&) = delete;
   bool held() const { return fd_ >= 0; }
+  int error() const { return error_; }  // errno of a failed open or lock
 
  private:
   int fd_;
+  int error_;
 };
 
 }  // namespace
@@ -290,42 +296,76 @@ int sf_rotate_db_file(const char* path, int generations, int max_age) {
 
 namespace {
 
-// SQLite's verdict on the store file: a schema read, which a file that is
-// no database or whose pages are damaged fails with its own code.
-bool store_is_damaged() {
-  int code = sf_first_sqlite_error(nullptr) & 0xff;
-  if (code == SQLITE_CORRUPT || code == SQLITE_NOTADB) return true;
+char g_startup_problem[512];
+
+enum class Verdict { kSound, kDamaged, kUnknown };
+
+bool damaged_code(int code) {
+  code &= 0xff;
+  return code == SQLITE_CORRUPT || code == SQLITE_NOTADB;
+}
+
+// SQLite's verdict on the store file: one that is no database fails to open
+// its schema, one with damaged pages fails PRAGMA quick_check (which reads
+// every page). kUnknown when the check itself could not run (the reason is
+// noted for sf_first_sqlite_error).
+Verdict check_store() {
   DbGuard db;
-  if (sf_internal::open_store(&db, true) != 0) return false;
-  int rc = sqlite3_exec(db.get(), "SELECT COUNT(*) FROM sqlite_master;", nullptr, nullptr, nullptr);
-  rc &= 0xff;
-  return rc == SQLITE_CORRUPT || rc == SQLITE_NOTADB;
+  if (sf_internal::open_store(&db, true) != 0) return Verdict::kUnknown;
+  sf_internal::StmtGuard stmt;
+  int rc = sqlite3_prepare_v2(db.get(), "PRAGMA quick_check(1);", -1, stmt.out(), nullptr);
+  if (rc == SQLITE_OK) rc = sqlite3_step(stmt.get());
+  if (rc == SQLITE_ROW) {
+    const char* verdict = reinterpret_cast<const char*>(sqlite3_column_text(stmt.get(), 0));
+    if (verdict != nullptr && strcmp(verdict, "ok") == 0) return Verdict::kSound;
+    sf_internal::note_error(SQLITE_CORRUPT, verdict);
+    return Verdict::kDamaged;
+  }
+  sf_internal::note_error(rc, sqlite3_errmsg(db.get()));
+  return damaged_code(rc) ? Verdict::kDamaged : Verdict::kUnknown;
+}
+
+int set_aside(const char* path) {
+  if (sf_rotate_db_file(path, kRotateGenerations, kRotateMaxAge) != 0) return kSfStartupNotSetAside;
+  sf_create_tables();
+  return kSfStartupSetAside;
 }
 
 }  // namespace
 
 int sf_startup() {
+  g_startup_problem[0] = '\0';
   FlockGuard lock;
-  if (!lock.held()) return kSfStartupDone;
-  sf_clear_sqlite_error();
-  if (sf_db_file_ready() == 1) {
-    char path[256];
-    sf_get_db_path(path, sizeof path);
-    if (path[0] != '\0' && sf_init_db(path) < 0) {
-      // Only a damaged store is set aside; an intact one that cannot be
-      // written now (read-only folder, full disk) is kept as it is.
-      if (!store_is_damaged()) return kSfStartupKept;
-      if (sf_rotate_db_file(path, kRotateGenerations, kRotateMaxAge) != 0) {
-        return kSfStartupNotSetAside;
-      }
-      sf_create_tables();
-      return kSfStartupSetAside;
-    }
-    return kSfStartupDone;
+  if (!lock.held()) {
+    // Nothing may be done unguarded, and nothing done must not pass for done.
+    snprintf(g_startup_problem, sizeof g_startup_problem, "the lock %s could not be taken: %s",
+             kSfFlockFile, strerror(lock.error()));
+    return kSfStartupNotLocked;
   }
-  sf_create_tables();
+  sf_clear_sqlite_error();
+  char path[256];
+  sf_get_db_path(path, sizeof path);
+  if (sf_db_file_ready() != 1) {
+    if (sf_create_tables() >= 0) return kSfStartupDone;
+    const char* why = "";
+    int code = sf_first_sqlite_error(&why);
+    snprintf(g_startup_problem, sizeof g_startup_problem, "%s could not be made: %s (SQLite %d)",
+             path, why, code);
+    return kSfStartupNotMade;
+  }
+  // A damaged store is set aside before anything is written into it; an
+  // intact one that cannot be checked or written now (read-only folder,
+  // full disk) is kept as it is.
+  Verdict verdict = check_store();
+  if (verdict == Verdict::kDamaged) return set_aside(path);
+  if (verdict == Verdict::kUnknown) return kSfStartupKept;
+  if (sf_init_db(path) < 0) {
+    return damaged_code(sf_first_sqlite_error(nullptr)) ? set_aside(path) : kSfStartupKept;
+  }
   return kSfStartupDone;
 }
+
+const char* sf_startup_problem() { return g_startup_problem; }
 
 int sf_db_file_ready() {
   char path[256];
@@ -346,36 +386,98 @@ int sf_set_db_location(const char* volume) {
   fs_chmod(volume, 0777);
   char file[512];
   snprintf(file, sizeof file, "%s/%s/%s", volume, kSfDbFolderName, kSfDbFileName);
-  Set_Profile_String("Depot", "Share_Link_Db", file);
-  return 1;
+  return Set_Profile_String("Depot", "Share_Link_Db", file) == 0 ? 1 : 0;
 }
 
+namespace {
+
+char g_relocate_problem[512];
+
+__attribute__((format(printf, 1, 2))) int relocation_failed(const char* format, ...) {
+  va_list ap;
+  va_start(ap, format);
+  vsnprintf(g_relocate_problem, sizeof g_relocate_problem, format, ap);
+  va_end(ap);
+  APP_LOG("%s\n", g_relocate_problem);
+  return 0;
+}
+
+std::string folder_of(const char* path) {
+  const char* slash = strrchr(path, '/');
+  if (slash == nullptr) return ".";
+  return slash == path ? "/" : std::string(path, static_cast<size_t>(slash - path));
+}
+
+bool move_file(const char* from, const char* to) {
+  const char* argv[] = {"/bin/mv", "-f", from, to, nullptr};
+  return run_program(argv);
+}
+
+}  // namespace
+
+const char* sf_relocate_problem() { return g_relocate_problem; }
+
 int sf_relocate_db() {
+  g_relocate_problem[0] = '\0';
   char path[256];
   sf_get_db_path(path, sizeof path);
   if (sf_db_path_is_managed(path)) return 1;
   char volume[256];
   Get_Default_Volume_Path(volume, sizeof volume);
-  // The store moves only onto a volume reached without links or "..".
-  if (volume[0] != '\0' && !relocation_folder_allowed(volume)) return 0;
-  if (!fs_exists(path)) return sf_set_db_location(volume) != 0 ? 1 : 0;
-  if (volume[0] == '\0') return 0;
+  if (volume[0] == '\0') return relocation_failed("there is no default volume");
+  // Only onto a volume reached without links or "..", into a folder that no
+  // share serves: the store holds every access code in clear.
+  if (!relocation_volume_allowed(volume)) {
+    return relocation_failed("the default volume %s is no folder of its own under /share/", volume);
+  }
   char folder[512];
   snprintf(folder, sizeof folder, "%s/%s", volume, kSfDbFolderName);
-  if (!fs_exists(folder) && !make_folder(folder)) return 0;
+  if (!fs_is_dir(folder) && !make_folder(folder)) {
+    return relocation_failed("%s could not be made", folder);
+  }
+  if (!relocation_folder_allowed(folder)) {
+    return relocation_failed("%s lies in a share or is reached through a link", folder);
+  }
+  // No download counts into the old file, nor reads a half-moved state,
+  // until the configuration names the new one.
+  StoreUseLock use(StoreUseLock::kExclusive);
+  if (!use.held()) return relocation_failed("the lock %s could not be taken", kSfStoreUseLockFile);
+  const std::string old_folder = folder_of(path);
+  if (!sf_copy_companions(old_folder.c_str(), folder)) {
+    return relocation_failed("the files beside the store could not be copied to %s", folder);
+  }
   char target[512];
-  snprintf(target, sizeof target, "%s/%s/%s", volume, kSfDbFolderName, kSfDbFileName);
-  const char* argv[] = {"/bin/mv", "-f", path, target, nullptr};
-  bool moved = run_program(argv);
-  fs_chmod(target, 0666);
-  if (!moved) return 0;
-  sf_set_db_location(volume);
+  snprintf(target, sizeof target, "%s/%s", folder, kSfDbFileName);
+  const bool store_exists = fs_exists(path);
+  if (store_exists) {
+    bool moved = move_file(path, target);
+    fs_chmod(target, 0666);
+    if (!moved) {
+      sf_remove_companions(folder);
+      return relocation_failed("%s could not be moved to %s", path, target);
+    }
+  }
+  if (sf_set_db_location(volume) == 0) {
+    // The old place stays the working one.
+    if (store_exists && !move_file(target, path)) {
+      APP_LOG("%s could not be moved back to %s\n", target, path);
+    }
+    sf_remove_companions(folder);
+    return relocation_failed("the configuration could not be pointed at %s", target);
+  }
+  if (!sf_remove_companions(old_folder.c_str())) {
+    APP_LOG("the files beside the old store in %s could not all be removed\n", old_folder.c_str());
+  }
   return 1;
 }
 
 int sf_relocate_pass() {
+  g_relocate_problem[0] = '\0';
   FlockGuard lock;
-  if (!lock.held()) return 0;
+  if (!lock.held()) {
+    return relocation_failed("the lock %s could not be taken: %s", kSfFlockFile,
+                             strerror(lock.error()));
+  }
   int rc = sf_rewrite_relay_host();
   if (rc == 1) rc = sf_relocate_db();
   return rc;

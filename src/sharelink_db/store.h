@@ -83,16 +83,22 @@ int sf_init_db(const char* path);
 int sf_rotate_db_file(const char* path, int generations, int max_age);
 
 // What start-up did with an existing store.
-constexpr int kSfStartupDone = 0;      // initialised (or made, or the lock was not taken)
+constexpr int kSfStartupDone = 0;      // initialised (or made)
 constexpr int kSfStartupSetAside = 1;  // damaged: renamed to path.1, a fresh store made
 constexpr int kSfStartupKept = 2;      // failed for another reason: the file is left alone
 constexpr int kSfStartupNotSetAside = 3;  // damaged, but the rename failed: left alone
+constexpr int kSfStartupNotLocked = 4;    // the flock lock could not be taken: nothing done
+constexpr int kSfStartupNotMade = 5;      // no store, and none could be made
 
-// Start-up under the flock lock: an existing store is initialised; a missing
-// one is created. Only a store that SQLite calls corrupt or not a database
-// is set aside by rotation; any other failure (a read-only folder, a full
-// disk) keeps the file. sf_first_sqlite_error tells why it failed.
+// Start-up under the flock lock: an existing store is checked (PRAGMA
+// quick_check) and initialised; a missing one is created. Only a store that
+// SQLite calls damaged (corrupt pages, not a database) is set aside by
+// rotation, before anything is written into it; any other failure (a
+// read-only folder, a full disk) keeps the file. sf_first_sqlite_error tells
+// why it failed; for kSfStartupNotLocked and kSfStartupNotMade,
+// sf_startup_problem says it in a sentence.
 int sf_startup();
+const char* sf_startup_problem();
 
 // The first SQLite failure (its primary code, and its message in `text`)
 // since sf_clear_sqlite_error; SQLITE_OK when none.
@@ -103,9 +109,16 @@ void sf_clear_sqlite_error();
 // default one; then 1 when the store file exists, else 0.
 int sf_db_file_ready();
 
-// Moves an unmanaged store onto the default volume and repoints the
-// configuration. 1 when nothing needed doing or the move succeeded, else 0.
+// Moves an unmanaged store onto the default volume's ".@kdx/share_link_db"
+// (a folder that relocation_folder_allowed accepts) and repoints the
+// configuration, under the exclusive StoreUseLock. Its companions
+// (companions.h) are copied first and their originals removed only once the
+// configuration names the new file. 1 when nothing needed doing or the move
+// succeeded; 0 otherwise, with the configuration, the store and its
+// companions as they were (sf_relocate_problem says why).
 int sf_relocate_db();
+// Why the last sf_relocate_db returned 0; "" after a success.
+const char* sf_relocate_problem();
 
 // Under the flock lock: the relay-host rewrite, then (when that succeeded)
 // sf_relocate_db. The last result; 0 when the lock could not be taken.
@@ -113,8 +126,8 @@ int sf_relocate_pass();
 
 // Points the configuration at the store file of `volume`'s
 // ".@kdx/share_link_db" folder, creating the folder when missing and setting
-// the volume's mode to 0777. 1, or 0 for an empty or missing volume or a
-// failed folder creation.
+// the volume's mode to 0777. 1, or 0 for an empty or missing volume, a
+// failed folder creation or a configuration that could not be written.
 int sf_set_db_location(const char* volume);
 
 // The marker lock "/tmp/kdx_shareLink.lock". Waits up to 7 seconds for it to

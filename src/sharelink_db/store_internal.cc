@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "platform/root.h"
 #include "sharelink_db/result_codes.h"
 #include "sharelink_db/row_table.h"
 #include "sharelink_db/store.h"
@@ -41,12 +42,6 @@ void (*g_sql_observer)(const char*) = nullptr;
 int g_first_error = SQLITE_OK;
 char g_first_error_text[256];
 
-void note_error(int code, const char* text) {
-  if (g_first_error != SQLITE_OK) return;
-  g_first_error = code;
-  snprintf(g_first_error_text, sizeof g_first_error_text, "%s", text != nullptr ? text : "");
-}
-
 int trace_statement(unsigned type, void* context, void* stmt, void* text) {
   if (type == SQLITE_TRACE_STMT && g_sql_observer != nullptr && text != nullptr) {
     g_sql_observer(static_cast<const char*>(text));
@@ -56,14 +51,31 @@ int trace_statement(unsigned type, void* context, void* stmt, void* text) {
 
 }  // namespace
 
+void note_error(int code, const char* text) {
+  if (g_first_error != SQLITE_OK) return;
+  g_first_error = code;
+  snprintf(g_first_error_text, sizeof g_first_error_text, "%s", text != nullptr ? text : "");
+}
+
 DbGuard::~DbGuard() { sqlite3_close(db_); }
 
-int open_store(DbGuard* db, bool busy) {
+int open_store(DbGuard* db, bool busy, bool create) {
   release_parked_connections();
   char path[256];
-  int rc = sf_db_open(path, sizeof path, db->out());
+  int rc;
+  if (create) {
+    rc = sf_db_open(path, sizeof path, db->out());
+  } else {
+    sf_get_db_path(path, sizeof path);
+    rc = sqlite3_open_v2(rooted_path(path).c_str(), db->out(), SQLITE_OPEN_READWRITE, nullptr);
+  }
   if (rc != SQLITE_OK) {
-    note_error(rc, sqlite3_errstr(rc));
+    // SQLite's text ("unable to open database file") does not say why.
+    int sys = db->get() != nullptr ? sqlite3_system_errno(db->get()) : 0;
+    char text[256];
+    snprintf(text, sizeof text, "%s%s%s", sqlite3_errstr(rc), sys != 0 ? ": " : "",
+             sys != 0 ? strerror(sys) : "");
+    note_error(rc, text);
     return kSfOpenFailed;
   }
   if (busy) sqlite3_busy_timeout(db->get(), kBusyTimeoutMs);

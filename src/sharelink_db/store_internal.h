@@ -66,13 +66,18 @@ class SqlText {
 
 // The opening rule: the configured store path, opened; with the busy time-out
 // of 20000 ms when `busy` is set. Every connection also turns on
-// case-sensitive LIKE, which does not outlive a connection. 0, or -20 (the
-// guard may still hold a handle to close).
-int open_store(DbGuard* db, bool busy);
+// case-sensitive LIKE, which does not outlive a connection. Without `create`
+// a missing store file is not made but fails the open. 0, or -20 (the guard
+// may still hold a handle to close).
+int open_store(DbGuard* db, bool busy, bool create = true);
 
 // Runs one statement. True on SQLITE_OK; a failure is noted (see
 // sf_first_sqlite_error).
 bool exec(sqlite3* db, const char* sql);
+
+// Notes a failure found another way (a check's verdict) unless one is noted
+// already.
+void note_error(int code, const char* text);
 
 // The only place that writes BEGIN, COMMIT and ROLLBACK: begins on
 // construction and rolls back on scope exit unless committed or left open.

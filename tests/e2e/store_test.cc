@@ -57,8 +57,8 @@ TEST(CtlStore, InitMakesSetsAsideOrUpgrades) {
 // Reported on standard error and, with the user, twice in the debug log.
 TEST(CtlStore, AStoreThatCannotBeMadeFailsAndIsReported) {
   ApplianceRoot root; root.write("/etc/config/Korvix.conf", "[Depot]\nShare_Link_Db = /nowhere/x.db\n");
-  EXPECT_EQ("1 sharelinkctl init: the store could not be made: -20 (the store could not be opened)\n",
-            status_err(ctl(root, {"init"})));
+  EXPECT_EQ("1 sharelinkctl init: /nowhere/x.db could not be made: unable to open database file: No such file or "
+            "directory (SQLite 14)\n", status_err(ctl(root, {"init"})));
   EXPECT_FALSE(root.exists("/tmp/debug.log"));
   EXPECT_EQ("1 sharelinkctl list: the links could not be read: -20 (the store could not be opened)\n",
             status_err(ctl(root, {"list", "--user", "amy"},
@@ -147,6 +147,28 @@ TEST(CtlStore, InitSetsAsideOnlyADamagedStoreAndOnlyWhenTheRenameWorked) {
     }
   }
 }
+// A store whose inner pages are damaged (PRAGMA quick_check) is set aside before anything is
+// written into it, as a file that is no database is.
+TEST(CtlStore, InitSetsAsideAStoreWithDamagedPages) {
+  ApplianceRoot root; ASSERT_EQ(0, ctl(root, {"init"}).status);
+  store_exec(root, "WITH RECURSIVE n(i) AS (SELECT 0 UNION ALL SELECT i + 1 FROM n WHERE i < 2999) INSERT INTO "
+                   "SHARELINK_EVENT (pkey, sharefile, creator) SELECT printf('key%05d', i), "
+                   "printf('/share/Public/file%05d.txt', i), 'admin' FROM n;");
+  std::string bytes = root.read(kDb);
+  const size_t pages = bytes.size() / 4096;
+  bytes.replace(pages / 2 * 4096, 3 * 4096, std::string(3 * 4096, 'U'));
+  root.write(kDb, bytes);
+  EXPECT_EQ("0 sharelinkctl init: " + kDb + " could not be initialised; set aside as " + kDb + ".1, new store made\n",
+            status_err(ctl(root, {"init"})));
+  EXPECT_TRUE(root.read(kDb + ".1") == bytes); EXPECT_TRUE(ctl(root, {"list"}).out.empty());
+}
+// Start-up that cannot take its lock does nothing and says so (a read-only /tmp, a folder in its place).
+TEST(CtlStore, InitThatCannotLockFailsAndSaysWhy) {
+  ApplianceRoot root; ASSERT_EQ(0, ctl(root, {"init"}).status);
+  root.remove("/tmp/kdx_shareLink_flock.lock"); root.mkdirs("/tmp/kdx_shareLink_flock.lock");
+  EXPECT_EQ("1 sharelinkctl init: the lock /tmp/kdx_shareLink_flock.lock could not be taken: Is a directory\n",
+            status_err(ctl(root, {"init"})));
+}
 // With its /tmp flag unwritable the once-a-minute clean-up keeps a flag beside the store;
 // without either it is skipped and reported.
 TEST(CtlStore, CleanUpFlagFallsBackBesideTheStore) {
@@ -177,7 +199,8 @@ TEST(CtlStore, Relocate) {
   root.write("/etc/config/Korvix.conf", "[Depot]\nShare_Link_Db = /mnt/usb/share_link.db\n[Storage]\nDefault Volume = /share/V1\n");
   root.write("/mnt/usb/share_link.db", "db"); root.mkdirs("/share/V1/.@kdx/share_link_db");
   root.script("/bin/mv", "exit 1\n");
-  EXPECT_EQ("1 sharelinkctl relocate: the store could not be relocated\n", status_err(ctl(root, {"relocate"})));
+  EXPECT_EQ("1 sharelinkctl relocate: the store could not be relocated: /mnt/usb/share_link.db could not be moved "
+            "to /share/V1/.@kdx/share_link_db/share_link.db\n", status_err(ctl(root, {"relocate"})));
   root.script("/bin/mv", "exec mv -f \"$SHARELINK_ROOT$2\" \"$SHARELINK_ROOT$3\"\n");
   EXPECT_EQ("0 ", status_err(ctl(root, {"relocate"})));
   EXPECT_EQ("db", root.read("/share/V1/.@kdx/share_link_db/share_link.db"));

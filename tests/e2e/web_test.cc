@@ -30,7 +30,7 @@ class WebTest : public ::testing::Test {
   void SetUp() override {
     if (find_program("lighttpd").empty() || curl_.empty()) GTEST_SKIP() << "lighttpd or curl is not installed";
     root_.write("/etc/config/smb.conf", "[Public]\npath = /share/VOL1/Public\n");
-    root_.write("/etc/config/Korvix.conf", "[System]\nWeb Access Port = 8080\n"); root_.mkdirs("/share/VOL1/.db");
+    root_.write("/etc/config/Korvix.conf", "[System]\nWeb Access Port = 8080\n"); root_.mkdirs("/share/VOL1/.@db");
     for (int i = 0; i < 20000; ++i) report_ += static_cast<char>((i * 131 + i / 256) & 0xff);
     root_.write("/share/VOL1/Public/docs/report 1.pdf", report_);
     root_.set_mtime("/share/VOL1/Public/docs/report 1.pdf", 1000000000);  // Sun, 09 Sep 2001 01:46:40 GMT
@@ -97,13 +97,13 @@ TEST_F(WebTest, DownloadsRangesCredentialsAndRelocation) {
   EXPECT_EQ(401, get(kDownload, {}, "admin:wrong").status);
   EXPECT_TRUE(get(kDownload, {}, "bob:bob-pw").body == report_);
 
-  const std::string target = "func=set_share_link_db&share_link_db=/share/VOL1/.db/new.db&form_token=";
+  const std::string target = "func=set_share_link_db&share_link_db=/share/VOL1/.@db/new.db&form_token=";
   const std::string before = root_.read("/etc/config/Korvix.conf");
   EXPECT_EQ(json(4), post("/sharelink.cgi", target + token("bob:bob-pw"), {}, "bob:bob-pw").body);
-  EXPECT_EQ(before, root_.read("/etc/config/Korvix.conf")); EXPECT_FALSE(root_.exists("/share/VOL1/.db/new.db"));
+  EXPECT_EQ(before, root_.read("/etc/config/Korvix.conf")); EXPECT_FALSE(root_.exists("/share/VOL1/.@db/new.db"));
   EXPECT_EQ(json(1), post("/sharelink.cgi", target + token()).body);
-  EXPECT_NE(std::string::npos, root_.read("/etc/config/Korvix.conf").find("Share_Link_Db = /share/VOL1/.db/new.db\n"));
-  EXPECT_TRUE(root_.exists("/share/VOL1/.db/new.db"));
+  EXPECT_NE(std::string::npos, root_.read("/etc/config/Korvix.conf").find("Share_Link_Db = /share/VOL1/.@db/new.db\n"));
+  EXPECT_TRUE(root_.exists("/share/VOL1/.@db/new.db"));
 }
 
 // One <img src> on any page used to relocate the store with the browser's saved credentials. Now a change of state
@@ -146,9 +146,9 @@ TEST_F(WebTest, StateChangesOnlyByPostFromOwnPagesWithTheUsersToken) {
   }
   EXPECT_EQ(smb, root_.read("/etc/config/smb.conf")); EXPECT_EQ(conf, root_.read(kConfig));
   // The appliance's own page and a program that names no origin get through.
-  EXPECT_EQ(json(1), post("/sharelink.cgi", "func=set_share_link_db&share_link_db=/share/VOL1/.db/a.db&form_token=" +
+  EXPECT_EQ(json(1), post("/sharelink.cgi", "func=set_share_link_db&share_link_db=/share/VOL1/.@db/a.db&form_token=" +
                                                 admin, {"Sec-Fetch-Site: none"}).body);
-  EXPECT_NE(std::string::npos, root_.read(kConfig).find("Share_Link_Db = /share/VOL1/.db/a.db\n"));
+  EXPECT_NE(std::string::npos, root_.read(kConfig).find("Share_Link_Db = /share/VOL1/.@db/a.db\n"));
 }
 
 // Every path under either program's name runs the program or is not found: its file is never sent.
@@ -213,7 +213,7 @@ class Cgi : public ::testing::Test {
     root.write("/etc/config/remote_folder.conf", "[1]\nName = rf\nLocal Path = /share/VOL1/rf\n");
     root.write(kConfig, "[System]\nWeb Access Port = 8080\n");
     root.write("/share/VOL1/Public/a.txt", "inside\n"); root.write("/share/VOL1/rf/b.txt", "remote inside\n");
-    root.mkdirs("/share/VOL1/.db"); outside.write("/outside.txt", kSecret);
+    root.mkdirs("/share/VOL1/.@db"); outside.write("/outside.txt", kSecret);
     outside.write("/victim", "victim\n"); outside.write("/.@__thumb/transcode/outside.txt.original", kSecret);
     for (const char* link : {"/share/VOL1/Public/out", "/share/VOL1/rf/out", "/share/VOL1/lnk"}) {
       ASSERT_EQ(0, symlink(outside.dir().c_str(), root.path(link).c_str()));  // out of a share, folder, volume
@@ -246,12 +246,12 @@ TEST_F(Cgi, FrontDoorMimeTablePathsAndRelocations) {
   const std::string before = root.read(kConfig);
   const std::vector<std::string> queries = {
       "func=download&path=/Public/a.txt", "func=transcode&path=/Public/a.txt&variant=mp4_org", "func=mime_table",
-      "func=set_share_link_db&share_link_db=/share/VOL1/.db/new.db&force_delete=1", "func=nothing"};
+      "func=set_share_link_db&share_link_db=/share/VOL1/.@db/new.db&force_delete=1", "func=nothing"};
   for (const std::string& q : queries) {
     EXPECT_EQ("Status: 403 Forbidden\r\n" + reply(4), cgi(q, nullptr)) << q;
     EXPECT_EQ("Status: 403 Forbidden\r\n" + reply(4), cgi(q, "")) << q;
   }
-  EXPECT_EQ(before, root.read(kConfig)); EXPECT_FALSE(root.exists("/share/VOL1/.db/new.db"));
+  EXPECT_EQ(before, root.read(kConfig)); EXPECT_FALSE(root.exists("/share/VOL1/.@db/new.db"));
   root.write("/share/VOL1/Public/.@__thumb/transcode/a.txt.original", "original variant\n");
   EXPECT_NE(std::string::npos, cgi(queries[0]).find("\r\n\r\ninside\n"));  // with a user, answered
   EXPECT_NE(std::string::npos, cgi(queries[1]).find("attachment; filename=\"a.txt\"")) << cgi(queries[1]);
@@ -271,7 +271,7 @@ TEST_F(Cgi, FrontDoorMimeTablePathsAndRelocations) {
   EXPECT_EQ(reply(20), relocate("share_link_db=relative.db&force_delete=1"));
   EXPECT_EQ(reply(35), relocate("share_link_db=" + std::string(5000, '/')));  // too long
   EXPECT_EQ(before, root.read(kConfig));
-  EXPECT_EQ(reply(1), relocate("share_link_db=/share/VOL1/.db/new.db&force_delete=1")) << root.read(kConfig);
+  EXPECT_EQ(reply(1), relocate("share_link_db=/share/VOL1/.@db/new.db&force_delete=1")) << root.read(kConfig);
   // The MIME table as the web pages read it; the operator's command prints the same.
   const std::string table = cgi("func=mime_table");
   EXPECT_EQ(0u, table.find(kJsonHeader +
@@ -295,21 +295,24 @@ TEST_F(Cgi, FrontDoorMimeTablePathsAndRelocations) {
     EXPECT_NE(0, ctl.status) << ctl.out; EXPECT_EQ(std::string::npos, ctl.out.find(out)) << ctl.out;
   }
   EXPECT_NE(std::string::npos, cgi("func=download&path=/remote:1@rf/b.txt").find("\r\n\r\nremote inside\n"));
-  // Relocation targets outside the configuration folder and the volumes, or reached through "..", a link or a
-  // missing folder: status 20, every file stays; inside a volume force_delete still replaces the file.
+  // Relocation targets outside the configuration folder and the volumes' system (".@") folders, inside a share
+  // (its store would be served to anyone), or reached through "..", a link or a missing folder: status 20, every
+  // file stays; in a volume's system folder force_delete still replaces the file.
   const std::string kept = root.read(kConfig);
   root.write("/tmp/victim", "victim\n");
   const std::vector<std::string> targets = {"/share/VOL1/" + climb(root, 2) + outside.dir().substr(1) + "/victim",
       "/share/VOL1/lnk/victim", "/share/VOL1/./Public/a.txt", "/tmp/victim", "/share/victim",
-      "/share/VOL1/Public/a.txt/"};
+      "/share/VOL1/Public/a.txt/", "/share/VOL1/Public/.links/x.db", "/share/VOL1/Public/.@x/x.db",
+      "/share/VOL1/plain/x.db"};
+  for (const char* folder : {"/share/VOL1/Public/.links", "/share/VOL1/Public/.@x", "/share/VOL1/plain"}) root.mkdirs(folder);
   for (const std::string& t : targets) {
     EXPECT_EQ(reply(20), relocate("force_delete=1&share_link_db=" + t)) << t;
   }
   EXPECT_EQ(kept, root.read(kConfig)); EXPECT_EQ("victim\n", outside.read("/victim"));
   EXPECT_EQ("victim\n", root.read("/tmp/victim")); EXPECT_EQ("inside\n", root.read("/share/VOL1/Public/a.txt"));
-  root.write("/share/VOL1/.db/old.db", "not a store");
-  EXPECT_EQ(reply(1), relocate("force_delete=1&share_link_db=/share/VOL1/.db/old.db"));
-  EXPECT_NE("not a store", root.read("/share/VOL1/.db/old.db"));
+  root.write("/share/VOL1/.@db/old.db", "not a store");
+  EXPECT_EQ(reply(1), relocate("force_delete=1&share_link_db=/share/VOL1/.@db/old.db"));
+  EXPECT_NE("not a store", root.read("/share/VOL1/.@db/old.db"));
   // sharelinkctl relocate does not move the store onto a volume through a link.
   const std::string linked = "[Storage]\nDefault Volume = /share/VOL1/lnk\n[Depot]\nShare_Link_Db = /etc/config/o.db\n";
   root.write(kConfig, linked); EXPECT_NE(0, run_program(ctl_binary(), {"relocate"}, root).status);
@@ -323,12 +326,12 @@ TEST_F(Cgi, WithoutTheSecretNoTokenAndNoChange) {
   root.mkdirs("/etc/config/share_link_secret"), root.mkdirs("/etc/config/share_link_secret.new/x");
   const std::string unavailable = "Status: 503 Service Unavailable\r\nRetry-After: 60\r\n" + reply(19);
   EXPECT_EQ(unavailable, cgi("func=form_token"));
-  const std::string body = "func=set_share_link_db&share_link_db=/share/VOL1/.db/n.db&form_token=" +
+  const std::string body = "func=set_share_link_db&share_link_db=/share/VOL1/.@db/n.db&form_token=" +
                            std::string(64, 'a');
   EXPECT_EQ(unavailable, run_program(cgi_binary(), {}, root, {{"QUERY_STRING", ""}, {"REQUEST_METHOD", "POST"},
       {"REMOTE_USER", "admin"}, {"CONTENT_TYPE", "application/x-www-form-urlencoded"},
       {"CONTENT_LENGTH", std::to_string(body.size())}}, body).out);
-  EXPECT_EQ(before, root.read(kConfig)); EXPECT_FALSE(root.exists("/share/VOL1/.db/n.db"));
+  EXPECT_EQ(before, root.read(kConfig)); EXPECT_FALSE(root.exists("/share/VOL1/.@db/n.db"));
   const std::string log = root.read("/tmp/parceldeck.log");
   EXPECT_NE(std::string::npos, log.find("appliance secret")) << log;
 }

@@ -37,14 +37,18 @@ TEST_F(StoreTest, TriggerLimits) {
             store_rows(root, "SELECT pkey FROM SHARELINK_EVENT WHERE pkey IN ('key00000', 'key00001', "
                              "'newest') ORDER BY pkey"));
 }
-// A store is initialised without the marker lock; without the flock lock nothing is done.
+// A store is initialised without the marker lock; without the flock lock nothing is done, and says why.
 TEST_F(StoreTest, Startup) {
   make_store(root); insert_links(root, {{"k1"}});
   EXPECT_EQ((Ints{0, 1}), (Ints{sf_startup(), sf_event_count()}));
   EXPECT_EQ("1", store_value(root, "SELECT COUNT(*) FROM sqlite_master WHERE type = 'trigger'"));
   EXPECT_FALSE(root.exists("/tmp/kdx_shareLink.lock"));
-  os.flock = [](int, int) { return errno = EWOULDBLOCK, -1; }; root.remove(kDb); EXPECT_EQ(0, sf_startup());
+  os.flock = [](int, int) { return errno = EWOULDBLOCK, -1; }; root.remove(kDb); EXPECT_EQ(4, sf_startup());
   EXPECT_FALSE(root.exists(kDb));
+  os_reset(); os.open = [](const char* p, int f, mode_t m) { return errno = EROFS, -1; };
+  EXPECT_EQ(kSfStartupNotLocked, sf_startup());
+  EXPECT_STREQ("the lock /tmp/kdx_shareLink_flock.lock could not be taken: Read-only file system",
+               sf_startup_problem());
 }
 // A broken store becomes .1; young generations move up, those past 30 days or 10 are removed.
 TEST_F(StoreTest, StartupRotatesABrokenStore) {

@@ -137,7 +137,7 @@ class WebLib : public ::testing::Test {
       : env_{{{"SHARELINK_ROOT", root_.dir()}, {"REMOTE_USER", kUnset}, {"HTTP_RANGE", kUnset},
               {"IF_MODIFIED_SINCE", kUnset}, {"HTTP_USER_AGENT", "Mozilla/5.0 (X11; Linux x86_64)"}}} {
     os.time = fixed_time;
-    root_.mkdirs("/share/VOL1/db"); put("/share/P/a.txt", "0123456789");
+    root_.mkdirs("/share/VOL1/.@db"); put("/share/P/a.txt", "0123456789");
   }
   ~WebLib() override { os_reset(); }
   void put(const std::string& ap, const std::string& text) { root_.write(ap, text); root_.set_mtime(ap, 1000000000); }
@@ -208,11 +208,11 @@ TEST_F(WebLib, JsonEnvelopesKeepTheirMemberOrder) {
 TEST_F(WebLib, RelocationTablesPermissionsAndVolume) {
   root_.write("/share/VOL1/file", "x");
   const struct { const char* user; std::string query; int status, result; } cases[] = {
-      {"bob", "share_link_db=/share/VOL1/db/a.db", 4, -1}, {kUnset, "force_delete=1", 20, 0},
+      {"bob", "share_link_db=/share/VOL1/.@db/a.db", 4, -1}, {kUnset, "force_delete=1", 20, 0},
       {kUnset, "share_link_db=", 20, 0}, {kUnset, "share_link_db=/share/NOPE/a.db", 20, -1},
       {kUnset, "share_link_db=/share/VOL1/file/a.db", 20, -1}, {kUnset, "share_link_db=relative/a.db", 20, -1},
-      {kUnset, "share_link_db=/share/VOL1/db/a%0A[Evil]%0Ak=v", 20, -1},
-      {kUnset, "share_link_db=/share/VOL1/db/" + std::string(250, 'x'), 35, -1},  // beyond the 256-byte buffer
+      {kUnset, "share_link_db=/share/VOL1/.@db/a%0A[Evil]%0Ak=v", 20, -1},
+      {kUnset, "share_link_db=/share/VOL1/.@db/" + std::string(250, 'x'), 35, -1},  // beyond the 256-byte buffer
   };
   for (const auto& c : cases) {
     ScopedEnv user{{{"REMOTE_USER", c.user}}};
@@ -221,33 +221,33 @@ TEST_F(WebLib, RelocationTablesPermissionsAndVolume) {
   EXPECT_FALSE(root_.exists(kConfig));
   // A new path gets all four tables; a valid store keeps its rows even with force_delete; a file that is no
   // store gets 19 with the configuration already pointing at it; force_delete is a number ("01" replaces).
-  ASSERT_EQ(std::make_pair(reply(1), 0), handle("share_link_db=/share/VOL1/db/s.db"));
-  EXPECT_EQ(Pair("/share/VOL1/db/s.db", "4"), store());
+  ASSERT_EQ(std::make_pair(reply(1), 0), handle("share_link_db=/share/VOL1/.@db/s.db"));
+  EXPECT_EQ(Pair("/share/VOL1/.@db/s.db", "4"), store());
   store_exec(root_, "INSERT INTO SHARELINK_EVENT(pkey) VALUES('k1');");
-  EXPECT_EQ(reply(1), handle("share_link_db=/share/VOL1/db/s.db&force_delete=yes").first);
-  EXPECT_NE(std::string::npos, root_.read("/share/VOL1/db/s.db").find("k1"));
-  root_.write("/share/VOL1/db/text.db", "not a database at all, just some text that is long enough");
-  EXPECT_EQ(std::make_pair(reply(19), 0), handle("share_link_db=/share/VOL1/db/text.db&force_delete=1x"));
-  EXPECT_EQ(Pair("/share/VOL1/db/text.db", "not a store"), store());
-  EXPECT_EQ(reply(1), handle("share_link_db=/share/VOL1/db/text.db&force_delete=01").first);
-  EXPECT_EQ(Pair("/share/VOL1/db/text.db", "4"), store());
+  EXPECT_EQ(reply(1), handle("share_link_db=/share/VOL1/.@db/s.db&force_delete=yes").first);
+  EXPECT_NE(std::string::npos, root_.read("/share/VOL1/.@db/s.db").find("k1"));
+  root_.write("/share/VOL1/.@db/text.db", "not a database at all, just some text that is long enough");
+  EXPECT_EQ(std::make_pair(reply(19), 0), handle("share_link_db=/share/VOL1/.@db/text.db&force_delete=1x"));
+  EXPECT_EQ(Pair("/share/VOL1/.@db/text.db", "not a store"), store());
+  EXPECT_EQ(reply(1), handle("share_link_db=/share/VOL1/.@db/text.db&force_delete=01").first);
+  EXPECT_EQ(Pair("/share/VOL1/.@db/text.db", "4"), store());
   os.rename = [](const char*, const char*) { return errno = EIO, -1; };
-  EXPECT_EQ(std::make_pair(reply(19), -1), handle("share_link_db=/share/VOL1/db/new.db"));  // reported, no store
-  os_reset(); EXPECT_EQ(Pair("/share/VOL1/db/text.db", "4"), store());
-  EXPECT_FALSE(root_.exists("/share/VOL1/db/new.db"));
+  EXPECT_EQ(std::make_pair(reply(19), -1), handle("share_link_db=/share/VOL1/.@db/new.db"));  // reported, no store
+  os_reset(); EXPECT_EQ(Pair("/share/VOL1/.@db/text.db", "4"), store());
+  EXPECT_FALSE(root_.exists("/share/VOL1/.@db/new.db"));
   root_.remove(kConfig); profile_cache_clear();
   EXPECT_EQ(0, sf_fix_db_permissions());  // nothing configured
-  root_.write(kConfig, "[Depot]\nShare_Link_Db = /share/VOL1/db/p.db\n");
+  root_.write(kConfig, "[Depot]\nShare_Link_Db = /share/VOL1/.@db/p.db\n");
   EXPECT_EQ(0, sf_fix_db_permissions());  // no such file
-  root_.write(kConfig, "[Depot]\nShare_Link_Db = /share/VOL1/db\n"); profile_cache_clear();
+  root_.write(kConfig, "[Depot]\nShare_Link_Db = /share/VOL1/.@db\n"); profile_cache_clear();
   EXPECT_LT(sf_create_all_tables(), 0);  // a folder cannot be opened as the store
-  root_.write(kConfig, "[Depot]\nShare_Link_Db = /share/VOL1/db/p.db\n"); profile_cache_clear();
-  EXPECT_EQ(0, sf_create_all_tables()); EXPECT_EQ(Pair("/share/VOL1/db/p.db", "4"), store());
-  chmod(root_.path("/share/VOL1/db/p.db").c_str(), 0640); chmod(root_.path("/share/VOL1/db").c_str(), 0750);
+  root_.write(kConfig, "[Depot]\nShare_Link_Db = /share/VOL1/.@db/p.db\n"); profile_cache_clear();
+  EXPECT_EQ(0, sf_create_all_tables()); EXPECT_EQ(Pair("/share/VOL1/.@db/p.db", "4"), store());
+  chmod(root_.path("/share/VOL1/.@db/p.db").c_str(), 0640); chmod(root_.path("/share/VOL1/.@db").c_str(), 0750);
   EXPECT_EQ(1, sf_fix_db_permissions());
-  EXPECT_EQ(std::make_pair(0777u, 0777u), std::make_pair(mode_of("/share/VOL1/db"), mode_of("/share/VOL1/db/p.db")));
-  chmod(root_.path("/share/VOL1/db/p.db").c_str(), 01666);  // already writable by others: kept
-  EXPECT_EQ(1, sf_fix_db_permissions()); EXPECT_EQ(01666u, mode_of("/share/VOL1/db/p.db"));
+  EXPECT_EQ(std::make_pair(0777u, 0777u), std::make_pair(mode_of("/share/VOL1/.@db"), mode_of("/share/VOL1/.@db/p.db")));
+  chmod(root_.path("/share/VOL1/.@db/p.db").c_str(), 01666);  // already writable by others: kept
+  EXPECT_EQ(1, sf_fix_db_permissions()); EXPECT_EQ(01666u, mode_of("/share/VOL1/.@db/p.db"));
 
   EXPECT_EQ(0, sf_set_db_volume(nullptr) + sf_set_db_volume("/"));
   root_.script("/bin/mkdir", "[ \"$1\" = -p ] || exit 2\nexec mkdir -p \"$SHARELINK_ROOT$2\"\n");
