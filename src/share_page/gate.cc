@@ -1,7 +1,6 @@
 #include "share_page/gate.h"
 
 #include <fcntl.h>
-#include <sqlite3.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -22,6 +21,7 @@
 #include "share_page/bots.h"
 #include "share_page/cookie.h"
 #include "share_page/page.h"
+#include "sharelink_db/link_lookup.h"
 #include "sharelink_db/store.h"
 #include "weblib/same_site.h"
 
@@ -37,57 +37,13 @@ const char kUnavailable[] =
 
 // ---- the link ----
 
-std::string column_text(sqlite3_stmt* s, int i) {
-  const unsigned char* t = sqlite3_column_text(s, i);
-  return t != nullptr ? reinterpret_cast<const char*>(t) : "";
-}
-
 LinkLookup from_store(const std::string& ssid, SharedLink* link) {
-  char path[256];
-  sf_get_db_path(path, sizeof path);
-  sqlite3* db = nullptr;
-  if (sqlite3_open_v2(rooted_path(path).c_str(), &db, SQLITE_OPEN_READONLY, nullptr) != SQLITE_OK) {
-    sqlite3_close(db);
-    if (!fs_exists(path)) return LinkLookup::kMissing;
-    APP_LOG("share.cgi: the store %s cannot be opened\n", path);
-    return LinkLookup::kFailed;
+  LinkLookup r = sf_lookup_link(ssid, link);
+  if (r == LinkLookup::kUnreadable) {
+    char path[256];
+    sf_get_db_path(path, sizeof path);
+    APP_LOG("share.cgi: the store %s cannot be read\n", path);
   }
-  sqlite3_busy_timeout(db, 10000);
-  sqlite3_stmt* s = nullptr;
-  LinkLookup r = LinkLookup::kFailed;
-  if (sqlite3_prepare_v2(db,
-                         "SELECT sharefile, creator, expire, accesscode, download_count,"
-                         " download_limit FROM SHARELINK_EVENT WHERE pkey = ? LIMIT 1",
-                         -1, &s, nullptr) == SQLITE_OK) {
-    sqlite3_bind_text(s, 1, ssid.c_str(), static_cast<int>(ssid.size()), SQLITE_TRANSIENT);
-    int rc = sqlite3_step(s);
-    if (rc == SQLITE_ROW) {
-      link->pkey = ssid;
-      link->sharefile = column_text(s, 0);
-      link->creator = column_text(s, 1);
-      link->expire = sqlite3_column_int64(s, 2);
-      link->accesscode = column_text(s, 3);
-      link->download_count = sqlite3_column_int(s, 4);
-      link->download_limit = sqlite3_column_int(s, 5);
-      r = LinkLookup::kFound;
-    } else if (rc == SQLITE_DONE) {
-      r = LinkLookup::kMissing;
-    }
-  }
-  sqlite3_finalize(s);
-  if (r == LinkLookup::kFound &&
-      sqlite3_prepare_v2(db, "SELECT fid, sharefile FROM SHARELINK_FID WHERE pkey = ?", -1, &s,
-                         nullptr) == SQLITE_OK) {
-    sqlite3_bind_text(s, 1, ssid.c_str(), static_cast<int>(ssid.size()), SQLITE_TRANSIENT);
-    int rc;
-    while ((rc = sqlite3_step(s)) == SQLITE_ROW) {
-      link->fids.emplace_back(column_text(s, 0), column_text(s, 1));
-    }
-    if (rc != SQLITE_DONE) r = LinkLookup::kFailed;
-    sqlite3_finalize(s);
-  }
-  sqlite3_close(db);
-  if (r == LinkLookup::kFailed) APP_LOG("share.cgi: the store %s cannot be read\n", path);
   return r;
 }
 
@@ -422,10 +378,10 @@ Verdict share_unavailable() {
 }
 
 LinkLookup find_shared_link(const std::string& ssid, SharedLink* link) {
-  if (ssid.empty()) return LinkLookup::kMissing;
+  if (ssid.empty()) return LinkLookup::kNoSuchKey;
   LinkLookup r = from_store(ssid, link);
-  if (r != LinkLookup::kMissing) return r;
-  return from_registry(ssid, link) ? LinkLookup::kFound : LinkLookup::kMissing;
+  if (r != LinkLookup::kNoSuchKey) return r;
+  return from_registry(ssid, link) ? LinkLookup::kFound : LinkLookup::kNoSuchKey;
 }
 
 StoreFolder store_folder() {
@@ -469,8 +425,8 @@ Verdict share_gate(const ShareRequest& req, AccessDb* access) {
   v.ua_hash = sha256_hex(req.ua).substr(0, 16);
   v.visitor = "a:" + sha256_hex(req.client + "\n" + req.ua);
   switch (find_shared_link(req.ssid, &v.link)) {
-    case LinkLookup::kFailed: return unavailable();
-    case LinkLookup::kMissing: return unknown_link(req, access);
+    case LinkLookup::kUnreadable: return unavailable();
+    case LinkLookup::kNoSuchKey: return unknown_link(req, access);
     case LinkLookup::kFound: break;
   }
   if (expired(v.link.expire, req.now)) {

@@ -28,23 +28,16 @@
 #include "share_page/access_db.h"
 #include "share_page/file_send.h"
 #include "share_page/request.h"
+#include "sharelink_db/link_lookup.h"
 
-struct SharedLink {
-  std::string pkey;
-  std::string sharefile;  // display path (store) or real path (registry)
-  std::string creator;
-  long long expire = 0;   // 0: never
-  std::string accesscode; // "" when the link has none
-  int download_count = 0;
-  int download_limit = 0; // 0 or less: none
+// A link as the gate sees it: a store row, or a registry line (no code, no
+// limit, no files).
+struct SharedLink : LinkRow {
   bool from_registry = false;
-  std::vector<std::pair<std::string, std::string>> fids;  // fid, display path
 };
 
-enum class LinkLookup { kFound, kMissing, kFailed };
-
 // The link by key: the store first; the registry only when the store answers
-// that it has no such key. kFailed when the store cannot be read.
+// that it has no such key. kUnreadable when the store cannot be read.
 LinkLookup find_shared_link(const std::string& ssid, SharedLink* link);
 
 // What the gate opened.

@@ -18,6 +18,7 @@
 #include "share_page/page.h"
 #include "share_page/request.h"
 #include "share_page/zip_answer.h"
+#include "sharelink_db/store_use_lock.h"
 
 namespace {
 
@@ -160,13 +161,19 @@ Reply file_page(const ShareRequest& req, const Verdict& v) {
   return r;
 }
 
-// One archive: counted when it starts, every time.
-int zip_download(const ShareRequest& req, const Verdict& v, AccessDb* access) {
+// One archive: counted when it starts, every time; the store may move once
+// the count is in.
+int zip_download(const ShareRequest& req, const Verdict& v, AccessDb* access,
+                 StoreUseLock* use) {
   return send_zip(v, req.head, [&]() {
-    if (v.link.from_registry) return CountOutcome::kCounted;
-    CountedVisit visit{req.now, v.link.pkey, v.visitor, share_item(req), req.client, v.ua_hash,
-                       "download:zip"};
-    return access->count_download(visit);
+    CountOutcome r = CountOutcome::kCounted;
+    if (!v.link.from_registry) {
+      CountedVisit visit{req.now, v.link.pkey, v.visitor, share_item(req), req.client, v.ua_hash,
+                         "download:zip"};
+      r = access->count_download(visit);
+    }
+    use->release();
+    return r;
   }, access);
 }
 
@@ -184,20 +191,25 @@ int file_download(const ShareRequest& req, const Verdict& v) {
 int share_cgi_main() {
   access_db_one_request();
   const ShareRequest req = read_share_request();
+  // Held from reading the store's path until the request's records are
+  // written: a relocation waits, and no count lands in a file it moved.
+  StoreUseLock use(StoreUseLock::kShared);
   AccessDb access;
-  Verdict v = share_gate(req, &access);
+  Verdict v = use.held() ? share_gate(req, &access) : share_unavailable();
   // An answer whose audit row cannot be written is not given.
   if (!v.event.empty() &&
       !access.audit(req.now, req.ssid, share_item(req), req.client, v.ua_hash, v.event)) {
     v = share_unavailable();
   }
+  if (v.kind == AnswerKind::kZip) return zip_download(req, v, &access, &use);
+  use.release();
   switch (v.kind) {
     case AnswerKind::kPage:
     case AnswerKind::kRedirect: send_page(verdict_page(req, v), req.head); return 0;
     case AnswerKind::kFolderPage: send_page(folder_page(req, v), req.head); return 0;
     case AnswerKind::kFilePage: send_page(file_page(req, v), req.head); return 0;
-    case AnswerKind::kZip: return zip_download(req, v, &access);
     case AnswerKind::kFile: return file_download(req, v);
+    case AnswerKind::kZip: break;
   }
   return 0;
 }

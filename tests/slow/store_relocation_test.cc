@@ -9,6 +9,7 @@
 #include "sharelink_db/store_use_lock.h"
 #include "support/appliance.h"
 #include "support/store_fixture.h"
+#include "support/zip_share.h"
 
 namespace {
 constexpr int kWorkers = 16, kCounts = 60;
@@ -52,3 +53,59 @@ TEST(SlowStoreRelocation, CountsDuringACrossVolumeMoveAllLandInTheMovedStore) {
   EXPECT_FALSE(root.exists("/mnt/ext/share_link.db"));  // none of them made a store at the old place
 }
 }  // namespace
+
+// The same through share.cgi behind lighttpd: 16 clients download while the
+// operator relocates the store across volumes. Every served download is
+// counted in the moved store, none is refused, and the secret, the access
+// file and its audit trail arrive with it (so a cookie made before still opens).
+TEST(SlowStoreRelocation, SixteenDownloadersWhileTheStoreMoves) {
+  ApplianceRoot root;
+  zip_prepare_root(root);
+  root.script("/bin/mkdir", "exec mkdir -p \"$SHARELINK_ROOT$2\"\n");
+  root.script("/bin/mv", "cp \"$SHARELINK_ROOT$2\" \"$SHARELINK_ROOT$3\" && sleep 0.3 && rm -f \"$SHARELINK_ROOT$2\"\n");
+  root.mkdirs("/share/Vol1"), root.mkdirs("/mnt/ext");
+  ASSERT_EQ(0, rename(store_file(root).c_str(), root.path("/mnt/ext/share_link.db").c_str()));
+  root.write("/etc/config/Korvix.conf", "[Depot]\nShare_Link_Db = /mnt/ext/share_link.db\n[Storage]\nDefault Volume = /share/Vol1\n");
+  root.write(std::string(kZipPublic) + "/f.txt", "payload");
+  ASSERT_EQ(0, share_add(root, {"k", "/Public/f.txt"}));
+  ASSERT_EQ(0, share_add(root, {"c", "/Public/f.txt", "--accesscode", "pw"}));
+  auto server = zip_server(root, false);
+  ASSERT_TRUE(server->running());
+  const std::string page = zip_fetch(root, server->url("/share.cgi?ssid=c")).body, mark = "name=\"form_token\" value=\"";
+  const std::string token = page.substr(page.find(mark) + mark.size(), 64);
+  Download in = zip_fetch(root, server->url("/share.cgi?ssid=c"), "", {"--data", "form_token=" + token + "&code=pw"});
+  const std::string cookie = in.header("set-cookie").substr(0, in.header("set-cookie").find(';'));
+  ASSERT_EQ(303, in.status);
+  std::vector<std::string> args = {"-s", "--parallel", "--parallel-immediate", "--parallel-max", "16"};
+  for (int i = 0; i < 16 * 25; ++i) {
+    if (i > 0) args.push_back("--next");
+    args.insert(args.end(), {"-A", "client-" + std::to_string(i), "-o", "/dev/null", "-w", "%{http_code}\n",
+                             server->url("/share.cgi?ssid=k&dl=1")});
+  }
+  pid_t mover = fork();
+  if (mover == 0) {
+    usleep(300 * 1000);
+    _exit(run_program(ctl_binary(), {"relocate"}, root).status);
+  }
+  const std::string out = run_program(find_program("curl"), args, root).out;
+  int status = -1;
+  waitpid(mover, &status, 0);
+  ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+  int ok = 0, other = 0;
+  for (size_t at = 0, nl; (nl = out.find('\n', at)) != std::string::npos; at = nl + 1) {
+    (out.compare(at, 3, "200") == 0 ? ok : other)++;
+  }
+  EXPECT_EQ(400, ok); EXPECT_EQ(0, other);
+  const std::string moved = "/share/Vol1/.@kdx/share_link_db/";
+  EXPECT_TRUE(root.exists(moved + "share_link.db") && root.exists(moved + "share_link_access.db") &&
+              root.exists(moved + "share_link_secret"));
+  for (const char* gone : {"share_link.db", "share_link_access.db", "share_link_secret"}) {
+    EXPECT_FALSE(root.exists(std::string("/mnt/ext/") + gone)) << gone;
+  }
+  EXPECT_EQ("400", store_value(root, "SELECT download_count FROM SHARELINK_EVENT WHERE pkey = 'k'"));
+  EXPECT_EQ(200, zip_fetch(root, server->url("/share.cgi?ssid=c&dl=1"), "", {"-b", cookie}).status);
+  const std::string audit = run_program(ctl_binary(), {"audit", "k"}, root).out;
+  size_t downloads = 0;
+  for (size_t at = audit.find("\tdownload\n"); at != std::string::npos; at = audit.find("\tdownload\n", at + 1)) ++downloads;
+  EXPECT_EQ(400u, downloads);
+}
