@@ -49,12 +49,13 @@ ssize_t real_getrandom(void* buf, size_t len, unsigned flags) {
 ssize_t real_sendfile(int out, int in, off_t* offset, size_t count) {
   return ::sendfile(out, in, offset, count);
 }
+int real_poll(struct pollfd* fds, nfds_t n, int timeout_ms) { return ::poll(fds, n, timeout_ms); }
 
 constexpr OsCalls kDefaults = {
     real_open,  real_read,   real_write,  real_fsync,  real_close,  real_rename,
     real_unlink, real_stat,  real_lstat,  real_flock,  real_fopen,  real_fwrite,
     real_ferror, real_fclose, real_spawn, real_waitpid, real_time,  real_usleep,
-    real_openat, real_openat2, real_getrandom, real_sendfile,
+    real_openat, real_openat2, real_getrandom, real_sendfile, real_poll,
 };
 
 }  // namespace

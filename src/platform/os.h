@@ -13,6 +13,7 @@
 #ifndef SLT_PLATFORM_OS_H_
 #define SLT_PLATFORM_OS_H_
 
+#include <poll.h>
 #include <spawn.h>
 #include <sys/stat.h>
 #include <sys/types.h>
@@ -47,6 +48,9 @@ struct OsCalls {
   ssize_t (*getrandom)(void* buf, size_t len, unsigned flags);
   // Copies count bytes of in_fd from *offset to out_fd inside the kernel.
   ssize_t (*sendfile)(int out_fd, int in_fd, off_t* offset, size_t count);
+  // Waits up to timeout_ms (-1: no limit) for one of the events; 0 when the
+  // time passed.
+  int (*poll)(struct pollfd* fds, nfds_t n, int timeout_ms);
 };
 
 extern OsCalls os;

@@ -160,7 +160,7 @@ int zip_download(const Visit& v, const GateResult& g) {
         audit(v, "download:zip");
         return true;
       },
-      v.access);
+      v.access, v.client);
 }
 
 Reply folder_page(const Visit& v, const GateResult& g) {
