@@ -356,13 +356,13 @@ bool FdSink::check_spliced(bool all) {
     }
     if (!all || spliced_.empty()) return true;
     if (fs_pipe_reader_gone(fd_)) return false;
-    idle_us = taken != last_taken ? 0 : idle_us + pause;
-    last_taken = taken;
+    if (taken != last_taken) idle_us = 0, last_taken = taken;
     if (stall_ms_ > 0 && idle_us >= static_cast<uint64_t>(stall_ms_) * 1000) {
       stalled_ = true;
       return false;
     }
     os.usleep(pause);
+    idle_us += pause;
     if (pause < 50000) pause *= 2;
   }
   return true;
