@@ -1,15 +1,18 @@
 // The zip planner and writer: entry lists from the input, with sizes around
 // the 4 GiB bound (counts around 65,535 take too long per input here; the
-// slow test's 70,000-file archive covers them with three readers). The streamed length must equal
-// the planned one, and the archive must parse back: end records (ZIP64 ones
-// exactly when needed), every central entry pointing at its local header,
-// names, sizes and data descriptors agreeing. File bytes are not produced:
-// the source reports each entry's data as a gap of its size.
+// slow test's 70,000-file archive covers them with three readers), planned
+// with name blocks of 8 to 71 bytes so that a few entries cross several
+// block ends; every name must read back as added. The streamed length must
+// equal the planned one, and the archive must parse back: end records (ZIP64
+// ones exactly when needed), every central entry pointing at its local
+// header, names, sizes and data descriptors agreeing. File bytes are not
+// produced: the source reports each entry's data as a gap of its size.
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <map>
 #include <string>
+#include <vector>
 
 #include "zipstream/zipstream.h"
 
@@ -133,7 +136,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   static const uint64_t kSizes[] = {0, 1, 0xFFFE, 0xFFFF, 0x10000, k4G - 1, k4G, k4G + 1,
                                     1ull << 32, 5ull << 30, 1ull << 40, 12345};
   if (size < 2) return 0;
-  ZipPlan plan;
+  const uint32_t block = 8 + data[0] % 64;
+  ZipPlan plan(block);
+  std::vector<std::string> added;
   size_t pos = 2;
   // Entries: [kind/size byte][name length][name bytes].
   while (pos + 2 <= size) {
@@ -146,7 +151,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const bool dir = kind & 0x80;
     if (dir) name += "/";
     uint64_t sz = kSizes[(kind & 0x7F) % (sizeof kSizes / sizeof kSizes[0])];
-    plan.add(name.data(), name.size(), dir, sz, static_cast<time_t>(kind) * 86400 * 400);
+    if (plan.add(name.data(), name.size(), dir, sz, static_cast<time_t>(kind) * 86400 * 400)) {
+      CHECK(name.size() <= block);
+      added.push_back(name);
+    }
+  }
+  CHECK(plan.count() == added.size());
+  for (size_t i = 0; i < plan.count(); ++i) {
+    CHECK(std::string(plan.name(i), plan.entry(i).name_len) == added[i]);
   }
   const size_t fail_at = data[1] < 16 ? data[1] : static_cast<size_t>(-1);
   const uint64_t planned = plan.total_size();

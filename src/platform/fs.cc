@@ -93,6 +93,11 @@ int fs_sync_parent_dir(const char* path) {
 
 void fs_widen_pipe(int fd, int bytes) { fcntl(fd, F_SETPIPE_SZ, bytes); }
 
+bool fs_set_nonblocking(int fd) {
+  const int flags = fcntl(fd, F_GETFL);
+  return flags >= 0 && fcntl(fd, F_SETFL, flags | O_NONBLOCK) == 0;
+}
+
 FsSend fs_send_file(int out, int in, uint64_t from, uint64_t len, uint64_t* sent) {
   *sent = 0;
   while (*sent < len) {

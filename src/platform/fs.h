@@ -45,6 +45,10 @@ int fs_sync_parent_dir(const char* path);
 // between the writer and the reader per MiB. A hint; nothing changes on failure.
 void fs_widen_pipe(int fd, int bytes);
 
+// Makes writes to fd that would wait fail with EAGAIN instead (O_NONBLOCK).
+// False when the flag could not be set.
+bool fs_set_nonblocking(int fd);
+
 // Sends `len` bytes of the file `in` from offset `from` to `out` inside the
 // kernel (sendfile), in pieces of at most 1 MiB, again after EINTR. *sent
 // holds the bytes sent in every case. kRefused: the kernel takes no such

@@ -165,7 +165,7 @@ Reply file_page(const ShareRequest& req, const Verdict& v) {
 // the count is in.
 int zip_download(const ShareRequest& req, const Verdict& v, AccessDb* access,
                  StoreUseLock* use) {
-  return send_zip(v, req.head, [&]() {
+  return send_zip(v, req.head, req.client, [&]() {
     CountOutcome r = CountOutcome::kCounted;
     if (!v.link.from_registry) {
       CountedVisit visit{req.now, v.link.pkey, v.visitor, share_item(req), req.client, v.ua_hash,

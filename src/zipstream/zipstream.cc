@@ -1,5 +1,6 @@
 #include "zipstream/zipstream.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <string>
@@ -119,11 +120,14 @@ bool ZipPlan::add(const char* name, size_t len, bool dir, uint64_t size, time_t 
     }
     start = end + 1;
   }
+  // The name goes after the last one when it fits there, else at the start
+  // of a new block (also when the last block is exactly full).
   uint32_t off = names_end_;
-  if (blocks_.empty() || off % kBlock + len > kBlock) {
-    if (blocks_.size() >= kMax32 / kBlock - 1) return false;
-    off = static_cast<uint32_t>(blocks_.size()) * kBlock;
-    blocks_.emplace_back(new char[kBlock]);
+  const uint64_t room = static_cast<uint64_t>(blocks_.size()) * block_ - off;
+  if (len > room) {
+    if (len > block_ || (blocks_.size() + 1) * static_cast<uint64_t>(block_) > kMax32) return false;
+    off = static_cast<uint32_t>(blocks_.size() * block_);
+    blocks_.emplace_back(new char[block_]);
   }
   Entry e{};
   e.size = dir ? 0 : size;
@@ -131,10 +135,21 @@ bool ZipPlan::add(const char* name, size_t len, bool dir, uint64_t size, time_t 
   e.name_len = static_cast<uint16_t>(len);
   e.dir = dir ? 1 : 0;
   e.dos_time = dos_time(mtime);
-  memcpy(blocks_.back().get() + off % kBlock, name, len);
+  memcpy(blocks_[off / block_].get() + off % block_, name, len);
   names_end_ = off + static_cast<uint32_t>(len);
   entries_.push_back(e);
   return true;
+}
+
+void ZipPlan::sort_tail(size_t from, size_t common) {
+  std::sort(entries_.begin() + static_cast<std::ptrdiff_t>(from), entries_.end(),
+            [this, common](const Entry& a, const Entry& b) {
+              const char* pa = blocks_[a.name_off / block_].get() + a.name_off % block_ + common;
+              const char* pb = blocks_[b.name_off / block_].get() + b.name_off % block_ + common;
+              const size_t la = a.name_len - common, lb = b.name_len - common;
+              const int c = memcmp(pa, pb, la < lb ? la : lb);
+              return c != 0 ? c < 0 : la < lb;
+            });
 }
 
 uint64_t ZipPlan::content_size() const {
@@ -265,7 +280,12 @@ bool zip_stream(ZipPlan* plan, ZipSource* source, ZipSink* sink) {
   return r.send(sink);
 }
 
-FdSink::FdSink(int fd) : fd_(fd), pipe_(fs_is_pipe(fd)), buf_(64 * 1024) {}
+FdSink::FdSink(int fd, int stall_ms)
+    : fd_(fd), pipe_(fs_is_pipe(fd)), stall_ms_(stall_ms), buf_(64 * 1024) {
+  // A blocking write waits for as long as the reader does; this one waits
+  // in poll, which gives up.
+  if (stall_ms_ > 0 && !fs_set_nonblocking(fd_)) stall_ms_ = 0;
+}
 
 FdSink::~FdSink() {
   flush();
@@ -278,16 +298,38 @@ bool same_file_state(const struct stat& a, const struct stat& b) {
          a.st_ctim.tv_sec == b.st_ctim.tv_sec && a.st_ctim.tv_nsec == b.st_ctim.tv_nsec;
 }
 
+bool FdSink::wait_writable() {
+  for (;;) {
+    struct pollfd p = {fd_, POLLOUT, 0};
+    const int n = os.poll(&p, 1, stall_ms_ > 0 ? stall_ms_ : -1);
+    if (n < 0 && errno == EINTR) continue;
+    if (n == 0) stalled_ = true;
+    return n > 0 && (p.revents & (POLLERR | POLLHUP | POLLNVAL)) == 0;
+  }
+}
+
+FsSend FdSink::send_spliced(int fd, uint64_t size) {
+  uint64_t done = 0;
+  for (;;) {
+    uint64_t sent = 0;
+    const FsSend r = fs_send_file(fd_, fd, done, size - done, &sent);
+    done += sent;
+    written_ += sent;
+    if (r == FsSend::kFailed && errno == EAGAIN && wait_writable()) continue;
+    // Refused after bytes went out is a failure like any other.
+    return r == FsSend::kRefused && done > 0 ? FsSend::kFailed : r;
+  }
+}
+
 ZipSink::Splice FdSink::splice_file(int fd, uint64_t size, const struct stat& st) {
   if (!pipe_) return Splice::kCannot;
   if (!flush()) return Splice::kFailed;
   int keep = fs_dup(fd);
   if (keep < 0) return Splice::kCannot;
-  uint64_t sent = 0;
-  const FsSend r = fs_send_file(fd_, fd, 0, size, &sent);
-  written_ += sent;
+  const FsSend r = send_spliced(fd, size);
   if (r != FsSend::kDone) {  // refused: nothing sent; else shrank or the reader went away
     os.close(keep);
+    broken_ = r != FsSend::kRefused;
     return r == FsSend::kRefused ? Splice::kCannot : Splice::kFailed;
   }
   spliced_.push_back(Spliced{keep, written_, st});
@@ -296,6 +338,7 @@ ZipSink::Splice FdSink::splice_file(int fd, uint64_t size, const struct stat& st
 
 bool FdSink::check_spliced(bool all) {
   useconds_t pause = 1000;
+  uint64_t idle_us = 0, last_taken = 0;
   while (!spliced_.empty()) {
     const long unread = fs_pipe_unread(fd_);
     if (unread < 0) return false;
@@ -313,7 +356,13 @@ bool FdSink::check_spliced(bool all) {
     }
     if (!all || spliced_.empty()) return true;
     if (fs_pipe_reader_gone(fd_)) return false;
+    if (taken != last_taken) idle_us = 0, last_taken = taken;
+    if (stall_ms_ > 0 && idle_us >= static_cast<uint64_t>(stall_ms_) * 1000) {
+      stalled_ = true;
+      return false;
+    }
     os.usleep(pause);
+    idle_us += pause;
     if (pause < 50000) pause *= 2;
   }
   return true;
@@ -323,17 +372,18 @@ bool FdSink::settle() { return flush() && check_spliced(true); }
 
 bool FdSink::write_all(const void* data, size_t len) {
   const char* p = static_cast<const char*>(data);
-  while (len > 0) {
+  while (len > 0 && !broken_) {
     ssize_t n = os.write(fd_, p, len);
     if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) return false;
+    if (n < 0 && errno == EAGAIN && wait_writable()) continue;
+    if (n <= 0) break;
     p += n;
     len -= static_cast<size_t>(n);
     written_ += static_cast<uint64_t>(n);
   }
-  return true;
+  broken_ = broken_ || len > 0;
+  return !broken_;
 }
-
 bool FdSink::flush() {
   size_t n = used_;
   used_ = 0;

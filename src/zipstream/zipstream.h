@@ -17,12 +17,25 @@
 #include <cstdint>
 #include <ctime>
 #include <deque>
-#include <string>
+#include <functional>
 #include <memory>
+#include <set>
+#include <string>
+#include <utility>
 #include <vector>
+
+#include "platform/fs.h"
+#include "platform/fs_beneath.h"
 
 class ZipPlan {
  public:
+  // Names are kept in blocks of this many bytes.
+  static constexpr uint32_t kNameBlock = 128 * 1024;
+
+  // `name_block` bytes per name block (a name never spans two, so none can
+  // be longer); the fuzzer plans with small blocks to cross many.
+  explicit ZipPlan(uint32_t name_block = kNameBlock) : block_(name_block > 0 ? name_block : 1) {}
+
   struct Entry {
     uint64_t size;
     uint32_t name_off;
@@ -34,15 +47,19 @@ class ZipPlan {
   };
 
   // Adds an entry; a folder's name ends with "/". False when the name is
-  // empty, absolute, holds a ".." or empty component, or does not fit.
+  // empty, absolute, holds a "." , ".." or empty component, or does not fit
+  // (longer than a block, or the names would pass 4 GiB).
   bool add(const char* name, size_t len, bool dir, uint64_t size, time_t mtime);
   size_t count() const { return entries_.size(); }
   const Entry& entry(size_t i) const { return entries_[i]; }
   Entry& entry(size_t i) { return entries_[i]; }
   const char* name(size_t i) const {
     const uint32_t off = entries_[i].name_off;
-    return blocks_[off / kBlock].get() + off % kBlock;
+    return blocks_[off / block_].get() + off % block_;
   }
+  // Sorts entries [from, count()) by name, comparing after their first
+  // `common` bytes (a prefix they share).
+  void sort_tail(size_t from, size_t common);
   // Bytes of the whole archive.
   uint64_t total_size() const;
   // Bytes of the files' contents alone.
@@ -50,10 +67,10 @@ class ZipPlan {
 
  private:
   // Entries and names grow in blocks, never by copying: no doubled peak.
-  static constexpr uint32_t kBlock = 128 * 1024;
+  uint32_t block_;
   std::deque<Entry> entries_;
   std::vector<std::unique_ptr<char[]>> blocks_;
-  uint32_t names_end_ = 0;  // next free offset; a name never spans two blocks
+  uint32_t names_end_ = 0;  // just past the last name; blocks_.size() * block_ when full
 };
 
 // Where the archive goes.
@@ -111,13 +128,18 @@ bool zip_stream(ZipPlan* plan, ZipSource* source, ZipSink* sink);
 // until then the pipe holds the page cache's pages, not a copy.
 class FdSink : public ZipSink {
  public:
-  explicit FdSink(int fd);
+  // With `stall_ms` above 0 the descriptor is made non-blocking and a reader
+  // that takes nothing for that long ends the stream (every later write
+  // fails at once); 0 waits as long as the reader does.
+  explicit FdSink(int fd, int stall_ms = 0);
   ~FdSink() override;
   bool write(const void* data, size_t len) override;
   Splice splice_file(int fd, uint64_t size, const struct stat& st) override;
   bool settle() override;
   bool flush();
   uint64_t written() const { return written_; }
+  // True once the reader took nothing for the stall time.
+  bool stalled() const { return stalled_; }
 
  private:
   struct Spliced {
@@ -126,36 +148,83 @@ class FdSink : public ZipSink {
     struct stat st;
   };
   bool write_all(const void* data, size_t len);
+  // Waits until the descriptor takes bytes again; false when the reader went
+  // away or the stall time passed.
+  bool wait_writable();
+  // fs_send_file, waiting whenever the pipe is full.
+  FsSend send_spliced(int fd, uint64_t size);
   // Checks the spliced files whose bytes the reader has taken; with `all`,
-  // waits until it has taken them all. False when one changed or the reader
-  // went away.
+  // waits until it has taken them all. False when one changed, the reader
+  // went away or took nothing for the stall time.
   bool check_spliced(bool all);
   int fd_;
   bool pipe_;
+  int stall_ms_;
+  bool broken_ = false;  // a write failed: nothing more goes out
+  bool stalled_ = false;
   std::vector<unsigned char> buf_;
   size_t used_ = 0;
   uint64_t written_ = 0;
   std::deque<Spliced> spliced_;
 };
 
-// Plans the folder open at dirfd: every folder and regular file beneath it,
-// names relative to it; symbolic links and other files are skipped, empty
-// folders kept. Folders are read one at a time (each by a walk from dirfd
-// that follows no link). False when the folder cannot be read or the plan
-// would not fit.
-bool plan_folder(int dirfd, ZipPlan* plan);
+// Files and folders by device and inode.
+using FileIds = std::set<std::pair<dev_t, ino_t>>;
 
-// Sends the files of a folder plan, each opened beneath dirfd without
-// following any link and checked to be the planned regular file of the
-// planned size, before and after its bytes.
+// What a folder walk leaves out, and when it gives up.
+struct FolderWalk {
+  // Never archived nor entered (the store's folder and its companions,
+  // should they lie inside a share); hard links to them are the same inode.
+  FileIds excluded;
+  // Asked between folders and every few hundred entries; true ends the walk
+  // (the client has gone).
+  std::function<bool()> stop;
+  bool skips(const struct stat& st) const {
+    return excluded.count({st.st_dev, st.st_ino}) != 0;
+  }
+};
+
+// Folders nested deeper than this beneath the archived folder are not
+// walked: each level holds a descriptor while its subfolders are, and 128
+// levels of 255-byte names still fit an entry name's 65,535 bytes.
+constexpr int kMaxFolderDepth = 128;
+
+enum class PlanStatus {
+  kPlanned,
+  kFailed,   // the folder cannot be read, or the plan would not fit
+  kTooDeep,  // a folder lies more than kMaxFolderDepth levels down
+  kStopped,  // walk.stop() said so
+};
+
+// Plans the folder open at dirfd: every folder and regular file beneath it
+// whose name does not begin with "." and that the walk does not exclude,
+// names relative to it; symbolic links and other files are skipped, empty
+// folders kept. A folder's entries come sorted by name, then its subfolders'
+// contents in that order, each folder opened from its parent's descriptor
+// with O_NOFOLLOW (one open per folder, at most kMaxFolderDepth held). On
+// any status but kPlanned the plan is partial and not to be sent.
+PlanStatus plan_folder(int dirfd, ZipPlan* plan, const FolderWalk& walk = FolderWalk());
+
+// Sends the files of a folder plan in plan order, each opened from its
+// folder's descriptor without following any link and checked to be a
+// regular file the walk does not exclude, of the planned size before and
+// after its bytes. The folders of the current entry stay open, so a plan in
+// plan_folder's order opens each folder once.
 class FolderSource : public ZipSource {
  public:
-  explicit FolderSource(int dirfd, CrcCache* crcs = nullptr) : dirfd_(dirfd), crcs_(crcs) {}
+  explicit FolderSource(int dirfd, CrcCache* crcs = nullptr, const FolderWalk* walk = nullptr)
+      : dirfd_(dirfd), crcs_(crcs), walk_(walk) {}
   bool send(const ZipPlan& plan, size_t i, ZipSink* sink, uint32_t* crc) override;
 
  private:
+  // Makes `dir` ("" or "a/b/") the open folders; false when one of them
+  // cannot be opened.
+  bool enter(const char* dir, size_t len);
   int dirfd_;
   CrcCache* crcs_;
+  const FolderWalk* walk_;
+  std::string path_;            // the folders open now, "" or "a/b/"
+  std::vector<UniqueFd> open_;  // one per folder of path_, outermost first
 };
 
 // Sends `size` bytes of the open regular file fd from its start, checking its
@@ -165,10 +234,5 @@ class FolderSource : public ZipSource {
 // has its CRC kept.
 bool send_file_bytes(int fd, uint64_t size, ZipSink* sink, uint32_t* crc,
                      CrcCache* crcs = nullptr);
-
-// Opens `rel` ("a/b/c", no trailing slash) beneath dirfd with openat on each
-// component and O_NOFOLLOW throughout; the last with `flags`. A descriptor
-// or -1.
-int open_beneath_nofollow(int dirfd, const char* rel, size_t len, int flags);
 
 #endif  // SLT_ZIPSTREAM_ZIPSTREAM_H_

@@ -394,8 +394,11 @@ TEST_F(ShareTest, ZipAFourthStreamWaits) {
   std::vector<pid_t> slow;
   for (int i = 0; i < 3; ++i) {
     if ((slow.emplace_back(fork())) == 0) {
+      // Each from an address of its own: one client holds one slot at most.
+      const std::string from = "127.0.0." + std::to_string(i + 2);
       execl("/usr/bin/curl", "curl", "-s", "--limit-rate", "64k", "-o", "/dev/null", "-A", "Mozilla/5.0",
-            server_->url("/share.cgi?ssid=fotos&zip=1").c_str(), static_cast<char*>(nullptr));
+            "--interface", from.c_str(), server_->url("/share.cgi?ssid=fotos&zip=1").c_str(),
+            static_cast<char*>(nullptr));
       _exit(127);
     }
   }

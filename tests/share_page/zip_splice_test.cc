@@ -82,7 +82,7 @@ class ZipSplice : public ::testing::Test {
   // has begun to splice, while the reader holds back. `ok`: zip_stream's answer.
   std::string zip(CrcCache* crcs, bool* ok, const std::function<void()>& between = {}) {
     ZipPlan plan;
-    EXPECT_TRUE(plan_folder(dir_, &plan));
+    EXPECT_EQ(PlanStatus::kPlanned, plan_folder(dir_, &plan));
     total_ = plan.total_size();
     int p[2];
     EXPECT_EQ(0, pipe(p));

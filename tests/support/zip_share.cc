@@ -1,5 +1,7 @@
 #include "support/zip_share.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "support/store_fixture.h"
@@ -71,4 +73,36 @@ long zip_last_rss_kib(const ApplianceRoot& root) {
   root.remove("/web/rss");
   if (text.size() < 2) return -1;
   return atol(text.c_str() + text.rfind('\n', text.size() - 2) + 1);  // npos + 1 is 0
+}
+
+void make_deep_chain(const ApplianceRoot& root, const std::string& ap, int depth, bool files) {
+  root.mkdirs(ap);
+  int fd = open(root.path(ap).c_str(), O_RDONLY | O_DIRECTORY);
+  for (int i = 1; i <= depth && fd >= 0; ++i) {
+    mkdirat(fd, "d", 0755);
+    const int next = openat(fd, "d", O_RDONLY | O_DIRECTORY);
+    close(fd), fd = next;
+    if (files && fd >= 0) {
+      const int f = openat(fd, "f", O_WRONLY | O_CREAT | O_TRUNC, 0644);
+      const std::string level = std::to_string(i);
+      if (f >= 0 && write(f, level.data(), level.size()) < 0) {}
+      close(f);
+    }
+  }
+  if (fd >= 0) close(fd);
+}
+
+void remove_deep_chain(const ApplianceRoot& root, const std::string& ap) {
+  // Lifts the chain's second folder up beside the first, then removes the
+  // first: a constant number of calls per level.
+  const int top = open(root.path(ap).c_str(), O_RDONLY | O_DIRECTORY);
+  if (top < 0) return;
+  struct stat st;
+  while (fstatat(top, "d", &st, AT_SYMLINK_NOFOLLOW) == 0) {
+    const bool deeper = renameat(top, "d/d", top, "lifted") == 0;
+    unlinkat(top, "d/f", 0);
+    if (unlinkat(top, "d", AT_REMOVEDIR) != 0) break;  // something else in it
+    if (deeper) renameat(top, "lifted", top, "d");
+  }
+  close(top);
 }

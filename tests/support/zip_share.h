@@ -35,4 +35,10 @@ std::string zip_readers_verdict(const ApplianceRoot& root, const std::string& ap
 
 long zip_last_rss_kib(const ApplianceRoot& root);  // the last measured run's peak RSS, taken away
 
+// A chain of `depth` folders "d/d/.../d" in the root's folder `ap` (made
+// first), each holding a file "f" with its level when `files`. Removed with
+// remove_deep_chain: deeper than any path, so the root's own removal fails.
+void make_deep_chain(const ApplianceRoot& root, const std::string& ap, int depth, bool files);
+void remove_deep_chain(const ApplianceRoot& root, const std::string& ap);
+
 #endif  // SLT_TESTS_SUPPORT_ZIP_SHARE_H_

@@ -3,14 +3,16 @@
 independent readers: Python's zipfile (every entry's bytes compared with the
 file), unzip -t and 7z t. Usage: check_zip.py ZIP FOLDER [FILE...]
 With FILEs, the archive must hold exactly those files under their base
-names; otherwise the folder's tree (folders with a trailing "/", symbolic
-links and special files left out). Exit 1 with the problems on any."""
+names; otherwise the folder's tree (folders with a trailing "/"; symbolic
+links, special files and hidden names, those beginning with ".", left
+out). Exit 1 with the problems on any."""
 import os, stat, subprocess, sys, zipfile
 
 archive, top, files = sys.argv[1], sys.argv[2], sys.argv[3:]
 want = {os.path.basename(f): f for f in files}
 for dirpath, dirs, names in ([] if files else os.walk(top)):
-    for n in dirs + names:
+    dirs[:] = [d for d in dirs if not d.startswith(".")]  # not entered either
+    for n in [n for n in dirs + names if not n.startswith(".")]:
         p = os.path.join(dirpath, n)
         # Backslashes are folder separators to some extractors: sent as "_".
         entry = os.path.normpath(os.path.relpath(p, top)).replace("\\", "_")
