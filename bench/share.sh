@@ -7,6 +7,8 @@
 #   4k        a 4 KiB download         at most 3x the static 4 KiB request
 #   1g-xs     a 1 GiB download, X-Sendfile     throughput at least 0.9x static
 #   1g-cgi    a 1 GiB download, share.cgi sends it   at least 0.5x static
+#   audit-1m  a link's page with 1.2 M rows in the audit trail, at most 1.5x
+#             the same page with 20 rows (two appliances, same link)
 #   rss-*     share.cgi's peak resident memory (GNU time) on each download,
 #             at most 8 MiB
 #   xs-left   hand-over links left in share_xsend after the X-Sendfile runs: none
@@ -113,6 +115,34 @@ row xs-left "$left" - - 0 "$([ "$left" = 0 ] && echo yes || echo NO)"
 mapfile -t m < <(median big-cgi "$BIG_RUNS" "$BIG_ROUNDS" \
   -n 1g-cgi "$get $cgi/share.cgi?ssid=LkBenchBig00&dl=1" -n static "$get $cgi/big.bin")
 throughput_at_least 1g-cgi "${m[0]}" "${m[1]}" 0.5
+
+# A page view's cost must not grow with the audit trail: two copies of the
+# appliance whose access files hold 20 and 1.2 M audit rows (80 days' worth,
+# none old enough to prune).
+audit_root() {  # audit_root NAME ROWS: an appliance copy, its server's base URL in $NAME
+  local r="$OUT/$1-root"
+  mkdir -p "$r/tmp" "$r/share/Public"
+  cp -a "$ROOT/etc" "$r/"
+  rm -f "$r/etc/config/share_link_access.db"*
+  ln -f "$ROOT/share/Public/small.bin" "$r/share/Public/"
+  web_start "$OUT/web-$1" "$r" 0
+  printf -v "$1" 'http://127.0.0.1:%s' "$WEB_PORT"
+  audit_pids+=("$WEB_PID")
+  $get "http://127.0.0.1:$WEB_PORT/share.cgi?ssid=LkBenchSmall"  # makes the access file
+  sqlite3 "$r/etc/config/share_link_access.db" "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL
+    SELECT i + 1 FROM n WHERE i < $2) INSERT INTO audit SELECT strftime('%s','now') - 80 * 86400
+    + i * 5, 'LkOther' || (i % 5000), '', '10.0.' || (i % 250) || '.' || (i % 200), 'ab12', 'view' FROM n;"
+}
+audit_pids=()
+audit_root a20 19
+audit_root a1m 1199999
+trap 'kill "$xs_pid" "$cgi_pid" "${audit_pids[@]}" 2>/dev/null || true' EXIT
+mapfile -t m < <(median audit "$RUNS" "$ROUNDS" \
+  -n audit-1m "$get $a1m/share.cgi?ssid=LkBenchSmall" -n audit-20 "$get $a20/share.cgi?ssid=LkBenchSmall")
+r=$(awk -v a="${m[0]}" -v b="${m[1]}" 'BEGIN { printf "%.2f", a / b }')
+row audit-1m "$(awk -v a="${m[0]}" 'BEGIN { printf "%.2f ms", a * 1000 }')" \
+    "$(awk -v a="${m[1]}" 'BEGIN { printf "%.2f ms (20)", a * 1000 }')" "$r" "<= 1.5x" \
+    "$(awk -v r="$r" 'BEGIN { print (r <= 1.5) ? "yes" : "NO" }')"
 
 # Peak memory: share.cgi run as lighttpd runs it, under GNU time; an
 # X-Sendfile link is opened as lighttpd opens it, which ends share.cgi's wait.
