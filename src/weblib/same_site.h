@@ -11,7 +11,9 @@
 // absent or names exactly the request's own scheme and host: "http://" (or
 // "https://" when `https`) followed by `host` (HTTP_HOST, the port
 // included when the client named one), the host's letters in any case.
-// False for anything else, "null" and a missing host among them.
+// An origin of "null" passes only with "same-origin" in `sec_fetch_site`
+// (what a page sent with "Referrer-Policy: no-referrer" posts). False for
+// anything else, a missing host among them.
 bool same_site_request(const char* origin, const char* sec_fetch_site, const char* host, bool https);
 
 // same_site_request over this request's HTTP_ORIGIN, HTTP_SEC_FETCH_SITE,

@@ -45,6 +45,7 @@ TEST(SameSite, OnlyTheRequestsOwnOriginOrNoneAtAll) {
       {"https://nas", nullptr, "nas", false, false}, {"http://nas:8080", "same-site", "nas:8080", false, false},
       {"http://nas:8080", "cross-site", "nas:8080", false, false}, {nullptr, "", "nas", false, false},
       {"http://evil.example", nullptr, "nas:8080", false, false}, {"null", nullptr, "nas", false, false},
+      {"null", "same-origin", "nas", false, true}, {"null", "cross-site", "nas", false, false},
       {"http://nas:8080", nullptr, nullptr, false, false}, {"http://nas:8080", nullptr, "", false, false},
       {"http://nas:80801", nullptr, "nas:8080", false, false}, {"http://nas:8080/", nullptr, "nas:8080", false, false},
       {"http://nas", nullptr, "nas:8080", false, false}, {"nas:8080", nullptr, "nas:8080", false, false},
