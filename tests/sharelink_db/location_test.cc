@@ -156,7 +156,7 @@ TEST_F(LocationTest, TheCompanionsMoveWithTheStore) {
   root.mkdirs("/share/Vol1"); root.write(kExt, "data"); configure(conf(kExt, "/share/Vol1"));
   root.write(kOld + kSecret, kKey, 0600); root.write(kOld + "share_zip_slot.0", "");
   const bool privileged = geteuid() == 0;
-  if (privileged) ASSERT_EQ(0, chown(root.path(kOld + kSecret).c_str(), 33, 33));
+  if (privileged) { ASSERT_EQ(0, chown(root.path(kOld + kSecret).c_str(), 33, 33)); }
   sqlite3* live = access_file_with_wal(root);
   ASSERT_TRUE(root.exists(kOld + kAccess + "-wal"));
   root.write(kNew + kAccess + "-wal", "stale");  // a leftover must not join the copy
@@ -165,7 +165,7 @@ TEST_F(LocationTest, TheCompanionsMoveWithTheStore) {
   EXPECT_EQ("1:view;2:download;3:bad-code;", audit_of(root, kNew + kAccess));
   EXPECT_EQ(kKey, root.read(kNew + kSecret)); EXPECT_EQ(0600u, mode_of(kNew + kSecret));
   struct stat st; ASSERT_EQ(0, stat(root.path(kNew + kSecret).c_str(), &st));
-  if (privileged) EXPECT_EQ(33u, st.st_uid);
+  if (privileged) { EXPECT_EQ(33u, st.st_uid); }
   for (const std::string& gone : {kAccess, kAccess + "-wal", kAccess + "-shm", kSecret}) {
     EXPECT_FALSE(root.exists(kOld + gone)) << gone;
   }
@@ -196,8 +196,10 @@ TEST_F(LocationTest, AFailedCompanionMoveChangesNothing) {
     EXPECT_STREQ(c.problem, sf_relocate_problem());
     EXPECT_EQ(kept, r.read("/etc/config/Korvix.conf")); EXPECT_EQ("data", r.read(kExt));
     EXPECT_EQ(kKey, r.read(kOld + kSecret));
-    if (std::string(c.what) != "access file") EXPECT_EQ("1:view;2:download;3:bad-code;", audit_of(r, kOld + kAccess));
-    for (const std::string& f : {kSfDbFileName, kAccess.c_str(), (kAccess + "-wal").c_str(), kSecret.c_str()}) {
+    if (std::string(c.what) != "access file") {
+      EXPECT_EQ("1:view;2:download;3:bad-code;", audit_of(r, kOld + kAccess));
+    }
+    for (const std::string& f : {std::string(kSfDbFileName), kAccess, kAccess + "-wal", kSecret}) {
       EXPECT_FALSE(r.exists(kNew + f)) << f;
     }
   }
