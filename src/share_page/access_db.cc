@@ -1,5 +1,6 @@
 #include "share_page/access_db.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/file.h>
 
@@ -28,7 +29,11 @@ constexpr long kAuditKeep = 90L * 24 * 60 * 60;
 constexpr long kCrcKeep = 30L * 24 * 60 * 60;
 constexpr long kPruneEvery = 60;
 constexpr int kPruneBatch = 5000;
-constexpr int kBusyMs = 10000;
+// As the store's own: a burst of counts waits its turn rather than failing.
+constexpr int kBusyMs = 20000;
+// A super-journal lives for one commit; one older than this was left by a
+// run killed in the middle of it.
+constexpr long kStaleJournalAge = 60;
 constexpr int kSetAsideGenerations = 3;
 constexpr int kSetAsideMaxAge = 30 * 24 * 60 * 60;
 
@@ -53,6 +58,15 @@ const char kUpgrade[] = "ALTER TABLE failure ADD COLUMN kind TEXT DEFAULT 'code'
 
 const char* kind_text(FailureKind kind) {
   return kind == FailureKind::kCode ? "code" : "unknown";
+}
+
+// A row's texts come from anyone: a visitor's key and path are kept to
+// their first bytes, so no request grows the file by more than a line.
+constexpr size_t kAuditKeyBytes = 64;
+constexpr size_t kAuditItemBytes = 256;
+
+std::string clipped(const std::string& text, size_t bytes) {
+  return text.size() <= bytes ? text : text.substr(0, bytes) + "...";
 }
 
 long long nanos(const struct timespec& t) {
@@ -153,6 +167,24 @@ const char* unusable(const std::string& path) {
   UniqueFd fd(fs_open(path.c_str(), O_RDWR | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK));
   if (fd.get() < 0 && (errno == EACCES || errno == EPERM)) return "unreadable";
   return nullptr;
+}
+
+// "share_link_access.db-mjXXXXXXXX" files that no commit uses any more.
+void remove_stale_super_journals(time_t now) {
+  const std::string file = sf_beside_store(kAccessFileName);
+  const std::string dir = file.substr(0, file.rfind('/'));
+  const std::string prefix = std::string(kAccessFileName) + "-mj";
+  DIR* d = fs_opendir(dir.empty() ? "/" : dir.c_str());
+  if (d == nullptr) return;
+  while (dirent* e = readdir(d)) {
+    struct stat st;
+    const std::string path = dir + "/" + e->d_name;
+    if (strncmp(e->d_name, prefix.c_str(), prefix.size()) == 0 && fs_lstat(path.c_str(), &st) == 0 &&
+        S_ISREG(st.st_mode) && now - st.st_mtime > kStaleJournalAge) {
+      fs_unlink(path.c_str());
+    }
+  }
+  closedir(d);
 }
 
 }  // namespace
@@ -340,8 +372,8 @@ CountOutcome AccessDb::count_download(const CountedVisit& v) {
     if (counted && !changed) {
       outcome = CountOutcome::kLimitReached;
     } else if (changed) {
-      Stmt seen(db_, "INSERT INTO counted VALUES (?, ?, ?, ?)");
-      seen.num(1, v.now).text(2, v.visitor).text(3, v.pkey).text(4, v.item);
+      Stmt seen(db_, "INSERT INTO counted VALUES (?1, ?2, ?4, ?5), (?1, ?3, ?4, ?5)");
+      seen.num(1, v.now).text(2, v.visitor).text(3, v.address_visitor).text(4, v.pkey).text(5, v.item);
       if (seen.step() == SQLITE_DONE &&
           audit(v.now, v.pkey, v.item, v.client, v.ua_hash, v.event) && txn.commit()) {
         outcome = CountOutcome::kCounted;
@@ -379,7 +411,8 @@ bool AccessDb::audit(time_t now, const std::string& ssid, const std::string& ite
                      const std::string& client, const std::string& ua_hash,
                      const std::string& event) {
   Stmt s(db_, "INSERT INTO audit VALUES (?, ?, ?, ?, ?, ?)");
-  s.num(1, now).text(2, ssid).text(3, item).text(4, client).text(5, ua_hash).text(6, event);
+  s.num(1, now).text(2, clipped(ssid, kAuditKeyBytes)).text(3, clipped(item, kAuditItemBytes));
+  s.text(4, client).text(5, ua_hash).text(6, event);
   return s.step() == SQLITE_DONE || failed(s.rc());
 }
 
@@ -423,6 +456,7 @@ bool AccessDb::prune(time_t now) {
     s.num(1, now);
     if (s.step() != SQLITE_DONE) return failed(s.rc());
   }
+  remove_stale_super_journals(now);
   Stmt mark(db_, "INSERT OR REPLACE INTO meta VALUES ('pruned', ?)");
   mark.num(1, now);
   if (mark.step() != SQLITE_DONE) return failed(mark.rc());

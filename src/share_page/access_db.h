@@ -37,6 +37,7 @@ struct CountedVisit {
   time_t now = 0;
   std::string pkey;     // the store row whose count goes up
   std::string visitor;  // for the repeat rule
+  std::string address_visitor;  // recorded too: a resume without cookies
   std::string item;     // "fid:F", "path:P" or ""
   std::string client;   // audit columns
   std::string ua_hash;

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "crypto/digest.h"
+#include "paths/display_path.h"
 #include "platform/fs.h"
 #include "platform/fs_beneath.h"
 #include "platform/os.h"
@@ -82,9 +83,9 @@ bool hand_over_time(const std::string& name, long long* when) {
 // server's SIGTERM, which comes as soon as it has the file, waits for that.
 class HandOver {
  public:
-  HandOver(int fd, time_t now) {
+  HandOver(int fd, const std::string& appliance_folder, time_t now) {
     std::string folder;
-    dir_.reset(fs_open_private_dir(sf_beside_store(kXsendFolder).c_str(), &folder));
+    dir_.reset(fs_open_private_dir(appliance_folder.c_str(), &folder));
     if (dir_.get() < 0 || !plain_path(folder)) return;
     for (const std::string& n : fs_list_names(dir_.get())) {
       long long t = 0;
@@ -137,7 +138,15 @@ class HandOver {
 
 }  // namespace
 
-const char kXsendFolder[] = "share_xsend";
+std::string xsend_folder(const char* configured) {
+  if (configured == nullptr) return std::string();
+  const std::string f = configured;
+  if (f.size() < 2 || f[0] != '/' || f.back() != '/') return std::string();
+  const std::string dir = f.substr(0, f.size() - 1);
+  if (!display_path_is_clean(dir.c_str())) return std::string();
+  if (f.compare(0, 12, "/etc/config/") != 0 && f.find("/.@") == std::string::npos) return std::string();
+  return dir;
+}
 
 FilePlan plan_file_answer(const struct stat& st, const char* if_none_match,
                           const char* if_modified_since, const char* if_range, const char* range) {
@@ -167,17 +176,45 @@ FilePlan plan_file_answer(const struct stat& st, const char* if_none_match,
                                    : parse_http_date(if_range, &when) && when == st.st_mtime;
     if (!same) return p;  // changed since: the whole file
   }
-  switch (parse_byte_range(range, size, &p.start, &p.end)) {
-    case RangeOutcome::kWhole:
-      break;
-    case RangeOutcome::kPartial:
-      p.answer = FileAnswer::kPartial;
-      break;
-    default:
-      p.answer = FileAnswer::kRefused;
-      break;
+  switch (parse_share_range(range + 6, size, &p.start, &p.end)) {
+    case RangeOutcome::kWhole: break;
+    case RangeOutcome::kPartial: p.answer = FileAnswer::kPartial; break;
+    default: p.answer = FileAnswer::kRefused; break;
   }
   return p;
+}
+
+RangeOutcome parse_share_range(const char* spec, unsigned long long size, unsigned long long* start,
+                               unsigned long long* end) {
+  *start = 0;
+  *end = size - 1;
+  if (strchr(spec, ',') != nullptr) return RangeOutcome::kMultiple;
+  // Digits only: no sign, no blank, no second dash.
+  auto number = [](const char** p, unsigned long long* out) {
+    const char* q = *p;
+    unsigned long long v = 0;
+    for (; *q >= '0' && *q <= '9'; ++q) v = v > (~0ULL - 9) / 10 ? ~0ULL : v * 10 + (*q - '0');
+    if (q == *p) return false;
+    *out = v;
+    *p = q;
+    return true;
+  };
+  const char* p = spec;
+  unsigned long long first = 0, last = 0;
+  if (*p == '-') {  // the last N bytes
+    ++p;
+    if (!number(&p, &last) || *p != '\0') return RangeOutcome::kWhole;
+    if (last == 0 || size == 0) return RangeOutcome::kUnsatisfiable;
+    *start = last >= size ? 0 : size - last;
+    return RangeOutcome::kPartial;
+  }
+  if (!number(&p, &first) || *p++ != '-') return RangeOutcome::kWhole;
+  const bool open_end = *p == '\0';
+  if (!open_end && (!number(&p, &last) || *p != '\0')) return RangeOutcome::kWhole;
+  if (size == 0 || first >= size || (!open_end && last < first)) return RangeOutcome::kUnsatisfiable;
+  *start = first;
+  *end = open_end || last >= size ? size - 1 : last;
+  return RangeOutcome::kPartial;
 }
 
 std::string safe_content_type(const std::string& name) {
@@ -214,7 +251,8 @@ std::string content_disposition(const std::string& stored_name, bool want_inline
 
 bool send_shared_file(int fd, const struct stat& st, const std::string& name,
                       const FilePlan& plan, bool head, bool want_inline,
-                      bool x_sendfile) {
+                      const std::string& hand_over_folder,
+                      const std::vector<std::string>& extra) {
   const unsigned long long size = static_cast<unsigned long long>(st.st_size);
   std::string h;
   char date[kHttpDateSize];
@@ -243,8 +281,9 @@ bool send_shared_file(int fd, const struct stat& st, const std::string& name,
     h += "Content-Range: bytes " + std::to_string(start) + "-" + std::to_string(plan.end) + "/" +
          std::to_string(size) + "\r\n";
   }
-  if (x_sendfile && !partial && !head && size > 0) {  // the server opens no empty file
-    HandOver hand_over(fd, os.time(nullptr));
+  for (const std::string& line : extra) h += line + "\r\n";
+  if (!hand_over_folder.empty() && !partial && !head && size > 0) {  // no empty file is opened
+    HandOver hand_over(fd, hand_over_folder, os.time(nullptr));
     if (!hand_over.path().empty()) {
       h += "X-Sendfile: " + hand_over.path() + "\r\n\r\n";
       if (!delivery_write(h.data(), h.size()) || !delivery_flush()) return false;

@@ -8,6 +8,9 @@
 #include <sys/stat.h>
 
 #include <string>
+#include <vector>
+
+#include "weblib/range.h"
 
 enum class FileAnswer { kNotModified, kWhole, kPartial, kRefused };
 
@@ -22,6 +25,14 @@ struct FilePlan {
 FilePlan plan_file_answer(const struct stat& st, const char* if_none_match,
                           const char* if_modified_since, const char* if_range, const char* range);
 
+// One byte range of share.cgi's answers (RFC 9110), from the text after
+// "bytes=": "A-B", "A-" or the suffix "-N" (the last N bytes), digits only.
+// kPartial fills start..end inside the file; a comma gives kMultiple and a
+// range outside the file kUnsatisfiable (416); text of any other form is
+// no range at all (kWhole: the whole file).
+RangeOutcome parse_share_range(const char* spec, unsigned long long size, unsigned long long* start,
+                               unsigned long long* end);
+
 // The Content-Disposition value for name: inline only when asked and the
 // type is a raster image, PDF, audio or video; otherwise attachment. Both
 // names leave out hidden controls (platform/terminal_text.h: bidi, format,
@@ -33,18 +44,23 @@ std::string content_disposition(const std::string& name, bool want_inline);
 // scripts) become application/octet-stream.
 std::string safe_content_type(const std::string& name);
 
-// The folder beside the store (sf_beside_store) that holds the links
-// handed to the web server.
-extern const char kXsendFolder[];  // "share_xsend"
+// The hand-over folder named by the server's configuration (an appliance
+// path ending in "/"), or "" when there is none that may be used: it must be
+// absolute, clean, and "/etc/config/..." or inside an appliance ".@" folder,
+// which share.cgi never serves.
+std::string xsend_folder(const char* configured);
 
 // Writes the answer of `plan` for the open file fd: headers, then (unless
-// head) the body. With x_sendfile a whole non-empty body goes to the web
-// server instead (X-Sendfile): the path handed over is a hard link to fd in
-// the private folder kXsendFolder, removed once the server has opened it
-// (or after a few seconds); where no such link can be made, or its path is
-// not plain text, the body is sent as without x_sendfile. True when
-// everything was written.
+// head) the body. With a hand-over folder a whole non-empty body goes to the
+// web server instead (X-Sendfile): the path handed over is a hard link to fd
+// in that private folder, removed once the server has opened it (or after a
+// few seconds); where no such link can be made, or its path is not plain
+// text, the body is sent as without one. `extra` header lines ("Name:
+// value", already safe) go with a 200 or 206. True when everything was
+// written.
 bool send_shared_file(int fd, const struct stat& st, const std::string& name,
-                      const FilePlan& plan, bool head, bool want_inline, bool x_sendfile);
+                      const FilePlan& plan, bool head, bool want_inline,
+                      const std::string& hand_over_folder,
+                      const std::vector<std::string>& extra = {});
 
 #endif  // SLT_SHARE_PAGE_FILE_SEND_H_

@@ -29,6 +29,9 @@ namespace {
 
 constexpr size_t kRealPathSize = 4097 + 545;
 constexpr long kUnavailableRetry = 60;
+constexpr char kVisitCookie[] = "slt_visit";
+constexpr size_t kVisitIdBytes = 16;
+constexpr long kVisitCookieLifetime = 24 * 60 * 60;
 
 const char kNotFound[] = "This link does not exist or is no longer shared.";
 const char kLimitReached[] = "This link has reached its download limit.";
@@ -114,11 +117,14 @@ std::string parent_of(const std::string& path) {
 // A regular file by its real path; a link in its last component, a device,
 // a pipe or a file of the store's folder is refused (O_NONBLOCK: opening a
 // pipe must not wait).
-bool open_file(const std::string& real, const StoreFolder& store, Target* t) {
+bool open_file(const std::string& real, const StoreFiles& store, Target* t) {
   struct stat parent;
-  if (fs_stat(parent_of(real).c_str(), &parent) != 0 || store.is(parent)) return false;
+  if (fs_stat(parent_of(real).c_str(), &parent) != 0 || store.contains(parent)) return false;
   UniqueFd fd(fs_open(real.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-  if (fd.get() < 0 || os.fstat(fd.get(), &t->st) != 0 || !S_ISREG(t->st.st_mode)) return false;
+  if (fd.get() < 0 || os.fstat(fd.get(), &t->st) != 0 || !S_ISREG(t->st.st_mode) ||
+      store.contains(t->st)) {
+    return false;
+  }
   t->file = std::move(fd);
   t->real_path = real;
   t->name = base_name(real);
@@ -128,9 +134,9 @@ bool open_file(const std::string& real, const StoreFolder& store, Target* t) {
 // `rel` beneath the link's open folder: a subfolder, or a regular file whose
 // folder is not the store's.
 bool open_beneath(const std::string& real, UniqueFd folder, const std::string& rel,
-                  const StoreFolder& store, Target* t) {
+                  const StoreFiles& store, Target* t) {
   UniqueFd fd(fs_open_beneath(folder.get(), rel.c_str(), O_RDONLY | O_NONBLOCK));
-  if (fd.get() < 0 || os.fstat(fd.get(), &t->st) != 0 || store.is(t->st)) return false;
+  if (fd.get() < 0 || os.fstat(fd.get(), &t->st) != 0 || store.contains(t->st)) return false;
   t->real_path = real + "/" + rel;
   t->name = base_name(rel);
   if (S_ISDIR(t->st.st_mode)) {
@@ -145,15 +151,17 @@ bool open_beneath(const std::string& real, UniqueFd folder, const std::string& r
                    : fs_open_beneath(folder.get(), rel.substr(0, slash).c_str(),
                                      O_RDONLY | O_DIRECTORY));
   struct stat parent;
-  if (dir.get() < 0 || os.fstat(dir.get(), &parent) != 0 || store.is(parent)) return false;
+  if (dir.get() < 0 || os.fstat(dir.get(), &parent) != 0 || store.contains(parent)) return false;
   t->file = std::move(fd);
   return true;
 }
 
-bool open_target(const ShareRequest& req, const SharedLink& link, const StoreFolder& store,
+bool open_target(const ShareRequest& req, const SharedLink& link, const StoreFiles& store,
                  Target* t) {
   if (!req.fid.empty()) return req.path.empty() && open_link_file(link, store, req.fid, t);
-  if (!link.fids.empty() && req.path.empty()) {
+  // A multi-file link shares its files, not the folder its own path names.
+  if (!link.fids.empty() && !req.path.empty()) return false;
+  if (!link.fids.empty()) {
     t->multi = true;
     t->name = link.sharefile.empty() ? link.pkey : base_name(link.sharefile);
     return true;
@@ -164,7 +172,7 @@ bool open_target(const ShareRequest& req, const SharedLink& link, const StoreFol
   if (kind != kKindDirectory) return false;
   UniqueFd folder(fs_open_dir(real.c_str()));
   struct stat st;
-  if (folder.get() < 0 || os.fstat(folder.get(), &st) != 0 || store.is(st)) return false;
+  if (folder.get() < 0 || os.fstat(folder.get(), &st) != 0 || store.contains(st)) return false;
   if (!req.path.empty()) return open_beneath(real, std::move(folder), req.path, store, t);
   t->st = st;
   t->folder = std::move(folder);
@@ -186,12 +194,9 @@ Verdict page(int status, const std::string& sentence, const std::string& event) 
 
 Verdict unavailable() { return share_unavailable(); }
 
-Verdict throttled(long wait, bool unknown_link) {
-  Verdict v = page(429,
-                   unknown_link ? "Too many unknown links were asked for from your network; "
-                                  "please wait and try again later."
-                                : "Too many wrong codes were tried from your network; please "
-                                  "wait and try again later.",
+Verdict throttled(long wait) {
+  Verdict v = page(429, "Too many wrong codes were tried from your network; please wait and try "
+                        "again later.",
                    "refused:throttled");
   v.headers.push_back("Retry-After: " + std::to_string(wait));
   return v;
@@ -209,21 +214,38 @@ Verdict code_form(const ShareRequest& req, const std::string& secret, int status
   return v;
 }
 
-// An unknown link: its own throttling tier, checked and recorded together.
+// The visitor for the repeat rule: the browser's visit cookie, or a new
+// one set with its first counted download (so that colleagues behind one
+// address with one browser build are visitors of their own).
+bool visitor_from_cookie(const ShareRequest& req, Verdict* v) {
+  const std::string value = cookie_value(req.cookies, kVisitCookie);
+  if (value.size() == 2 * kVisitIdBytes && value.find_first_not_of("0123456789abcdef") == std::string::npos) {
+    v->visitor = "v:" + value;
+    return true;
+  }
+  unsigned char id[kVisitIdBytes];
+  if (!random_bytes(id, sizeof id)) return false;
+  v->new_visit_cookie = hex_of(id, sizeof id);
+  v->visitor = "v:" + v->new_visit_cookie;
+  return true;
+}
+
+// An unknown link: recorded (a failure of its own tier and an audit row)
+// up to the tier's count an hour, then answered alike without a record, so
+// that anonymous requests cannot grow the access file without bound. A 429
+// would only tell misses from the hits that keep answering.
 Verdict unknown_link(const ShareRequest& req, AccessDb* access) {
   AccessDb::Write txn(access);
   long wait = 0;
   if (!txn.begun() || !access->unknown_wait(req.now, req.client, &wait)) return unavailable();
-  Verdict v = wait > 0 ? throttled(wait, true) : page(404, kNotFound, "refused:unknown");
-  if (wait == 0 && !access->record_failure(req.now, req.client, req.ssid, FailureKind::kUnknownLink)) {
-    return unavailable();
-  }
-  if (!access->audit(req.now, req.ssid, share_item(req), req.client, sha256_hex(req.ua).substr(0, 16),
-                     v.event) ||
+  Verdict v = page(404, kNotFound, "");
+  if (wait > 0) return v;
+  if (!access->record_failure(req.now, req.client, req.ssid, FailureKind::kUnknownLink) ||
+      !access->audit(req.now, req.ssid, share_item(req), req.client, sha256_hex(req.ua).substr(0, 16),
+                     "refused:unknown") ||
       !txn.commit()) {
     return unavailable();
   }
-  v.event.clear();
   return v;
 }
 
@@ -247,7 +269,7 @@ bool typed_code(const ShareRequest& req, const Verdict& v, const std::string& se
       form_token_valid(secret, form_subject(req), req.form_token, req.now);
   const bool right = wait == 0 && form_ok && share_code_matches(req.code, v.link.accesscode);
   if (wait > 0) {
-    *out = throttled(wait, false);
+    *out = throttled(wait);
   } else if (!form_ok) {
     *out = code_form(req, secret, 403, "The form has expired; please enter the code again.",
                      "refused:form");
@@ -287,6 +309,7 @@ bool code_passes(const ShareRequest& req, Verdict* v, AccessDb* access, std::str
   if (!cookie.empty() &&
       share_cookie_valid(secret, v->link.pkey, v->link.accesscode, cookie, req.now)) {
     v->visitor = "c:" + sha256_hex(cookie);
+    v->new_visit_cookie.clear();
     return true;
   }
   if (req.has_code) {
@@ -298,28 +321,50 @@ bool code_passes(const ShareRequest& req, Verdict* v, AccessDb* access, std::str
   if (!access->code_wait(req.now, req.client, req.ssid, &wait)) {
     *out = unavailable();
   } else if (wait > 0) {
-    *out = throttled(wait, false);
+    *out = throttled(wait);
   } else {
     *out = code_form(req, secret, req.dl || req.zip ? 403 : 200, "", "code-asked");
   }
   return false;
 }
 
-// The file's bytes: 304, 416 or the body; counted when this visitor's first
+bool limit_reached(const SharedLink& link) {
+  return link.download_limit > 0 && link.download_count >= link.download_limit;
+}
+
+// Whether this request continues a download that counted within the hour:
+// the same browser (its visitor or code cookie), or a client without cookies
+// (same address and agent) asking for the rest from a byte after the first.
+bool resumes(const ShareRequest& req, const Verdict& v, AccessDb* access, bool* yes) {
+  const std::string item = share_item(req);
+  if (!access->counted_recently(req.now, v.visitor, req.ssid, item, yes)) return false;
+  if (*yes || v.plan.answer != FileAnswer::kPartial || v.plan.start == 0) return true;
+  return access->counted_recently(req.now, v.address_visitor, req.ssid, item, yes);
+}
+
+std::string visit_cookie_header(const ShareRequest& req, const std::string& value) {
+  return "Set-Cookie: " + std::string(kVisitCookie) + "=" + value + "; Max-Age=" +
+         std::to_string(kVisitCookieLifetime) + "; Path=/share.cgi; HttpOnly; SameSite=Lax" +
+         (req.https ? "; Secure" : "");
+}
+
+// The file's bytes: 304, 416 or the body; counted when a visitor's first
 // bytes of the item go out, whatever the range start.
 Verdict file_answer(const ShareRequest& req, Verdict v, AccessDb* access) {
   v.plan = plan_file_answer(v.target.st, req.if_none_match.get(), req.if_modified_since.get(),
                             req.if_range.get(), req.range.get());
   v.kind = AnswerKind::kFile;
+  bool resumed = false;
+  if (!resumes(req, v, access, &resumed)) return unavailable();
+  if (limit_reached(v.link) && !resumed) return page(410, kLimitReached, "refused:limit");
   const bool bytes = v.plan.answer == FileAnswer::kWhole || v.plan.answer == FileAnswer::kPartial;
-  bool counted = false;
-  const std::string item = share_item(req);
-  if (req.head || !bytes || v.link.from_registry) return v;
-  if (!access->counted_recently(req.now, v.visitor, req.ssid, item, &counted)) return unavailable();
-  if (counted) return v;
-  CountedVisit visit{req.now, v.link.pkey, v.visitor, item, req.client, v.ua_hash, "download"};
+  if (req.head || !bytes || v.link.from_registry || resumed) return v;
+  CountedVisit visit{req.now, v.link.pkey, v.visitor, v.address_visitor, share_item(req),
+                     req.client, v.ua_hash, "download"};
   switch (access->count_download(visit)) {
-    case CountOutcome::kCounted: return v;
+    case CountOutcome::kCounted:
+      if (!v.new_visit_cookie.empty()) v.headers.push_back(visit_cookie_header(req, v.new_visit_cookie));
+      return v;
     case CountOutcome::kLimitReached: return page(410, kLimitReached, "refused:limit");
     case CountOutcome::kFailed: break;
   }
@@ -329,14 +374,9 @@ Verdict file_answer(const ShareRequest& req, Verdict v, AccessDb* access) {
 // After the link and its code: limit, target, bots, and the answer's kind.
 Verdict target_answer(const ShareRequest& req, Verdict v, AccessDb* access,
                       const std::string& set_cookie) {
-  bool resume = false;
-  if (req.dl && !access->counted_recently(req.now, v.visitor, req.ssid, share_item(req), &resume)) {
-    return unavailable();
-  }
-  if (v.link.download_limit > 0 && v.link.download_count >= v.link.download_limit && !resume) {
-    return page(410, kLimitReached, "refused:limit");
-  }
-  v.store = store_folder();
+  // A download may resume past the limit; that is decided with its range.
+  if (!req.dl && limit_reached(v.link)) return page(410, kLimitReached, "refused:limit");
+  v.store = sf_store_files();
   if (req.path_bad || !open_target(req, v.link, v.store, &v.target)) {
     return page(404, kNotFound, "refused:not-found");
   }
@@ -384,19 +424,7 @@ LinkLookup find_shared_link(const std::string& ssid, SharedLink* link) {
   return from_registry(ssid, link) ? LinkLookup::kFound : LinkLookup::kNoSuchKey;
 }
 
-StoreFolder store_folder() {
-  StoreFolder f;
-  struct stat st;
-  const std::string dir = parent_of(sf_beside_store("x"));
-  if (fs_stat(dir.c_str(), &st) == 0) {
-    f.known = true;
-    f.dev = st.st_dev;
-    f.ino = st.st_ino;
-  }
-  return f;
-}
-
-bool open_link_file(const SharedLink& link, const StoreFolder& store, const std::string& fid,
+bool open_link_file(const SharedLink& link, const StoreFiles& store, const std::string& fid,
                     Target* out) {
   for (const auto& f : link.fids) {
     if (f.first != fid) continue;
@@ -423,7 +451,8 @@ Verdict share_gate(const ShareRequest& req, AccessDb* access) {
   if (!req.path_info.empty()) return page(404, kNotFound, "refused:not-found");
   Verdict v;
   v.ua_hash = sha256_hex(req.ua).substr(0, 16);
-  v.visitor = "a:" + sha256_hex(req.client + "\n" + req.ua);
+  v.address_visitor = "a:" + sha256_hex(req.client + "\n" + req.ua);
+  if (!visitor_from_cookie(req, &v)) return unavailable();
   switch (find_shared_link(req.ssid, &v.link)) {
     case LinkLookup::kUnreadable: return unavailable();
     case LinkLookup::kNoSuchKey: return unknown_link(req, access);

@@ -29,6 +29,7 @@
 #include "share_page/file_send.h"
 #include "share_page/request.h"
 #include "sharelink_db/link_lookup.h"
+#include "sharelink_db/store_files.h"
 
 // A link as the gate sees it: a store row, or a registry line (no code, no
 // limit, no files).
@@ -51,15 +52,6 @@ struct Target {
   std::string real_path;   // appliance path of the target as resolved
 };
 
-// The folder of the store: never served, listed or archived.
-struct StoreFolder {
-  bool known = false;
-  dev_t dev = 0;
-  ino_t ino = 0;
-  bool is(const struct stat& st) const { return known && st.st_dev == dev && st.st_ino == ino; }
-};
-StoreFolder store_folder();
-
 enum class AnswerKind {
   kPage,        // a page with one sentence (refusals) or the code form
   kRedirect,    // 303 to the same address with the code's cookie
@@ -79,8 +71,10 @@ struct Verdict {
   std::string event;                // audit event still to record ("" when none)
   SharedLink link;
   Target target;
-  StoreFolder store;
-  std::string visitor;              // for the repeat rule
+  StoreFiles store;                 // never served, listed or archived
+  std::string visitor;              // for the repeat rule: "c:" code cookie, "v:" visit cookie
+  std::string address_visitor;      // "a:" address and agent, for resumes without cookies
+  std::string new_visit_cookie;     // the visit cookie to set with a counted download
   std::string ua_hash;
   FilePlan plan;                    // kFile
 };
@@ -95,7 +89,7 @@ Verdict share_unavailable();
 
 // A file of the link's fids, opened with the same confinement as a request
 // for it. False when it is not a regular file inside the allowed roots.
-bool open_link_file(const SharedLink& link, const StoreFolder& store, const std::string& fid,
+bool open_link_file(const SharedLink& link, const StoreFiles& store, const std::string& fid,
                     Target* out);
 
 // The request's item for counting and audit: "fid:F", "path:P" or "".

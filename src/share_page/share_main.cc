@@ -12,6 +12,7 @@
 #include "platform/cgi.h"
 #include "platform/os.h"
 #include "platform/root.h"
+#include "platform/terminal_text.h"
 #include "share_page/access_db.h"
 #include "share_page/file_send.h"
 #include "share_page/gate.h"
@@ -51,6 +52,10 @@ Reply verdict_page(const ShareRequest& req, const Verdict& v) {
   return r;
 }
 
+// A stored name as the page shows it: escaped, and without the controls
+// that would make it read otherwise ("photo<U+202E>gpj.exe").
+std::string shown_name(const std::string& name) { return html_escape(without_hidden_controls(name)); }
+
 struct Entry {
   std::string name;
   bool dir;
@@ -60,7 +65,7 @@ struct Entry {
 
 // The folder's entries that can be offered: folders and regular files,
 // without hidden names or the store's folder; links are not followed.
-std::vector<Entry> list_folder(int fd, const StoreFolder& store) {
+std::vector<Entry> list_folder(int fd, const StoreFiles& store) {
   std::vector<Entry> out;
   int dup_fd = fcntl(fd, F_DUPFD_CLOEXEC, 0);
   if (dup_fd < 0) return out;
@@ -72,7 +77,7 @@ std::vector<Entry> list_folder(int fd, const StoreFolder& store) {
   while (dirent* e = readdir(d)) {
     if (e->d_name[0] == '.') continue;
     struct stat st;
-    if (fstatat(fd, e->d_name, &st, AT_SYMLINK_NOFOLLOW) != 0 || store.is(st)) continue;
+    if (fstatat(fd, e->d_name, &st, AT_SYMLINK_NOFOLLOW) != 0 || store.contains(st)) continue;
     if (!S_ISDIR(st.st_mode) && !S_ISREG(st.st_mode)) continue;
     out.push_back({e->d_name, S_ISDIR(st.st_mode), static_cast<unsigned long long>(st.st_size),
                    st.st_mtime});
@@ -87,7 +92,7 @@ std::vector<Entry> list_folder(int fd, const StoreFolder& store) {
 std::string row(const std::string& url, const std::string& name, const std::string& size,
                 const std::string& date) {
   return render_template("folder_row.html", {{"URL", html_escape(url)},
-                                             {"NAME", html_escape(name)},
+                                             {"NAME", shown_name(name)},
                                              {"SIZE", html_escape(size)},
                                              {"DATE", html_escape(date)}});
 }
@@ -137,9 +142,9 @@ Reply folder_page(const ShareRequest& req, const Verdict& v) {
     pages = pager(req, entries.size());
   }
   Reply r;
-  r.body = render_page(v.target.name,
+  r.body = render_page(without_hidden_controls(v.target.name),
                        render_template("folder.html",
-                                       {{"NAME", html_escape(v.target.name)},
+                                       {{"NAME", shown_name(v.target.name)},
                                         {"EXPIRES", html_escape(expires_text(v.link))},
                                         {"DOWNLOADS_LEFT", html_escape(downloads_left(v.link))},
                                         {"DOWNLOAD_ALL", download_all(req, v)},
@@ -152,8 +157,8 @@ Reply file_page(const ShareRequest& req, const Verdict& v) {
   Reply r;
   const auto size = static_cast<unsigned long long>(v.target.st.st_size);
   r.body = render_page(
-      v.target.name,
-      render_template("file.html", {{"NAME", html_escape(v.target.name)},
+      without_hidden_controls(v.target.name),
+      render_template("file.html", {{"NAME", shown_name(v.target.name)},
                                     {"SIZE", html_escape(human_size(size))},
                                     {"EXPIRES", html_escape(expires_text(v.link))},
                                     {"DOWNLOADS_LEFT", html_escape(downloads_left(v.link))},
@@ -168,8 +173,8 @@ int zip_download(const ShareRequest& req, const Verdict& v, AccessDb* access,
   return send_zip(v, req.head, req.client, [&]() {
     CountOutcome r = CountOutcome::kCounted;
     if (!v.link.from_registry) {
-      CountedVisit visit{req.now, v.link.pkey, v.visitor, share_item(req), req.client, v.ua_hash,
-                         "download:zip"};
+      CountedVisit visit{req.now, v.link.pkey, v.visitor, v.address_visitor, share_item(req),
+                         req.client, v.ua_hash, "download:zip"};
       r = access->count_download(visit);
     }
     use->release();
@@ -177,11 +182,19 @@ int zip_download(const ShareRequest& req, const Verdict& v, AccessDb* access,
   }, access);
 }
 
+// The body goes to the web server only for an unconditional request: the
+// server would answer a condition share.cgi did not understand with 304 or
+// 412 after the download was counted.
 int file_download(const ShareRequest& req, const Verdict& v) {
   const char* xs = cgi_env("SHARE_X_SENDFILE");
-  const bool hand_over = xs != nullptr && strcmp(xs, "1") == 0;
+  const bool conditional = req.if_none_match.present || req.if_modified_since.present ||
+                           cgi_env("HTTP_IF_MATCH") != nullptr ||
+                           cgi_env("HTTP_IF_UNMODIFIED_SINCE") != nullptr;
+  const std::string folder = xs != nullptr && strcmp(xs, "1") == 0 && !conditional
+                                 ? xsend_folder(cgi_env("SHARE_XSEND_FOLDER"))
+                                 : std::string();
   return send_shared_file(v.target.file.get(), v.target.st, v.target.name, v.plan, req.head,
-                          req.inline_view, hand_over)
+                          req.inline_view, folder, v.headers)
              ? 0
              : 1;
 }

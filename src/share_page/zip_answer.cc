@@ -82,9 +82,9 @@ PlanStatus plan_share(const Verdict& v, const FolderWalk& walk, ZipPlan* plan,
 }
 
 // The store's folder is never entered, wherever the configuration puts it.
-FolderWalk share_walk(const StoreFolder& store) {
+FolderWalk share_walk(const StoreFiles& store) {
   FolderWalk walk;
-  if (store.known) walk.excluded.insert({store.dev, store.ino});
+  walk.excluded = store.ids;
   // Nobody reads the answer any more: whatever is left is wasted.
   walk.stop = [] { return fs_pipe_reader_gone(1); };
   return walk;

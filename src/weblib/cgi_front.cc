@@ -11,6 +11,8 @@
 #include "crypto/secret.h"
 #include "diag/app_log.h"
 #include "paths/display_path.h"
+#include "platform/fs.h"
+#include "sharelink_db/store_files.h"
 #include "platform/os.h"
 #include "weblib/db_handler.h"
 #include "weblib/file_delivery.h"
@@ -21,6 +23,7 @@
 #include "weblib/transcode.h"
 
 namespace {
+
 
 void reply_status(int status) {
   print_json_header();
@@ -46,10 +49,14 @@ bool authenticated() {
 
 // Resolves the request's display path to a regular file. False when the
 // path is missing, does not resolve or names something else.
+// The store's own files (a hard link to them in a share included) are
+// never delivered.
 bool resolve_file(const char* display, std::vector<char>* real) {
   if (display == nullptr) return false;
   real->assign(strlen(display) + kRealPathSlack, '\0');
-  return sf_display_to_real_path(display, real->data(), real->size()) == kKindFile;
+  if (sf_display_to_real_path(display, real->data(), real->size()) != kKindFile) return false;
+  struct stat st;
+  return fs_stat(real->data(), &st) == 0 && !sf_store_files().contains(st);
 }
 
 void handle_download(const CgiRequest* request) {
@@ -65,14 +72,32 @@ void handle_download(const CgiRequest* request) {
   }
 }
 
-// Whether the named variant of the video at real_path exists.
+// True when `path` below `dir` is a regular file reached without any
+// symbolic link and is none of the store's files: a variant planted as a
+// link must not lead out of the video's folder.
+bool plain_file_below(const std::string& dir, const std::string& path) {
+  if (path.compare(0, dir.size() + 1, dir + "/") != 0) return false;
+  struct stat st;
+  for (size_t at = path.find('/', dir.size() + 1);; at = path.find('/', at + 1)) {
+    const std::string part = at == std::string::npos ? path : path.substr(0, at);
+    if (fs_lstat(part.c_str(), &st) != 0 || S_ISLNK(st.st_mode)) return false;
+    if (at == std::string::npos) break;
+  }
+  return S_ISREG(st.st_mode) && !sf_store_files().contains(st);
+}
+
+// Whether the named variant of the video at real_path exists as a plain file.
 bool variant_available(const char* real_path, const TranscodeVariant* variant) {
   const char* slash = strrchr(real_path, '/');
   if (slash == nullptr) return false;
   std::string dir(real_path, slash);
   TranscodeFlags flags;
-  if (sf_transcode_availability(dir.c_str(), slash + 1, &flags) != 0) return false;
-  return flags.*(variant->flag);
+  if (sf_transcode_availability(dir.c_str(), slash + 1, &flags) != 0 || !(flags.*(variant->flag))) {
+    return false;
+  }
+  std::vector<char> path(strlen(real_path) + kVariantPathSlack, '\0');
+  return transcode_variant_path(dir.c_str(), slash + 1, variant, path.data(), path.size()) &&
+         plain_file_below(dir, path.data());
 }
 
 void handle_transcode(const CgiRequest* request) {

@@ -32,6 +32,9 @@ const TranscodeVariant* find_transcode_variant(const char* name);
 // The folder that holds the variants of the videos in `dir`.
 extern const char kTranscodeFolder[];  // ".@__thumb/transcode"
 
+// The room a variant path needs beyond its video's real path.
+constexpr size_t kVariantPathSlack = 51;
+
 // The variant file of video `name` in folder `dir` (appliance paths):
 // "%s/%s/%s%s" of dir, kTranscodeFolder, name and the suffix. Returns false
 // when it does not fit size bytes (out is then empty).

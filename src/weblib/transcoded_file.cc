@@ -18,7 +18,6 @@ namespace {
 
 int g_path_kind = -1;
 
-constexpr size_t kVariantPathSlack = 51;   // the variant path's room beyond the real path
 constexpr size_t kFileNameSize = 256;      // "/" and the name, at most 255 characters
 constexpr size_t kIeNameSize = 1024;
 constexpr size_t kDownloadNameSize = 257;  // at most 256 characters

@@ -7,6 +7,7 @@
 
 #include "platform/fs.h"
 #include "platform/os.h"
+#include "platform/terminal_text.h"
 
 namespace {
 
@@ -62,30 +63,17 @@ class Rec {
     u32(static_cast<uint32_t>(v));
     u32(static_cast<uint32_t>(v >> 32));
   }
-  // The name as readers should see it: bytes that are not UTF-8, and
-  // backslashes (a folder separator to some extractors), become "_". Same
-  // length, so the plan's sizes hold.
+  // The name as readers should see it: bytes that are not UTF-8, backslashes
+  // (a folder separator to some extractors) and characters that act on a
+  // terminal or reorder what it shows (controls, bidi overrides) become "_",
+  // one per byte, so the plan's sizes hold.
   void name(const char* s, size_t n) {
-    size_t i = 0;
-    while (i < n) {
-      unsigned char c = static_cast<unsigned char>(s[i]);
-      size_t len = c < 0x80 ? 1 : (c & 0xE0) == 0xC0 ? 2 : (c & 0xF0) == 0xE0 ? 3 : (c & 0xF8) == 0xF0 ? 4 : 0;
-      bool ok = len > 0 && i + len <= n && !(len == 2 && c < 0xC2) && !(len == 4 && c > 0xF4);
-      for (size_t k = 1; ok && k < len; ++k) ok = (static_cast<unsigned char>(s[i + k]) & 0xC0) == 0x80;
-      if (ok && len == 3) {
-        unsigned char d = static_cast<unsigned char>(s[i + 1]);
-        ok = !(c == 0xE0 && d < 0xA0) && !(c == 0xED && d >= 0xA0);
-      }
-      if (ok && len == 4) {
-        unsigned char d = static_cast<unsigned char>(s[i + 1]);
-        ok = !(c == 0xF0 && d < 0x90) && !(c == 0xF4 && d >= 0x90);
-      }
-      if (!ok) {
-        b_.push_back('_');
-        ++i;
-        continue;
-      }
-      for (size_t k = 0; k < len; ++k) b_.push_back(c == '\\' ? '_' : static_cast<unsigned char>(s[i + k]));
+    for (size_t i = 0; i < n;) {
+      uint32_t cp = 0;
+      size_t len = utf8_sequence(s + i, n - i, &cp);
+      const bool plain = len > 0 && cp != '\\' && !is_hidden_control(cp);
+      if (len == 0) len = 1;
+      for (size_t k = 0; k < len; ++k) b_.push_back(plain ? static_cast<unsigned char>(s[i + k]) : '_');
       i += len;
     }
   }

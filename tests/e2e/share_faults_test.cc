@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <filesystem>
 #include <map>
 
 #include "support/store_fixture.h"
@@ -112,11 +113,57 @@ TEST_F(ShareFaults, TheStoresFolderAndSystemFoldersAreNeverServed) {
     EXPECT_FALSE(has(get(q).body, folder.substr(1))) << get(q).body;
     rename(root_.path(dir + "/share_link.db").c_str(), home.c_str());
     root_.remove("/etc/config/Korvix.conf");
+    std::filesystem::remove_all(root_.path(dir));  // what the page made there meanwhile
   }
   root_.write(std::string(kZipPublic) + "/.@kdx/x.txt", "system"), root_.write(std::string(kZipPublic) + "/.hidden", "h");
   add({"sys", "/Public/.@kdx/x.txt"}), add({"pub", "/Public"});
   EXPECT_EQ(404, get("?ssid=sys&dl=1").status);
   for (const char* p : {".hidden", ".@kdx/x.txt", ".@kdx"}) EXPECT_EQ(404, get(std::string("?ssid=pub&dl=1&path=") + p).status) << p;
+  // Hard links to the store's files, made inside the share by anyone who can.
+  get("?ssid=coded");  // the secret exists
+  const std::string pub = std::string(kZipPublic) + "/";
+  ASSERT_EQ(0, link(home.c_str(), root_.path(pub + "db.bin").c_str()));
+  ASSERT_EQ(0, link(root_.path("/etc/config/share_link_secret").c_str(), root_.path(pub + "key.bin").c_str()));
+  add({"dbl", "/Public/db.bin"});
+  for (const char* q : {"?ssid=pub&dl=1&path=db.bin", "?ssid=pub&dl=1&path=key.bin", "?ssid=dbl&dl=1"}) {
+    EXPECT_EQ(404, get(q).status) << q;
+  }
+  const std::string page = get("?ssid=pub").body;
+  EXPECT_FALSE(has(page, "db.bin") || has(page, "key.bin")) << page;
+  Download zip = zip_fetch(root_, server_->url("/share.cgi?ssid=pub&zip=1"), "/web/pub.zip");
+  EXPECT_EQ(200, zip.status);
+  const std::string archive = root_.read("/web/pub.zip");
+  EXPECT_FALSE(has(archive, "db.bin") || has(archive, "key.bin") || has(archive, "SQLite format"));
+  // A multi-file link shares its files, not the folder its own path names.
+  add({"multi", "/Public", "--fid", "f1:/Public/a.txt"});
+  for (const char* q : {"?ssid=multi&dl=1&path=a.txt", "?ssid=multi&path=.@kdx", "?ssid=multi&path=links"}) {
+    EXPECT_EQ(404, get(q).status) << q;
+  }
+}
+
+// Names that would read otherwise (bidi overrides, controls) are shown and
+// archived without those characters, byte for byte in the archive.
+TEST_F(ShareFaults, NamesLoseTheirHiddenControlsOnPagesAndInArchives) {
+  const std::string odd = "photo\u202Egpj.exe", esc = "bell\x07\x1b[2Jx.txt";
+  root_.write(std::string(kZipPublic) + "/odd/" + odd, "p"), root_.write(std::string(kZipPublic) + "/odd/" + esc, "b");
+  add({"odd", "/Public/odd"});
+  const std::string page = get("?ssid=odd").body;
+  EXPECT_TRUE(has(page, "photogpj.exe") && !has(page, "\u202E") && !has(page, "\x1b")) << page;
+  ASSERT_EQ(200, zip_fetch(root_, server_->url("/share.cgi?ssid=odd&zip=1"), "/web/odd.zip").status);
+  const std::string archive = root_.read("/web/odd.zip");
+  EXPECT_TRUE(has(archive, "photo___gpj.exe") && has(archive, "bell__[2Jx.txt")) << archive;
+  EXPECT_FALSE(has(archive, "\u202E") || has(archive, "\x1b"));
+}
+
+// No anonymous request grows the access file by more than a line, and
+// unknown links stop being recorded past their tier.
+TEST_F(ShareFaults, AnonymousRequestsCannotGrowTheAuditTrail) {
+  const std::string long_key(5000, 'k'), long_path(3000, 'p');
+  for (int i = 0; i < 30; ++i) get("?ssid=" + long_key + std::to_string(i) + "&path=" + long_path);
+  get("?ssid=open&dl=1&path=" + long_path);
+  const std::string trail = audit("");
+  EXPECT_EQ(20, lines_with(trail, "\trefused:unknown\n"));
+  EXPECT_LT(trail.size(), 21u * 450) << trail.size();
 }
 
 // The access file unusable in each way a disk or a hand can make it: what

@@ -43,7 +43,8 @@ class WebTest : public ::testing::Test {
              "var.sharelink_cgi = \"" + cgi_binary() + "\"\nvar.sharelink_root = \"" + root_.dir() +
              "\"\nvar.sharelink_userfile = \"" + root_.path("/web/users") +
              "\"\ninclude \"" SLT_SOURCE_DIR "/data/lighttpd/sharelink-admin.conf\"\n" +
-             "var.sharelink_cgi_dir = \"" SLT_BUILD_DIR "\"\nvar.sharelink_x_sendfile = \"0\"\n" +
+             "var.sharelink_cgi_dir = \"" SLT_BUILD_DIR "\"\nvar.sharelink_x_sendfile = \"0\"\n"
+             "var.sharelink_xsend_folder = \"/etc/config/share_xsend/\"\n" +
              "include \"" SLT_SOURCE_DIR "/data/lighttpd/share.conf\"\n";
     });
     ASSERT_TRUE(server_->running()) << root_.read("/web/logs/console.log") << root_.read("/web/logs/error.log");
@@ -334,6 +335,33 @@ TEST_F(Cgi, WithoutTheSecretNoTokenAndNoChange) {
   EXPECT_EQ(before, root.read(kConfig)); EXPECT_FALSE(root.exists("/share/VOL1/.@db/n.db"));
   const std::string log = root.read("/tmp/parceldeck.log");
   EXPECT_NE(std::string::npos, log.find("appliance secret")) << log;
+}
+
+}  // namespace
+
+namespace {
+
+// The store's own files are never delivered, whatever hard links a share
+// holds to them; a transcoded variant planted as a link leads nowhere.
+TEST_F(Cgi, StoreFilesAndLinkedVariantsAreNeverDelivered) {
+  ASSERT_EQ(0, run_program(ctl_binary(), {"init"}, root).status);
+  ASSERT_EQ(0, run_program(ctl_binary(), {"add", "k", "/Public/a.txt", "--accesscode", "in-clear"}, root).status);
+  ASSERT_EQ(0, link(root.path("/etc/config/share_link.db").c_str(), root.path("/share/VOL1/Public/db.bin").c_str()));
+  ASSERT_EQ(0, link(root.path("/etc/config/smb.conf").c_str(), root.path("/share/VOL1/Public/conf.txt").c_str()));
+  root.write("/share/VOL1/Public/movie.mp4", "video");
+  root.mkdirs("/share/VOL1/Public/.@__thumb/transcode");
+  ASSERT_EQ(0, symlink(outside.path("/outside.txt").c_str(),
+                       root.path("/share/VOL1/Public/.@__thumb/transcode/movie.mp4.mobile360p").c_str()));
+  for (const char* q : {"func=download&path=/Public/db.bin", "func=download&path=/Public/conf.txt",
+                        "func=transcode&path=/Public/movie.mp4&variant=mp4_360"}) {
+    for (const char* user : {"admin", "bob"}) {
+      const std::string out = cgi(q, user);
+      EXPECT_EQ(std::string::npos, out.find("in-clear")) << q;
+      EXPECT_EQ(std::string::npos, out.find(kSecret)) << q;
+      EXPECT_NE(std::string::npos, out.find("\"status\": 20")) << q << " " << out.substr(0, 200);
+    }
+  }
+  EXPECT_NE(std::string::npos, cgi("func=download&path=/Public/a.txt", "bob").find("inside\n"));
 }
 
 }  // namespace

@@ -69,7 +69,7 @@ class XsendTest : public ::testing::Test {
              "server.port = " + std::to_string(port) + "\nserver.document-root = \"" + root_.path("/web/htdocs") +
              "\"\nserver.errorlog = \"" + root_.path("/web/logs/error.log") + "\"\n"
              "var.sharelink_cgi_dir = \"" SLT_BUILD_DIR "\"\nvar.sharelink_root = \"" + root_.dir() + "\"\n"
-             "var.sharelink_x_sendfile = \"1\"\ninclude \"" + source_path("data/lighttpd/share.conf") + "\"\n";
+             "var.sharelink_x_sendfile = \"1\"\nvar.sharelink_xsend_folder = \"/etc/config/share_xsend/\"\ninclude \"" + source_path("data/lighttpd/share.conf") + "\"\n";
     });
     ASSERT_TRUE(server_->running()) << root_.read("/web/logs/error.log");
   }
@@ -124,7 +124,7 @@ TEST_F(XsendTest, WholeBodiesGoThroughALinkThatIsGoneAfterwards) {
   root_.write(f_ + "/big.bin", big), root_.write(f_ + "/empty", "");
   {  // share.cgi as the server starts it; opening the named link is what the server does
     ScopedEnv env{{{"REQUEST_METHOD", "GET"}, {"QUERY_STRING", "ssid=f&dl=1&path=big.bin"},
-                   {"SHARE_X_SENDFILE", "1"}, {"SHARELINK_ROOT", root_.dir()}}};
+                   {"SHARE_X_SENDFILE", "1"}, {"SHARE_XSEND_FOLDER", "/etc/config/share_xsend/"}, {"SHARELINK_ROOT", root_.dir()}}};
     const auto start = std::chrono::steady_clock::now();
     FILE* cgi = popen(SLT_BUILD_DIR "/share.cgi", "r");
     std::string out;
@@ -231,7 +231,7 @@ TEST(XsendHandOver, FaultsStreamTheBodyOrLeaveNoLink) {
     const int saved = dup(1), out = open(g_capture.c_str(), O_RDWR | O_CREAT | O_TRUNC, 0600);
     dup2(out, 1);
     const bool ok = send_shared_file(fd.get(), st, "f.bin", plan_file_answer(st, nullptr, nullptr, nullptr, nullptr),
-                                     false, false, true);
+                                     false, false, kHand);
     fflush(stdout), dup2(saved, 1), close(saved), close(out), os_reset();
     const std::string answer = read_file(g_capture);
     const std::regex handed("\r\nX-Sendfile: " + root.path(kHand) + "/[0-9]+-[0-9a-f]{32}\r\n\r\n$");
@@ -252,6 +252,36 @@ TEST(XsendHandOver, FaultsStreamTheBodyOrLeaveNoLink) {
   close(open((fs_path + "/n").c_str(), O_RDONLY));
   EXPECT_TRUE(fs_wait_opened(watch.get(), "n", 100));
   EXPECT_LT(fs_open_private_dir("/etc/config//share_xsend", &fs_path), 0);  // text that is not canonical
+}
+
+}  // namespace
+
+namespace {
+
+// The server is handed only what it will send: a conditional request, a
+// folder the configuration does not name, or one a share could serve, is
+// streamed by share.cgi (else the server answered 304 or 403 to a download
+// that had counted).
+TEST_F(XsendTest, OnlyUnconditionalBodiesGoToTheNamedFolder) {
+  root_.write(f_ + "/a.txt", "streamed");
+  ASSERT_EQ(0, share_add(root_, {"lim", "/Public/f/a.txt", "--download-limit", "3"}));
+  for (const char* since : {"Sunday, 06-Nov-39 08:49:37 GMT", "Sun Nov  6 08:49:37 2039", "Mon, 06 Nov 2039 08:49:37 GMT"}) {
+    Download d = zip_fetch(root_, server_->url("/share.cgi?ssid=lim&dl=1"), "",
+                           {"-A", since, "-H", std::string("If-Modified-Since: ") + since});
+    EXPECT_EQ(d.status == 200, d.body == "streamed") << since << " " << d.status;
+  }
+  EXPECT_EQ(3, share_count(root_, "lim"));  // every counted download sent its bytes
+  auto run = [&](const std::map<std::string, std::string>& env) {
+    std::map<std::string, std::string> all = {{"REQUEST_METHOD", "GET"}, {"QUERY_STRING", "ssid=f&dl=1&path=a.txt"},
+                                              {"SHARE_X_SENDFILE", "1"}};
+    for (const auto& kv : env) all[kv.first] = kv.second;
+    return run_program(SLT_BUILD_DIR "/share.cgi", {}, root_, all).out;
+  };
+  for (const char* folder : {"", "/share/VOL1/Public/x/", "/etc/config/../share_xsend/", "relative/"}) {
+    const std::string out = run({{"SHARE_XSEND_FOLDER", folder}});
+    EXPECT_EQ(std::string::npos, out.find("X-Sendfile:")) << folder;
+    EXPECT_EQ("streamed", out.substr(out.find("\r\n\r\n") + 4)) << folder;
+  }
 }
 
 }  // namespace

@@ -20,15 +20,15 @@ class ZipAnswer : public ::testing::Test {
     v_.target.is_folder = true, v_.target.name = "d";
     v_.target.folder = UniqueFd(open(root_.path("/d").c_str(), O_RDONLY | O_DIRECTORY));
   }
-  StoreFolder store(const std::string& ap) {
+  StoreFiles store(const std::string& ap) {
     struct stat st;
     EXPECT_EQ(0, lstat(root_.path(ap).c_str(), &st));
-    StoreFolder f;
-    f.known = true, f.dev = st.st_dev, f.ino = st.st_ino;
+    StoreFiles f;
+    f.ids.insert({st.st_dev, st.st_ino});
     return f;
   }
   // What send_zip writes to standard output; `counted` says whether it counted.
-  std::string answer(const StoreFolder& excluded, bool* counted) {
+  std::string answer(const StoreFiles& excluded, bool* counted) {
     *counted = false;
     fflush(stdout);
     const int saved = dup(1);

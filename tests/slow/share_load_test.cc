@@ -27,6 +27,7 @@ TEST(SlowShareLoad, FortyParallelDownloadsOfALinkLimitedToTen) {
              "server.errorlog = \"" + root.path("/web/logs/error.log") + "\"\n"
              "var.sharelink_cgi_dir = \"" SLT_BUILD_DIR "\"\nvar.sharelink_root = \"" + root.dir() + "\"\n"
              "var.sharelink_x_sendfile = \"" + x_sendfile + "\"\n"
+             "var.sharelink_xsend_folder = \"/etc/config/share_xsend/\"\n"
              "include \"" + source_path("data/lighttpd/share.conf") + "\"\n";
     });
     ASSERT_TRUE(web.running()) << root.read("/web/logs/error.log");
